@@ -1,0 +1,28 @@
+#pragma once
+
+// A wall-clock date: seconds since the reference date 2001-01-01 UTC, as the platform's date
+// records count them. `monotonicTime` tells the monotonic-clock reading that corresponds to the
+// date, so that dates delivered by a host (for instance by its URL-loading system) can be
+// compared with the library's own clock readings.
+class QENDate {
+ public:
+  // The current date.
+  static QENDate date() noexcept;
+  static QENDate dateWithTimeIntervalSinceReferenceDate(double seconds) noexcept;
+  static QENDate dateWithTimeIntervalSince1970(double seconds) noexcept;
+  // The date that corresponds to a monotonic time.
+  static QENDate dateWithMonotonicTime(double monotonicTime) noexcept;
+
+  double timeIntervalSinceReferenceDate() const noexcept { return secondsSinceReferenceDate_; }
+  double timeIntervalSince1970() const noexcept;
+  double monotonicTime() const noexcept;
+
+  friend bool operator==(const QENDate&, const QENDate&) = default;
+  friend auto operator<=>(const QENDate&, const QENDate&) = default;
+
+ private:
+  explicit QENDate(double secondsSinceReferenceDate) noexcept
+      : secondsSinceReferenceDate_(secondsSinceReferenceDate) {}
+
+  double secondsSinceReferenceDate_;
+};

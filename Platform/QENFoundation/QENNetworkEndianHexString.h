@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace QENFoundation {
+
+// Renders a byte buffer that holds an integer in host byte order as the hexadecimal text of the
+// value in network (big-endian) byte order: two lower-case digits per byte, leading zeros kept.
+// An empty buffer renders as "".
+std::string qen_networkEndianHexString(std::span<const std::byte> hostOrderBytes);
+
+// The same for a 64-bit id: always 16 lower-case hexadecimal digits (the B3 header form).
+std::string qen_networkEndianHexString(std::int64_t value);
+
+}  // namespace QENFoundation

@@ -1,0 +1,104 @@
+#include "QENAssertionFailureReport.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "QENBundle/QENBundle.h"
+#include "QENFoundation/QENFoundationDevLogger.h"
+
+namespace {
+
+constexpr std::array<std::string_view, 4> kModuleMarkers = {"Platform", "Library",
+                                                            "FeatureLibrary", "Feature"};
+constexpr std::string_view kUnknownModule = "unknown";
+
+std::vector<std::string_view> pathComponents(std::string_view path) {
+  std::vector<std::string_view> components;
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t slash = path.find('/', start);
+    components.push_back(path.substr(start, slash - start));
+    if (slash == std::string_view::npos) {
+      return components;
+    }
+    start = slash + 1;
+  }
+}
+
+bool isModuleMarker(std::string_view component) {
+  for (const std::string_view marker : kModuleMarkers) {
+    if (component == marker) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string lastPathComponent(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string fileIdentifier(const QENBundle& bundle, std::string_view sourcePath,
+                           std::string_view fileName) {
+  std::string module = ModuleNameForSourcePath(sourcePath);
+  if (module == kUnknownModule || module.find('.') != std::string::npos) {
+    module = lastPathComponent(bundle.executablePath());
+  }
+  return module + "/" + std::string(fileName);
+}
+
+}  // namespace
+
+std::string ModuleNameForSourcePath(std::string_view sourcePath) {
+  const std::vector<std::string_view> components = pathComponents(sourcePath);
+  std::string module(kUnknownModule);
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    if (!isModuleMarker(components[index])) {
+      continue;
+    }
+    if (index + 2 >= components.size()) {
+      break;  // a marker that is last or next-to-last ends the walk
+    }
+    const std::string_view name = components[index + 1];
+    const std::string_view next = components[index + 2];
+    if (next == "Sources") {
+      module = name;
+    } else if (next == "Tests") {
+      module = std::string(name) + "Tests";
+    } else {
+      module = std::string(name) + std::string(next);
+    }
+  }
+  return module;
+}
+
+void AssertionFailureReport(std::string message, const char* method, int line,
+                            const char* sourcePath, const char* fileName) {
+  QENFoundationRemoteLogger& logger = QENFoundationDevLogger::sharedInstance().remote();
+  // The bundle is captured now; everything else of the identifier waits until it is asked for.
+  auto fileID = [bundle = QENBundle::mainBundle(), sourcePath, fileName] {
+    return fileIdentifier(*bundle, sourcePath, fileName);
+  };
+  logger.logErrorWithMessage(std::move(message), true, 1, method, std::move(fileID), line,
+                             sourcePath);
+}
+
+std::string QENFormatAssertionMessage(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::va_list measuring;
+  va_copy(measuring, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, measuring);
+  va_end(measuring);
+  std::string message;
+  if (length > 0) {
+    message.resize(static_cast<std::size_t>(length));
+    std::vsnprintf(message.data(), message.size() + 1, format, arguments);
+  }
+  va_end(arguments);
+  return message;
+}

@@ -1,0 +1,543 @@
+#include "QENPerformanceMetric.h"
+
+#include <algorithm>
+#include <array>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+#include "QENAssert.h"
+#include "QENCommandLineOptions/QENCommandLineOptions.h"
+#include "QENFoundation/QENGlobalQueue.h"
+#include "QENFoundation/QENIndentation.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENFoundation/QENRandom.h"
+
+namespace {
+
+constexpr const char* kPropertyLockLabel = "com.qen.performance_logger.metric.property_lock";
+constexpr double kMaximumDistanceFromNow = 3600;
+
+double drawRandomUploadFraction() {
+  return QENFoundation::arc4random_uniform(100) / 100.0;
+}
+
+std::int64_t drawIdentifier() {
+  std::int64_t identifier = 0;
+  QENFoundation::arc4random_buf(&identifier, sizeof identifier);
+  return identifier;
+}
+
+// Metrics whose invalidation is running on this thread. A tree may contain a cycle (nothing
+// forbids adding an ancestor as a child); invalidation skips a metric already on this list
+// instead of recursing forever. Acyclic trees never meet an entry.
+thread_local std::vector<const QENPerformanceMetric*> invalidationsInProgress;
+
+class InvalidationInProgress {
+ public:
+  explicit InvalidationInProgress(const QENPerformanceMetric* metric) {
+    invalidationsInProgress.push_back(metric);
+  }
+  ~InvalidationInProgress() { invalidationsInProgress.pop_back(); }
+  InvalidationInProgress(const InvalidationInProgress&) = delete;
+  InvalidationInProgress& operator=(const InvalidationInProgress&) = delete;
+
+  static bool contains(const QENPerformanceMetric* metric) {
+    return std::find(invalidationsInProgress.begin(), invalidationsInProgress.end(), metric) !=
+           invalidationsInProgress.end();
+  }
+};
+
+}  // namespace
+
+QENPerformanceMetric::QENPerformanceMetric(ConstructionKey, std::string name,
+                                           double uploadFraction,
+                                           bool shouldObserveMetricWillStart,
+                                           bool shouldPostMetricWillStart)
+    : propertyLock_(kPropertyLockLabel),
+      name_(std::move(name)),
+      uploadFraction_(uploadFraction),
+      randomUploadFraction_(drawRandomUploadFraction()),
+      traceId_(drawIdentifier()),
+      spanId_(drawIdentifier()),
+      shouldObserveMetricWillStart_(shouldObserveMetricWillStart),
+      shouldPostMetricWillStart_(shouldPostMetricWillStart) {}
+
+QENPerformanceMetric::~QENPerformanceMetric() {
+  if (shouldObserveMetricWillStart()) {
+    stopObservingMetricWillStartNotificationsIfNeeded();
+  }
+}
+
+void QENPerformanceMetric::didFinishConstruction() {
+  if (shouldObserveMetricWillStart()) {
+    startObservingMetricWillStartNotificationsIfNeeded();
+  }
+}
+
+// MARK: - Lifecycle
+
+void QENPerformanceMetric::startMetric() {
+  startMetricWithTime(QENMonotonicTimeGetCurrent());
+}
+
+void QENPerformanceMetric::stopMetric() {
+  stopMetricWithTime(QENMonotonicTimeGetCurrent());
+}
+
+void QENPerformanceMetric::startMetricWithTime(double startTime) {
+  QENParameterAssert(std::fabs(startTime - QENMonotonicTimeGetCurrent()) < kMaximumDistanceFromNow,
+                     "ABS(startTime - QENMonotonicTimeGetCurrent()) < 3600",
+                     "-[QENPerformanceMetric startMetricWithTime:]");
+  if (shouldPostMetricWillStart()) {
+    postMetricWillStart();
+  }
+  const std::lock_guard guard(propertyLock_);
+  if (startTime_ == kUnsetTime || startTime_ == startTime) {
+    startTime_ = startTime;
+  }
+}
+
+void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
+  QENParameterAssert(std::fabs(stopTime - QENMonotonicTimeGetCurrent()) < kMaximumDistanceFromNow,
+                     "ABS(stopTime - QENMonotonicTimeGetCurrent()) < 3600",
+                     "-[QENPerformanceMetric stopMetricWithTime:]");
+  // Taken out under the lock, released or run after it.
+  std::shared_ptr<const CompletionBlockList> completions;
+  ShouldInvalidateBlock clearedInvalidateBlock;
+  ShouldCompleteBlock clearedCompleteBlock;
+  bool valid = false;
+  {
+    const std::lock_guard guard(propertyLock_);
+    QENAssert(!(stopTime < startTime_), "-[QENPerformanceMetric stopMetricWithTime:]",
+              "Metric stop time must be greater than or equal to start time");
+    if (startTime_ <= stopTime_) {
+      return;  // never started, already stopped, or invalidated after starting
+    }
+    stopTime_ = startTime_ <= stopTime ? stopTime : startTime_;
+    // Children are stopped at the current clock reading, under this metric's lock. Indexing
+    // keeps the walk valid should a child's stop add to this list on this thread.
+    for (std::size_t index = 0; index < childMetrics_.size(); ++index) {
+      const std::shared_ptr<QENPerformanceMetric> child = childMetrics_[index];
+      if (!child->isFinished()) {
+        child->stopMetric();
+      }
+    }
+    completions = std::exchange(completionBlocks_, nullptr);
+    valid = _locked_isValid();
+    clearedInvalidateBlock = std::exchange(shouldInvalidateBlock_, nullptr);
+    clearedCompleteBlock = std::exchange(shouldCompleteBlock_, nullptr);
+  }
+  if (completions) {
+    dispatchCompletionBlocks(std::move(completions), valid);
+  }
+}
+
+void QENPerformanceMetric::invalidate() {
+  invalidateWithReason(QENPerformanceMetricStopReasonUnknown);
+}
+
+void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason reason) {
+  QENAssert(reason != QENPerformanceMetricStopReasonDefault,
+            "-[QENPerformanceMetric invalidateWithReason:]",
+            "QENPerformanceMetricStopReasonDefault should only be used to represent valid metrics");
+  MetricList children;
+  std::shared_ptr<const CompletionBlockList> completions;
+  ShouldInvalidateBlock clearedInvalidateBlock;
+  ShouldCompleteBlock clearedCompleteBlock;
+  {
+    const std::lock_guard guard(propertyLock_);
+    invalidateReason_ = reason;
+    if (stopTime_ == kUnsetTime) {
+      stopTime_ = QENMonotonicTimeGetCurrent();
+    }
+    children = childMetrics_;
+    completions = std::exchange(completionBlocks_, nullptr);
+    clearedInvalidateBlock = std::exchange(shouldInvalidateBlock_, nullptr);
+    clearedCompleteBlock = std::exchange(shouldCompleteBlock_, nullptr);
+  }
+  invalidateChildren(children, reason);
+  if (completions) {
+    dispatchCompletionBlocks(std::move(completions), false);
+  }
+}
+
+void QENPerformanceMetric::invalidateChildren(const MetricList& children,
+                                              QENPerformanceMetricStopReason reason) {
+  if (children.empty()) {
+    return;
+  }
+  const InvalidationInProgress inProgress(this);
+  for (const auto& child : children) {
+    if (!InvalidationInProgress::contains(child.get())) {
+      child->invalidateWithReason(reason);
+    }
+  }
+}
+
+void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason reason,
+                                                std::int64_t invalidatingQenLogEventType) {
+  {
+    const std::lock_guard guard(propertyLock_);
+    setInvalidatingQenLogEventType(invalidatingQenLogEventType);
+  }
+  invalidateWithReason(reason);
+}
+
+void QENPerformanceMetric::invalidateWithReasonAndQENLogEventType(
+    QENPerformanceMetricStopReason reason, std::int64_t invalidatingQenLogEventType) {
+  setInvalidatingQenLogEventType(invalidatingQenLogEventType);
+  invalidateWithReason(reason);
+}
+
+void QENPerformanceMetric::addCompletionBlock(CompletionBlock block) {
+  std::shared_ptr<const CompletionBlockList> replaced;
+  bool valid = false;
+  {
+    const std::lock_guard guard(propertyLock_);
+    if (!_locked_isFinished()) {
+      auto blocks = completionBlocks_ ? std::make_shared<CompletionBlockList>(*completionBlocks_)
+                                      : std::make_shared<CompletionBlockList>();
+      blocks->push_back(std::move(block));
+      replaced = std::exchange(completionBlocks_, std::move(blocks));
+      return;
+    }
+    valid = _locked_isValid();
+  }
+  block(valid);
+}
+
+void QENPerformanceMetric::dispatchCompletionBlocks(
+    std::shared_ptr<const CompletionBlockList> blocks, bool valid) {
+  QENGlobalQueue::dispatchAsync([blocks = std::move(blocks), valid] {
+    for (const CompletionBlock& block : *blocks) {
+      if (block) {
+        block(valid);
+      }
+    }
+  });
+}
+
+// MARK: - Queries
+
+bool QENPerformanceMetric::isStarted() const {
+  const std::lock_guard guard(propertyLock_);
+  return startTime_ != kUnsetTime;
+}
+
+bool QENPerformanceMetric::isFinished() const {
+  const std::lock_guard guard(propertyLock_);
+  return _locked_isFinished();
+}
+
+bool QENPerformanceMetric::isInFlight() const {
+  const std::lock_guard guard(propertyLock_);
+  return startTime_ != kUnsetTime && stopTime_ == kUnsetTime;
+}
+
+bool QENPerformanceMetric::isValid() const {
+  const std::lock_guard guard(propertyLock_);
+  return _locked_isValid();
+}
+
+bool QENPerformanceMetric::_locked_isFinished() const {
+  return stopTime_ != kUnsetTime && startTime_ != kUnsetTime && startTime_ <= stopTime_;
+}
+
+bool QENPerformanceMetric::_locked_isValid() const {
+  return invalidateReason_ == QENPerformanceMetricStopReasonDefault;
+}
+
+double QENPerformanceMetric::metricTime() const {
+  double start = kUnsetTime;
+  double stop = kUnsetTime;
+  {
+    const std::lock_guard guard(propertyLock_);
+    start = startTime_;
+    stop = stopTime_;
+  }
+  return (stop == kUnsetTime ? QENMonotonicTimeGetCurrent() : stop) - start;
+}
+
+bool QENPerformanceMetric::shouldUpload() const {
+  static const bool performanceTestMode = QENCommandLineOptions::isPerformanceTestMode();
+  const std::lock_guard guard(propertyLock_);
+  const bool sampled =
+      performanceTestMode || (uploadFraction_ != 0.0 && randomUploadFraction_ <= uploadFraction_);
+  return sampled && invalidateReason_ != QENPerformanceMetricStopReasonUnknown;
+}
+
+// MARK: - Tree
+
+void QENPerformanceMetric::addChildMetric(std::shared_ptr<QENPerformanceMetric> child) {
+  if (child == nullptr) {
+    QENAssertionFailure("-[QENPerformanceMetric addChildMetric:]",
+                        "Metric should not be nil unless disabled");
+    return;
+  }
+  const std::lock_guard guard(propertyLock_);
+  QENAssert(child->parentMetric_.load().expired(), "-[QENPerformanceMetric addChildMetric:]",
+            "Child metric should not already have a parent.");
+  child->setParentMetric(weak_from_this());
+  childMetrics_.push_back(std::move(child));
+}
+
+QENPerformanceMetric::MetricList QENPerformanceMetric::childMetrics() const {
+  const std::lock_guard guard(propertyLock_);
+  return childMetrics_;
+}
+
+std::shared_ptr<QENPerformanceMetric> QENPerformanceMetric::parentMetric() const {
+  return parentMetric_.load().lock();
+}
+
+void QENPerformanceMetric::setParentMetric(const std::weak_ptr<QENPerformanceMetric>& parent) {
+  parentMetric_.store(parent);
+}
+
+// MARK: - Will-start notifications
+
+void QENPerformanceMetric::postMetricWillStart() {
+  QENNotificationCenter::defaultCenter().postNotificationName(
+      QENPerformanceMetricWillStartNotification, weak_from_this().lock());
+}
+
+void QENPerformanceMetric::startObservingMetricWillStartNotificationsIfNeeded() {
+  const std::shared_ptr<QENPerformanceMetric> self = weak_from_this().lock();
+  if (self == nullptr) {
+    return;  // not owned yet: the factories register once it is
+  }
+  const std::lock_guard guard(propertyLock_);
+  if (isObservingMetricWillStart()) {
+    return;
+  }
+  // The centre holds the metric weakly and never calls it once its destruction has begun, so
+  // the handler may refer to it without owning it.
+  QENNotificationCenter::defaultCenter().addObserver(
+      self, QENPerformanceMetricWillStartNotification, nullptr,
+      [this](const QENNotification& notification) {
+        metricWillStartWithNotification(notification);
+      });
+  isObservingMetricWillStart_.store(true, std::memory_order_relaxed);
+}
+
+void QENPerformanceMetric::stopObservingMetricWillStartNotificationsIfNeeded() {
+  const std::lock_guard guard(propertyLock_);
+  if (!isObservingMetricWillStart()) {
+    return;
+  }
+  QENNotificationCenter::defaultCenter().removeObserver(static_cast<const void*>(this),
+                                                        QENPerformanceMetricWillStartNotification);
+  isObservingMetricWillStart_.store(false, std::memory_order_relaxed);
+}
+
+void QENPerformanceMetric::metricWillStartWithNotification(const QENNotification& notification) {
+  const auto metric = std::dynamic_pointer_cast<QENPerformanceMetric>(notification.object);
+  if (metric == nullptr || metric.get() == this || metric->parentMetric() != nullptr ||
+      isFinished()) {
+    return;
+  }
+  addChildMetricIfNeeded(metric);
+}
+
+// MARK: - Hooks
+
+void QENPerformanceMetric::addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>&) {}
+
+void QENPerformanceMetric::linearizeCriticalPath() {}
+
+bool QENPerformanceMetric::isExclusive() const {
+  return false;
+}
+
+bool QENPerformanceMetric::shouldLogNetworkRequests() const {
+  return true;
+}
+
+std::string QENPerformanceMetric::identifier() const {
+  return name_;
+}
+
+bool QENPerformanceMetric::shouldInvalidate(const EventPointer& event) const {
+  const ShouldInvalidateBlock block = shouldInvalidateBlock();
+  return block ? block(event) : false;
+}
+
+// MARK: - Debug description
+
+std::string_view QENPerformanceMetric::debugNameForStopReason(
+    QENPerformanceMetricStopReason reason) {
+  static constexpr std::array<std::string_view, 7> kNames = {
+      "Complete",     "Unknown",         "UserAbort",  "ServerError",
+      "NetworkError", "ResponseTimeout", "ClientError"};
+  // reason + 1 taken as unsigned, so that every value outside the table lands above it.
+  const std::uint64_t index = static_cast<std::uint64_t>(reason) + 1;
+  return index < kNames.size() ? kNames[index] : "Unknown";
+}
+
+std::string QENPerformanceMetric::debugDescription() const {
+  return _debugDescriptionWithIndentationAmount(0);
+}
+
+std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
+    std::size_t indentationAmount) const {
+  const double start = startTime();
+  const double stop = stopTime();
+  const EventPointer event = invalidatingEvent();
+  const std::string eventText = event ? event->debugDescription() : "nil";
+  const std::string_view reasonName = debugNameForStopReason(invalidateReason());
+  const char* format = "Metric: %s; Stop reason: %.*s; Timing: %f (%f - %f); Invalidating event: %s\n";
+  const int length = std::snprintf(nullptr, 0, format, name_.c_str(),
+                                   static_cast<int>(reasonName.size()), reasonName.data(),
+                                   stop - start, start, stop, eventText.c_str());
+  std::string line(static_cast<std::size_t>(std::max(length, 0)), '\0');
+  std::snprintf(line.data(), line.size() + 1, format, name_.c_str(),
+                static_cast<int>(reasonName.size()), reasonName.data(), stop - start, start, stop,
+                eventText.c_str());
+  std::string description = QENFoundation::prependIndentationLevel(line, indentationAmount);
+  for (const auto& child : childMetrics()) {
+    description += child->_debugDescriptionWithIndentationAmount(indentationAmount + 1);
+  }
+  return description;
+}
+
+// MARK: - Identifiers
+
+std::int64_t QENPerformanceMetric::spanId() const noexcept {
+  return spanId_.load(std::memory_order_relaxed);
+}
+
+void QENPerformanceMetric::overrideMetricWithSpanId(std::int64_t spanId) {
+  const std::lock_guard guard(propertyLock_);
+  spanId_.store(spanId, std::memory_order_relaxed);
+}
+
+// MARK: - Locked properties
+
+double QENPerformanceMetric::startTime() const {
+  const std::lock_guard guard(propertyLock_);
+  return startTime_;
+}
+
+void QENPerformanceMetric::setStartTime(double startTime) {
+  const std::lock_guard guard(propertyLock_);
+  startTime_ = startTime;
+}
+
+double QENPerformanceMetric::stopTime() const {
+  const std::lock_guard guard(propertyLock_);
+  return stopTime_;
+}
+
+void QENPerformanceMetric::setStopTime(double stopTime) {
+  const std::lock_guard guard(propertyLock_);
+  stopTime_ = stopTime;
+}
+
+QENPerformanceMetricStopReason QENPerformanceMetric::invalidateReason() const {
+  const std::lock_guard guard(propertyLock_);
+  return invalidateReason_;
+}
+
+void QENPerformanceMetric::setInvalidateReason(QENPerformanceMetricStopReason reason) {
+  const std::lock_guard guard(propertyLock_);
+  invalidateReason_ = reason;
+}
+
+QENPerformanceMetricStartReason QENPerformanceMetric::metricCause() const {
+  const std::lock_guard guard(propertyLock_);
+  return metricCause_;
+}
+
+void QENPerformanceMetric::setMetricCause(QENPerformanceMetricStartReason cause) {
+  const std::lock_guard guard(propertyLock_);
+  metricCause_ = cause;
+}
+
+std::int64_t QENPerformanceMetric::viewType() const {
+  const std::lock_guard guard(propertyLock_);
+  return viewType_;
+}
+
+void QENPerformanceMetric::setViewType(std::int64_t viewType) {
+  const std::lock_guard guard(propertyLock_);
+  viewType_ = viewType;
+}
+
+std::int64_t QENPerformanceMetric::viewParameter() const {
+  const std::lock_guard guard(propertyLock_);
+  return viewParameter_;
+}
+
+void QENPerformanceMetric::setViewParameter(std::int64_t viewParameter) {
+  const std::lock_guard guard(propertyLock_);
+  viewParameter_ = viewParameter;
+}
+
+std::shared_ptr<const QENPerformanceMetric::CompletionBlockList>
+QENPerformanceMetric::completionBlocks() const {
+  const std::lock_guard guard(propertyLock_);
+  return completionBlocks_;
+}
+
+void QENPerformanceMetric::setCompletionBlocks(std::shared_ptr<const CompletionBlockList> blocks) {
+  const std::lock_guard guard(propertyLock_);
+  completionBlocks_.swap(blocks);
+}
+
+QENPerformanceMetric::ShouldCompleteBlock QENPerformanceMetric::shouldCompleteBlock() const {
+  const std::lock_guard guard(propertyLock_);
+  return shouldCompleteBlock_;
+}
+
+void QENPerformanceMetric::setShouldCompleteBlock(ShouldCompleteBlock block) {
+  const std::lock_guard guard(propertyLock_);
+  shouldCompleteBlock_.swap(block);
+}
+
+QENPerformanceMetric::ShouldInvalidateBlock QENPerformanceMetric::shouldInvalidateBlock() const {
+  const std::lock_guard guard(propertyLock_);
+  return shouldInvalidateBlock_;
+}
+
+void QENPerformanceMetric::setShouldInvalidateBlock(ShouldInvalidateBlock block) {
+  const std::lock_guard guard(propertyLock_);
+  shouldInvalidateBlock_.swap(block);
+}
+
+// MARK: - Atomic properties
+
+std::shared_ptr<const QENURL> QENPerformanceMetric::associatedURL() const {
+  return associatedURL_.load();
+}
+
+void QENPerformanceMetric::setAssociatedURL(const std::shared_ptr<const QENURL>& url) {
+  // URLs are immutable, so sharing one is as good as a copy.
+  associatedURL_.store(url);
+}
+
+std::int64_t QENPerformanceMetric::invalidatingQenLogEventType() const {
+  return invalidatingQenLogEventType_.load(std::memory_order_relaxed);
+}
+
+void QENPerformanceMetric::setInvalidatingQenLogEventType(std::int64_t type) {
+  invalidatingQenLogEventType_.store(type, std::memory_order_relaxed);
+}
+
+QENPerformanceMetric::EventPointer QENPerformanceMetric::invalidatingEvent() const {
+  return invalidatingEvent_.load();
+}
+
+void QENPerformanceMetric::setInvalidatingEvent(EventPointer event) {
+  invalidatingEvent_.store(std::move(event));
+}
+
+std::uint64_t QENPerformanceMetric::completingEvent() const {
+  return completingEvent_.load(std::memory_order_relaxed);
+}
+
+void QENPerformanceMetric::setCompletingEvent(std::uint64_t eventType) {
+  completingEvent_.store(eventType, std::memory_order_relaxed);
+}

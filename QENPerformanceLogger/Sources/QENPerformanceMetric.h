@@ -1,0 +1,282 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "QENFoundation/QENLock.h"
+#include "QENFoundation/QENNotification.h"
+#include "QENFoundation/QENObject.h"
+#include "QENPerformanceMetricFactories.h"
+#include "QENThrift/Event.h"
+#include "QENURLLoading/QENURL.h"
+
+// Why a metric stopped. Any value may be stored; these are the defined ones.
+using QENPerformanceMetricStopReason = std::int64_t;
+inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonDefault = -1;
+inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonUnknown = 0;
+inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonUserAbort = 1;
+inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonServerError = 2;
+inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonNetworkError = 3;
+inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonResponseTimeout = 4;
+inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonClientError = 5;
+
+// Why the measured wait began: -1 when unset, 1 to 6 for the defined causes.
+using QENPerformanceMetricStartReason = std::int64_t;
+
+// Marks an unset start or stop time; compared exactly.
+inline constexpr double kUnsetTime = -1.0;
+
+// Posted, with the starting metric as object, on the default notification centre by every start
+// of a metric that posts will-start notifications.
+inline constexpr std::string_view QENPerformanceMetricWillStartNotification =
+    "QENPerformanceMetricWillStart";
+
+// Defined for clients; the library neither posts this notification nor reads this key.
+inline constexpr std::string_view QENPerformanceMetricLogNotificationName =
+    "QENPerformanceMetricLogNotificationName";
+inline constexpr std::string_view kDisablePerformanceMetricsAndTrackers =
+    "kDisablePerformanceMetricsAndTrackers";
+
+// A named interval of monotonic time: started, stopped or invalidated by client code, nested
+// into trees, sampled for upload and exported as spans.
+//
+// Thread safety: every operation may be called from any thread. Times, reasons, view fields,
+// callbacks and the child list are guarded by the metric's own lock (propertyLock); single
+// values without a lock are atomics. A parent's lock may be held while a child's is taken, never
+// the reverse. Completion callbacks run on the global queue, never on the stopping thread and
+// never under a lock.
+//
+// Ownership: metrics are always owned by std::shared_ptr and made by the static factories
+// (QENPerformanceMetricFactories). A parent owns its children; a child's parentMetric is a weak
+// reference.
+class QENPerformanceMetric : public QENObject,
+                             public std::enable_shared_from_this<QENPerformanceMetric>,
+                             public QENPerformanceMetricFactories<QENPerformanceMetric> {
+ public:
+  using CompletionBlock = std::function<void(bool valid)>;
+  using CompletionBlockList = std::vector<CompletionBlock>;
+  using ShouldCompleteBlock = std::function<bool(std::uint64_t performanceEventType)>;
+  using EventPointer = std::shared_ptr<const QENThrift::Event>;
+  using ShouldInvalidateBlock = std::function<bool(const EventPointer& event)>;
+  using MetricList = std::vector<std::shared_ptr<QENPerformanceMetric>>;
+
+  // Only the factories can make a key, so only they construct metrics.
+  class ConstructionKey {
+    explicit ConstructionKey() = default;
+    friend class QENPerformanceMetric;
+  };
+
+  QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
+                       bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart);
+  ~QENPerformanceMetric() override;
+  QENPerformanceMetric(const QENPerformanceMetric&) = delete;
+  QENPerformanceMetric& operator=(const QENPerformanceMetric&) = delete;
+
+  // Lifecycle. The first start wins: a later start with another time is ignored. A stop before
+  // any start, and a second stop, change nothing.
+  void startMetric();
+  void stopMetric();
+  void startMetricWithTime(double startTime);
+  virtual void stopMetricWithTime(double stopTime);
+  // Invalidates with QENPerformanceMetricStopReasonUnknown.
+  void invalidate();
+  // Stores the reason, stops the metric now if it was not stopped, invalidates every child with
+  // the same reason and runs the completion callbacks with false. Works in every state.
+  void invalidateWithReason(QENPerformanceMetricStopReason reason);
+  // Stores the host's log event type under the lock, then invalidates.
+  void invalidateWithReason(QENPerformanceMetricStopReason reason,
+                            std::int64_t invalidatingQenLogEventType);
+  // Stores the host's log event type without the lock, then invalidates.
+  void invalidateWithReasonAndQENLogEventType(QENPerformanceMetricStopReason reason,
+                                              std::int64_t invalidatingQenLogEventType);
+
+  // Runs `block` once when the metric stops or is invalidated, on the global queue. On a metric
+  // that has already finished it runs at once, on the calling thread.
+  void addCompletionBlock(CompletionBlock block);
+
+  // Queries, each under the lock.
+  bool isStarted() const;
+  bool isFinished() const;
+  bool isInFlight() const;
+  bool isValid() const;
+  // Stop (or now, while running) minus start; not checked: an unstarted metric reports now + 1.
+  double metricTime() const;
+  // Whether the metric is sampled for upload and not invalidated as Unknown.
+  bool shouldUpload() const;
+
+  // The state tests for callers that already hold the lock.
+  bool _locked_isFinished() const;
+  bool _locked_isValid() const;
+  void lock() const { propertyLock_.lock(); }
+  void unlock() const { propertyLock_.unlock(); }
+  QENLock& propertyLock() const { return propertyLock_; }
+
+  // Tree. addChildMetric appends the child and makes this metric its parent; a child that
+  // already has a parent is reported, re-parented and appended anyway.
+  void addChildMetric(std::shared_ptr<QENPerformanceMetric> child);
+  // A snapshot, in insertion order; empty when there are no children.
+  MetricList childMetrics() const;
+  std::shared_ptr<QENPerformanceMetric> parentMetric() const;
+  void setParentMetric(const std::weak_ptr<QENPerformanceMetric>& parent);
+
+  // Will-start notifications.
+  void startObservingMetricWillStartNotificationsIfNeeded();
+  void stopObservingMetricWillStartNotificationsIfNeeded();
+  void metricWillStartWithNotification(const QENNotification& notification);
+
+  // Hooks for subclasses.
+  // Called for each metric that starts while this one listens, is unfinished, and the starting
+  // metric has no parent. Adopt it with addChildMetric if it belongs here.
+  virtual void addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>& metric);
+  virtual void linearizeCriticalPath();
+  virtual bool isExclusive() const;
+  virtual bool shouldLogNetworkRequests() const;
+  virtual std::string identifier() const;
+  // Whether a host's context-logging event invalidates this metric; by default the answer of
+  // shouldInvalidateBlock, or false without one.
+  virtual bool shouldInvalidate(const EventPointer& event) const;
+
+  // Debugging: one line per metric of the tree, children indented one level deeper, e.g.
+  //   "Metric: feed; Stop reason: Complete; Timing: 0.250000 (10.000000 - 10.250000);
+  //    Invalidating event: nil\n"
+  // A diagnostic snapshot: each field is read on its own, so a tree that changes meanwhile may
+  // show values from before and after the change.
+  std::string debugDescription() const;
+  std::string _debugDescriptionWithIndentationAmount(std::size_t indentationAmount) const;
+  // "Complete" for the default (valid) reason, the enumerator's name for the defined ones,
+  // "Unknown" for any other value.
+  static std::string_view debugNameForStopReason(QENPerformanceMetricStopReason reason);
+
+  // Identity and sampling.
+  const std::string& name() const noexcept { return name_; }
+  double uploadFraction() const noexcept { return uploadFraction_; }
+  double randomUploadFraction() const noexcept { return randomUploadFraction_; }
+  std::int64_t traceId() const noexcept { return traceId_; }
+  std::int64_t spanId() const noexcept;
+  void overrideMetricWithSpanId(std::int64_t spanId);
+
+  // Locked properties.
+  double startTime() const;
+  void setStartTime(double startTime);
+  double stopTime() const;
+  void setStopTime(double stopTime);
+  QENPerformanceMetricStopReason invalidateReason() const;
+  void setInvalidateReason(QENPerformanceMetricStopReason reason);
+  QENPerformanceMetricStartReason metricCause() const;
+  void setMetricCause(QENPerformanceMetricStartReason cause);
+  std::int64_t viewType() const;
+  void setViewType(std::int64_t viewType);
+  std::int64_t viewParameter() const;
+  void setViewParameter(std::int64_t viewParameter);
+  // Null when no callback was added since the last stop or invalidation.
+  std::shared_ptr<const CompletionBlockList> completionBlocks() const;
+  void setCompletionBlocks(std::shared_ptr<const CompletionBlockList> blocks);
+  ShouldCompleteBlock shouldCompleteBlock() const;
+  void setShouldCompleteBlock(ShouldCompleteBlock block);
+  ShouldInvalidateBlock shouldInvalidateBlock() const;
+  void setShouldInvalidateBlock(ShouldInvalidateBlock block);
+
+  // Atomic properties.
+  std::shared_ptr<const QENURL> associatedURL() const;
+  // Stores a copy of the URL.
+  void setAssociatedURL(const std::shared_ptr<const QENURL>& url);
+  std::int64_t invalidatingQenLogEventType() const;
+  void setInvalidatingQenLogEventType(std::int64_t type);
+  EventPointer invalidatingEvent() const;
+  void setInvalidatingEvent(EventPointer event);
+  std::uint64_t completingEvent() const;
+  void setCompletingEvent(std::uint64_t eventType);
+
+  // Plain flags.
+  bool hasBeenReported() const noexcept { return reported_.load(std::memory_order_relaxed); }
+  void setReported(bool reported) noexcept { reported_.store(reported, std::memory_order_relaxed); }
+  bool critical() const noexcept { return critical_.load(std::memory_order_relaxed); }
+  void setCritical(bool critical) noexcept { critical_.store(critical, std::memory_order_relaxed); }
+  bool shouldObserveMetricWillStart() const noexcept {
+    return shouldObserveMetricWillStart_.load(std::memory_order_relaxed);
+  }
+  // Changes only the flag: it neither registers nor removes the listener.
+  void setShouldObserveMetricWillStart(bool shouldObserve) noexcept {
+    shouldObserveMetricWillStart_.store(shouldObserve, std::memory_order_relaxed);
+  }
+  bool shouldPostMetricWillStart() const noexcept {
+    return shouldPostMetricWillStart_.load(std::memory_order_relaxed);
+  }
+  void setShouldPostMetricWillStart(bool shouldPost) noexcept {
+    shouldPostMetricWillStart_.store(shouldPost, std::memory_order_relaxed);
+  }
+  bool isObservingMetricWillStart() const noexcept {
+    return isObservingMetricWillStart_.load(std::memory_order_relaxed);
+  }
+
+ protected:
+  template <class>
+  friend class QENPerformanceMetricFactories;
+
+  // Makes a metric of class Metric (whose constructor takes a ConstructionKey first) and, once it
+  // is owned, registers its will-start listener if it observes.
+  template <class Metric, class... Arguments>
+  static std::shared_ptr<Metric> makeMetric(Arguments&&... arguments) {
+    auto metric = std::make_shared<Metric>(ConstructionKey{}, std::forward<Arguments>(arguments)...);
+    metric->didFinishConstruction();
+    return metric;
+  }
+
+  template <class Metric>
+  static std::shared_ptr<Metric> makeMetricWithIdentifiers(std::string name,
+                                                           std::optional<std::int64_t> traceId,
+                                                           std::int64_t spanId) {
+    auto metric = std::make_shared<Metric>(ConstructionKey{}, std::move(name), 1.0, true, true);
+    if (traceId) {
+      metric->traceId_ = *traceId;
+    }
+    metric->spanId_.store(spanId, std::memory_order_relaxed);
+    metric->didFinishConstruction();
+    return metric;
+  }
+
+ private:
+  void didFinishConstruction();
+  void postMetricWillStart();
+  static void dispatchCompletionBlocks(std::shared_ptr<const CompletionBlockList> blocks,
+                                       bool valid);
+  void invalidateChildren(const MetricList& children, QENPerformanceMetricStopReason reason);
+
+  // Guarded by propertyLock_.
+  QENPerformanceMetricStopReason invalidateReason_ = QENPerformanceMetricStopReasonDefault;
+  QENPerformanceMetricStartReason metricCause_ = -1;
+  double startTime_ = kUnsetTime;
+  double stopTime_ = kUnsetTime;
+  std::int64_t viewType_ = -1;
+  std::int64_t viewParameter_ = -1;
+  MetricList childMetrics_;
+  std::shared_ptr<const CompletionBlockList> completionBlocks_;
+  ShouldCompleteBlock shouldCompleteBlock_;
+  ShouldInvalidateBlock shouldInvalidateBlock_;
+  mutable QENLock propertyLock_;
+
+  // Fixed after construction.
+  const std::string name_;
+  const double uploadFraction_;
+  const double randomUploadFraction_;
+  std::int64_t traceId_;
+
+  std::atomic<std::int64_t> spanId_;
+  std::atomic<std::shared_ptr<const QENURL>> associatedURL_;
+  std::atomic<std::int64_t> invalidatingQenLogEventType_{-1};
+  std::atomic<EventPointer> invalidatingEvent_;
+  std::atomic<std::uint64_t> completingEvent_{0};
+  std::atomic<std::weak_ptr<QENPerformanceMetric>> parentMetric_;
+  std::atomic<bool> reported_{false};
+  std::atomic<bool> critical_{false};
+  std::atomic<bool> shouldObserveMetricWillStart_;
+  std::atomic<bool> shouldPostMetricWillStart_;
+  std::atomic<bool> isObservingMetricWillStart_{false};
+};

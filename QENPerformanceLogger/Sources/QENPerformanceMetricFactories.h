@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+// The construction paths of a metric class, as static factories that return the class itself.
+//
+// QENPerformanceMetric inherits them for itself; a subclass inherits them for the subclass and
+// brings them into its scope with `using`, so that every path yields the subclass and runs its
+// own constructor (its initialiser):
+//
+//   class QENParentPerformanceMetric : public QENPerformanceMetric,
+//                                      public QENPerformanceMetricFactories<QENParentPerformanceMetric> {
+//    public:
+//     using QENPerformanceMetricFactories<QENParentPerformanceMetric>::initWithName;
+//     using QENPerformanceMetricFactories<QENParentPerformanceMetric>::initLeafMetricWithName;
+//     QENParentPerformanceMetric(ConstructionKey key, std::string name, double uploadFraction,
+//                                bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart);
+//   };
+//
+// The metric is owned by a shared_ptr before it registers for will-start notifications, so a
+// notification can never reach a half-built metric. Construction never returns null.
+template <class Metric>
+class QENPerformanceMetricFactories {
+ public:
+  // The full initialiser: the will-start flags set separately.
+  static std::shared_ptr<Metric> initWithName(std::string name, double uploadFraction,
+                                              bool shouldObserveMetricWillStart,
+                                              bool shouldPostMetricWillStart) {
+    return Metric::template makeMetric<Metric>(std::move(name), uploadFraction,
+                                               shouldObserveMetricWillStart,
+                                               shouldPostMetricWillStart);
+  }
+
+  // `dynamicallyManageMetricHierarchy` sets both will-start flags.
+  static std::shared_ptr<Metric> initWithName(std::string name, double uploadFraction,
+                                              bool dynamicallyManageMetricHierarchy) {
+    return initWithName(std::move(name), uploadFraction, dynamicallyManageMetricHierarchy,
+                        dynamicallyManageMetricHierarchy);
+  }
+
+  static std::shared_ptr<Metric> initWithName(std::string name, double uploadFraction) {
+    return initWithName(std::move(name), uploadFraction, true);
+  }
+
+  static std::shared_ptr<Metric> initWithName(std::string name) {
+    return initWithName(std::move(name), 1.0, true);
+  }
+
+  // A leaf neither posts nor observes will-start notifications.
+  static std::shared_ptr<Metric> initLeafMetricWithName(std::string name) {
+    return initWithName(std::move(name), 1.0, false);
+  }
+
+  // Already measured: the times are stored as given, without checks, callbacks or notification.
+  static std::shared_ptr<Metric> initWithName(std::string name, double startTime,
+                                              double stopTime) {
+    auto metric = initWithName(std::move(name), 1.0);
+    metric->setStartTime(startTime);
+    metric->setStopTime(stopTime);
+    return metric;
+  }
+
+  static std::shared_ptr<Metric> initLeafMetricWithName(std::string name, double startTime,
+                                                        double stopTime) {
+    auto metric = initLeafMetricWithName(std::move(name));
+    metric->setStartTime(startTime);
+    metric->setStopTime(stopTime);
+    return metric;
+  }
+
+  // With the given ids in place of random ones.
+  static std::shared_ptr<Metric> initWithName(std::string name, std::int64_t traceId,
+                                              std::int64_t spanId) {
+    return Metric::template makeMetricWithIdentifiers<Metric>(std::move(name), traceId, spanId);
+  }
+
+  static std::shared_ptr<Metric> initWithName(std::string name, std::int64_t spanId) {
+    return Metric::template makeMetricWithIdentifiers<Metric>(std::move(name), std::nullopt,
+                                                              spanId);
+  }
+};

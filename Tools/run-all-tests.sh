@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Builds and runs every unit test three times: a plain debug build, under ThreadSanitizer, and
+# under AddressSanitizer with UndefinedBehaviorSanitizer. Stops at the first failing run.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+for preset in debug tsan asan; do
+  echo "=== ${preset}: configure and build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset"
+  echo "=== ${preset}: test"
+  ctest --preset "$preset"
+done
