@@ -1,0 +1,96 @@
+#include <gtest/gtest.h>
+
+#include "QENAssert.h"
+#include "QENBundle/QENBundle.h"
+#include "Support/QENCapturedAssertions.h"
+
+namespace {
+
+TEST(ModuleNameForSourcePath, FindsTheModuleAfterTheLastQualifyingMarker) {
+  EXPECT_EQ(ModuleNameForSourcePath("/build/Platform/Kit/Sources/File"), "Kit");
+  EXPECT_EQ(ModuleNameForSourcePath("/build/Feature/Home/Tests/File"), "HomeTests");
+  EXPECT_EQ(ModuleNameForSourcePath("/build/Library/Net/Impl/File"), "NetImpl");
+  EXPECT_EQ(ModuleNameForSourcePath("/build/Platform/Kit/File.x"), "KitFile.x");
+  EXPECT_EQ(ModuleNameForSourcePath("/src/Other/File"), "unknown");
+  EXPECT_EQ(ModuleNameForSourcePath("/a/Platform/Kit/Sources/Feature/Ui/Sources/File"), "Ui");
+  EXPECT_EQ(ModuleNameForSourcePath("/build/FeatureLibrary/Feed/Sources/File"), "Feed");
+}
+
+TEST(ModuleNameForSourcePath, StopsAtAMarkerThatHasFewerThanTwoComponentsAfterIt) {
+  EXPECT_EQ(ModuleNameForSourcePath("/a/Platform/Kit/Sources/x/Library/File"), "Kit");
+  EXPECT_EQ(ModuleNameForSourcePath("/x/Platform/Kit"), "unknown");
+  EXPECT_EQ(ModuleNameForSourcePath("/x/Library"), "unknown");
+  // Empty components from doubled slashes count as positions.
+  EXPECT_EQ(ModuleNameForSourcePath("/x/Platform//Sources/File"), "");
+}
+
+TEST(ModuleNameForSourcePath, DecidesByTheComponentTwoAfterTheMarkerOnly) {
+  EXPECT_EQ(ModuleNameForSourcePath("/x/Feature/Tests/Sources/File"), "Tests");
+  EXPECT_EQ(ModuleNameForSourcePath("/x/platform/Kit/Sources/File"), "unknown");
+  EXPECT_EQ(ModuleNameForSourcePath("/x/Platforms/Kit/Sources/File"), "unknown");
+}
+
+std::string executableName() {
+  const std::string path = QENBundle::mainBundle()->executablePath();
+  return path.substr(path.rfind('/') + 1);
+}
+
+TEST(AssertionFailureReport, SendsTheSevenFieldsWithALazyFileIdentifier) {
+  QENCapturedAssertions captured;
+  AssertionFailureReport("message", "-[QENMeasuredTask initWithTask:]", 42,
+                         "/build/Platform/Kit/Sources/File.cpp", "File.cpp");
+  AssertionFailureReport("message", "-[X y]", 7, "/src/Other/File.cpp", "File.cpp");
+
+  const auto records = captured.records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[0].message, "message");
+  EXPECT_TRUE(records[0].skipLogOnProduction);
+  EXPECT_EQ(records[0].additionalFramesToTrim, 1);
+  EXPECT_EQ(records[0].method, "-[QENMeasuredTask initWithTask:]");
+  EXPECT_EQ(records[0].line, 42);
+  EXPECT_EQ(records[0].filePath, "/build/Platform/Kit/Sources/File.cpp");
+  EXPECT_EQ(records[0].fileID(), "Kit/File.cpp");
+  // Without a usable module the executable names the file's module.
+  EXPECT_EQ(records[1].fileID(), executableName() + "/File.cpp");
+}
+
+int evaluations = 0;
+int countedValue() {
+  ++evaluations;
+  return 1;
+}
+
+TEST(AssertionMacros, BuildTheThreeMessageFormsAndNothingWhenTheConditionHolds) {
+  evaluations = 0;
+  QENCapturedAssertions captured;
+  const int* string = nullptr;
+  const int line = __LINE__ + 1;
+  QENAssertNotNil(string, "+[BinaryAnnotation(QENAdditions) annotationWithKey:string:]");
+  QENParameterAssert(false, "metricName", "-[QENMeasuredTask initWithName:]");
+  QENAssert(false, "-[X y]", "Metric stop time %f must be greater than %d", 1.5, countedValue());
+  QENAssert(true, "-[X y]", "never %d", countedValue());
+  QENAssertNotNil(&line, "-[X y]");
+
+  EXPECT_EQ(evaluations, 1) << "a passing assertion must not build its message";
+  const auto records = captured.records();
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_EQ(records[0].message, "The following expression must not evaluate to nil: string");
+  EXPECT_EQ(records[0].method, "+[BinaryAnnotation(QENAdditions) annotationWithKey:string:]");
+  EXPECT_EQ(records[0].line, line);
+  EXPECT_EQ(records[0].filePath, __FILE__);
+  EXPECT_EQ(records[0].fileID(), executableName() + "/QENAssertionFailureReportTests.cpp");
+  EXPECT_EQ(records[1].message, "Invalid parameter not satisfying: metricName");
+  EXPECT_EQ(records[2].message, "Metric stop time 1.500000 must be greater than 1");
+}
+
+TEST(AssertionMacros, AreSilentWhenAssertionLoggingIsOff) {
+  evaluations = 0;
+  QENCapturedAssertions captured;
+  QENFoundationDevLogger::setFoundationAssertsLoggingEnabled(false);
+  QENAssert(false, "-[X y]", "silent %d", countedValue());
+  QENFoundationDevLogger::setFoundationAssertsLoggingEnabled(true);
+  EXPECT_TRUE(captured.records().empty());
+  EXPECT_EQ(evaluations, 0);
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "QENCommandLineOptions/QENCommandLineOptions.h"
+#include "QENFoundation/QENDate.h"
+#include "QENFoundation/QENIndentation.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENURLLoading/QENURL.h"
+
+namespace {
+
+using QENFoundation::qen_networkEndianHexString;
+
+TEST(NetworkEndianHexString, RendersTheBigEndianValueWithLeadingZeros) {
+  EXPECT_EQ(qen_networkEndianHexString(std::int64_t{0x0102030405060708}), "0102030405060708");
+  EXPECT_EQ(qen_networkEndianHexString(std::int64_t{0xab}), "00000000000000ab");
+  EXPECT_EQ(qen_networkEndianHexString(std::int64_t{-1}), "ffffffffffffffff");
+  EXPECT_EQ(qen_networkEndianHexString(std::numeric_limits<std::int64_t>::min()),
+            "8000000000000000");
+  const std::uint16_t shortValue = 0x0a0b;
+  EXPECT_EQ(qen_networkEndianHexString(std::as_bytes(std::span(&shortValue, 1))), "0a0b");
+  EXPECT_EQ(qen_networkEndianHexString(std::span<const std::byte>()), "");
+}
+
+TEST(PrependIndentationLevel, AddsOneLevelPerDepth) {
+  EXPECT_EQ(QENFoundation::prependIndentationLevel("line\n", 0), "line\n");
+  EXPECT_EQ(QENFoundation::prependIndentationLevel("line\n", 2), "    line\n");
+}
+
+TEST(MonotonicTime, MapsToTheWallClockAndBackAsAFixedTranslation) {
+  const double now = QENMonotonicTimeGetCurrent();
+  const double wallClock = QENDate::dateWithTimeIntervalSince1970(
+                               static_cast<double>(std::time(nullptr)))
+                               .timeIntervalSinceReferenceDate();
+  EXPECT_NEAR(QENMonotonicTimeGetAbsoluteTime(now), wallClock, 2.0);
+  EXPECT_DOUBLE_EQ(QENMonotonicTimeGetAbsoluteTime(now + 1.5) - QENMonotonicTimeGetAbsoluteTime(now),
+                   1.5);
+  EXPECT_NEAR(QENDate::dateWithMonotonicTime(now).monotonicTime(), now, 1e-6);
+  EXPECT_DOUBLE_EQ(QENDate::dateWithTimeIntervalSince1970(kCFAbsoluteTimeIntervalSince1970)
+                       .timeIntervalSinceReferenceDate(),
+                   0.0);
+  EXPECT_TRUE(QENIsValidMonotonicTime(now));
+  EXPECT_FALSE(QENIsValidMonotonicTime(-1.0));
+  EXPECT_FALSE(QENIsValidMonotonicTime(NAN));
+  EXPECT_FALSE(QENIsValidMonotonicTime(INFINITY));
+}
+
+TEST(CommandLineOptions, ReadTheEnvironmentUntilTheHostSetsThem) {
+  ::setenv(QENCommandLineOptions::kPerformanceTestModeVariable, "Yes", 1);
+  ::setenv(QENCommandLineOptions::kPerformanceTestNameVariable, "feed_scroll", 1);
+  EXPECT_TRUE(QENCommandLineOptions::isPerformanceTestMode());
+  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), "feed_scroll");
+
+  QENCommandLineOptions::setPerformanceTestMode(false);
+  QENCommandLineOptions::setPerformanceTestName(std::nullopt);
+  EXPECT_FALSE(QENCommandLineOptions::isPerformanceTestMode());
+  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), std::nullopt);
+
+  QENCommandLineOptions::resetToEnvironment();
+  ::unsetenv(QENCommandLineOptions::kPerformanceTestModeVariable);
+  ::unsetenv(QENCommandLineOptions::kPerformanceTestNameVariable);
+  EXPECT_FALSE(QENCommandLineOptions::isPerformanceTestMode());
+  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), std::nullopt);
+}
+
+TEST(URL, KeepsParsableStringsAndRejectsOthers) {
+  const auto url = QENURL::URLWithString("https://user@cdn.example.com:8443/a/b?x=1#frag");
+  ASSERT_NE(url, nullptr);
+  EXPECT_EQ(url->absoluteString(), "https://user@cdn.example.com:8443/a/b?x=1#frag");
+  EXPECT_EQ(*url, *QENURL::URLWithString("https://user@cdn.example.com:8443/a/b?x=1#frag"));
+  EXPECT_EQ(QENURL::URLWithString("http://exa mple.com/"), nullptr);
+  EXPECT_EQ(QENURL::URLWithString(""), nullptr);
+}
+
+}  // namespace

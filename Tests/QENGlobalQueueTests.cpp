@@ -1,0 +1,68 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <latch>
+#include <thread>
+
+#include "QENFoundation/QENGlobalQueue.h"
+#include "QENFoundation/QENThreadPoolExecutor.h"
+
+namespace {
+
+TEST(QENGlobalQueue, RunsWorkOnAnotherThread) {
+  std::promise<std::thread::id> ranOn;
+  QENGlobalQueue::dispatchAsync([&] { ranOn.set_value(std::this_thread::get_id()); });
+  EXPECT_NE(ranOn.get_future().get(), std::this_thread::get_id());
+}
+
+// A host's executor: counts what it is given and runs it on a thread of its own.
+class CountingExecutor : public QENExecutor {
+ public:
+  void execute(std::function<void()> work) override {
+    ++submitted;
+    std::thread(std::move(work)).detach();
+  }
+  std::atomic<int> submitted{0};
+};
+
+TEST(QENGlobalQueue, SubmitsToTheExecutorTheHostInstalls) {
+  auto executor = std::make_shared<CountingExecutor>();
+  QENGlobalQueue::setExecutor(executor);
+  std::promise<void> ran;
+  QENGlobalQueue::dispatchAsync([&] { ran.set_value(); });
+  ran.get_future().get();
+  EXPECT_EQ(executor->submitted, 1);
+
+  QENGlobalQueue::setExecutor(nullptr);
+  std::promise<void> ranOnDefault;
+  QENGlobalQueue::dispatchAsync([&] { ranOnDefault.set_value(); });
+  ranOnDefault.get_future().get();
+  EXPECT_EQ(executor->submitted, 1);
+}
+
+TEST(QENThreadPoolExecutor, RunsEveryTaskOnceWithinItsThreadLimit) {
+  constexpr int kTasks = 2000;
+  std::atomic<int> runs{0};
+  std::latch allRan(kTasks);
+  QENThreadPoolExecutor executor(3);
+  std::vector<std::thread> submitters;
+  for (int submitter = 0; submitter < 4; ++submitter) {
+    submitters.emplace_back([&] {
+      for (int task = 0; task < kTasks / 4; ++task) {
+        executor.execute([&] {
+          ++runs;
+          allRan.count_down();
+        });
+      }
+    });
+  }
+  for (auto& submitter : submitters) {
+    submitter.join();
+  }
+  allRan.wait();
+  EXPECT_EQ(runs, kTasks);
+  EXPECT_LE(executor.threadCount(), 3u);
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QENFoundation/QENNotificationCenter.h"
+
+namespace {
+
+struct Sender : QENObject {};
+
+TEST(QENNotificationCenter, DeliversByNameAndSenderInRegistrationOrder) {
+  QENNotificationCenter center;
+  auto observer = std::make_shared<int>(0);
+  auto sender = std::make_shared<Sender>();
+  std::vector<std::string> calls;
+  center.addObserver(observer, "A", nullptr, [&](const QENNotification& notification) {
+    calls.push_back("any:" + std::any_cast<std::string>(notification.userInfo.at("key")));
+  });
+  center.addObserver(observer, "A", sender.get(), [&](const QENNotification& notification) {
+    EXPECT_EQ(notification.object, sender);
+    calls.push_back("sender");
+  });
+  center.addObserver(observer, "B", nullptr, [&](const QENNotification&) { calls.push_back("B"); });
+
+  center.postNotificationName("A", sender, {{"key", std::string("one")}});
+  center.postNotificationName("A", std::make_shared<Sender>(), {{"key", std::string("two")}});
+  EXPECT_EQ(calls, (std::vector<std::string>{"any:one", "sender", "any:two"}));
+
+  calls.clear();
+  center.removeObserver(observer.get(), "A");
+  center.postNotificationName("A", sender, {{"key", std::string("three")}});
+  center.postNotificationName("B");
+  EXPECT_EQ(calls, (std::vector<std::string>{"B"}));
+  center.removeObserver(observer.get());
+  center.postNotificationName("B");
+  EXPECT_EQ(calls.size(), 1u);
+}
+
+TEST(QENNotificationCenter, HandlersMayPostAndRegisterWithoutDeadlock) {
+  QENNotificationCenter center;
+  auto observer = std::make_shared<int>(0);
+  int nestedDeliveries = 0;
+  center.addObserver(observer, "outer", nullptr, [&](const QENNotification&) {
+    center.addObserver(observer, "inner", nullptr, [&](const QENNotification&) {
+      ++nestedDeliveries;
+    });
+    center.postNotificationName("inner");
+  });
+  center.postNotificationName("outer");
+  center.postNotificationName("outer");
+  EXPECT_EQ(nestedDeliveries, 1 + 2) << "first post: one inner observer; second: two";
+}
+
+// An observer that records whether it was called while, or after, being destroyed.
+struct Probe {
+  std::atomic<bool> alive{true};
+  ~Probe() { alive = false; }
+};
+
+TEST(QENNotificationCenter, NeverCallsAnObserverWhoseDestructionHasBegun) {
+  QENNotificationCenter center;
+  std::atomic<int> callsOnDyingObservers{0};
+  for (int round = 0; round < 200; ++round) {
+    auto probe = std::make_shared<Probe>();
+    Probe* const raw = probe.get();
+    center.addObserver(probe, "tick", nullptr, [raw, &callsOnDyingObservers](const auto&) {
+      if (!raw->alive) {
+        ++callsOnDyingObservers;
+      }
+    });
+    std::latch posting(1);
+    std::atomic<bool> stop{false};
+    std::thread poster([&] {
+      center.postNotificationName("tick");
+      posting.count_down();
+      while (!stop) {
+        center.postNotificationName("tick");
+      }
+    });
+    posting.wait();
+    probe.reset();  // destroyed here or on the poster thread, whichever lets go last
+    center.removeObserver(raw);
+    stop = true;
+    poster.join();
+  }
+  EXPECT_EQ(callsOnDyingObservers, 0);
+}
+
+}  // namespace

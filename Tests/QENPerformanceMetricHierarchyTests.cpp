@@ -1,0 +1,193 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <future>
+#include <thread>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENPerformanceMetric.h"
+#include "Support/QENCapturedAssertions.h"
+
+namespace {
+
+using Metric = QENPerformanceMetric;
+
+// A metric that manages its tree: it adopts every metric that starts while it listens.
+class AdoptingMetric : public QENPerformanceMetric,
+                       public QENPerformanceMetricFactories<AdoptingMetric> {
+ public:
+  using QENPerformanceMetricFactories<AdoptingMetric>::initWithName;
+  using QENPerformanceMetricFactories<AdoptingMetric>::initLeafMetricWithName;
+  using QENPerformanceMetric::QENPerformanceMetric;
+
+  void addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>& metric) override {
+    ++offers;
+    addChildMetric(metric);
+  }
+  std::atomic<int> offers{0};
+};
+
+TEST(MetricHierarchy, AddingAnAbsentChildIsReportedAndChangesNothing) {
+  QENCapturedAssertions captured;
+  const auto parent = Metric::initWithName("parent");
+  parent->addChildMetric(nullptr);
+  EXPECT_TRUE(parent->childMetrics().empty());
+  EXPECT_EQ(captured.messages(), (std::vector<std::string>{"Metric should not be nil unless disabled"}));
+}
+
+TEST(MetricHierarchy, ARe_parentedChildIsReportedAndListedUnderBothParents) {
+  QENCapturedAssertions captured;
+  const auto first = Metric::initWithName("first");
+  const auto second = Metric::initWithName("second");
+  const auto child = Metric::initLeafMetricWithName("child");
+  first->addChildMetric(child);
+  const auto snapshot = first->childMetrics();
+  second->addChildMetric(child);
+  first->addChildMetric(Metric::initLeafMetricWithName("later"));
+
+  EXPECT_EQ(captured.messages(), (std::vector<std::string>{"Child metric should not already have a parent."}));
+  EXPECT_EQ(child->parentMetric(), second);
+  EXPECT_EQ(first->childMetrics().front(), child);
+  EXPECT_EQ(second->childMetrics().front(), child);
+  EXPECT_EQ(snapshot.size(), 1u) << "a snapshot does not see later additions";
+  EXPECT_EQ(first->childMetrics().size(), 2u);
+  EXPECT_TRUE(child->childMetrics().empty());
+}
+
+TEST(MetricHierarchy, AChildDoesNotKeepItsParentAlive) {
+  auto parent = Metric::initWithName("parent");
+  const auto child = Metric::initLeafMetricWithName("child");
+  parent->addChildMetric(child);
+  parent.reset();
+  EXPECT_EQ(child->parentMetric(), nullptr);
+}
+
+TEST(MetricHierarchy, StoppingAParentStopsOnlyUnfinishedChildrenAtTheCurrentClock) {
+  const auto parent = Metric::initWithName("parent");
+  const auto finished = Metric::initLeafMetricWithName("finished");
+  const auto running = Metric::initLeafMetricWithName("running");
+  const auto unstarted = Metric::initLeafMetricWithName("unstarted");
+  for (const auto& child : {finished, running, unstarted}) {
+    parent->addChildMetric(child);
+  }
+  const double now = QENMonotonicTimeGetCurrent();
+  parent->startMetricWithTime(now - 10);
+  finished->startMetricWithTime(now - 9);
+  finished->stopMetricWithTime(now - 8);
+  running->startMetricWithTime(now - 7);
+
+  parent->stopMetricWithTime(now - 5);
+  EXPECT_EQ(parent->stopTime(), now - 5);
+  EXPECT_EQ(finished->stopTime(), now - 8);
+  EXPECT_GE(running->stopTime(), now) << "children stop at the clock, not at the parent's time";
+  EXPECT_FALSE(unstarted->isStarted());
+  EXPECT_EQ(unstarted->stopTime(), kUnsetTime) << "a stop before start is ignored";
+}
+
+TEST(MetricHierarchy, LeavesNeitherPostNorListenAndBaseHooksAdoptNothing) {
+  const auto leaf = Metric::initLeafMetricWithName("leaf");
+  const auto managing = Metric::initWithName("managing");
+  EXPECT_FALSE(leaf->shouldPostMetricWillStart() || leaf->shouldObserveMetricWillStart() ||
+               leaf->isObservingMetricWillStart());
+  EXPECT_TRUE(managing->shouldPostMetricWillStart() && managing->isObservingMetricWillStart());
+
+  auto observer = std::make_shared<int>(0);
+  std::vector<const QENObject*> posted;
+  QENNotificationCenter::defaultCenter().addObserver(
+      observer, QENPerformanceMetricWillStartNotification, nullptr,
+      [&](const QENNotification& notification) { posted.push_back(notification.object.get()); });
+  leaf->startMetric();
+  const auto other = Metric::initWithName("other");
+  other->startMetric();
+  QENNotificationCenter::defaultCenter().removeObserver(observer.get());
+
+  EXPECT_EQ(posted, (std::vector<const QENObject*>{other.get()}));
+  EXPECT_TRUE(managing->childMetrics().empty());
+  EXPECT_EQ(other->parentMetric(), nullptr);
+}
+
+TEST(MetricHierarchy, TheFirstUnfinishedListenerAdoptsAStartingMetric) {
+  const auto finishedListener = AdoptingMetric::initWithName("finished", 1.0, 2.0);
+  const auto first = AdoptingMetric::initWithName("first");
+  const auto second = AdoptingMetric::initWithName("second");
+  static_assert(std::is_same_v<decltype(first), const std::shared_ptr<AdoptingMetric>>);
+  // Posts its start, listens to no one.
+  const auto starting = Metric::initWithName("starting", 1.0, false, true);
+
+  starting->startMetric();
+  EXPECT_EQ(finishedListener->offers, 0) << "a finished listener ignores will-start";
+  EXPECT_EQ(first->offers, 1) << "an unstarted listener takes part";
+  EXPECT_EQ(second->offers, 0) << "the starting metric already had a parent";
+  EXPECT_EQ(starting->parentMetric(), first);
+  // A listener that starts ignores itself.
+  first->startMetric();
+  EXPECT_EQ(first->offers, 1);
+  EXPECT_EQ(second->offers, 1);
+  EXPECT_EQ(first->parentMetric(), second);
+}
+
+TEST(MetricHierarchy, ACycleInTheTreeStillStopsAndInvalidates) {
+#if defined(__SANITIZE_ADDRESS__)
+  // Metrics in a cycle own each other and are never freed; that leak is the host's.
+  __lsan::ScopedDisabler cycleLeaks;
+#endif
+  const auto a = Metric::initWithName("a");
+  const auto b = Metric::initWithName("b");
+  a->addChildMetric(b);
+  b->addChildMetric(a);
+  a->addChildMetric(a);
+  a->startMetric();
+  b->startMetric();
+  a->stopMetric();
+  EXPECT_TRUE(a->isFinished() && b->isFinished());
+  a->invalidateWithReason(QENPerformanceMetricStopReasonNetworkError);
+  EXPECT_EQ(b->invalidateReason(), 3);
+}
+
+// Tells when it was first offered a metric, and whether it ever was once being destroyed.
+class DyingListener : public QENPerformanceMetric,
+                      public QENPerformanceMetricFactories<DyingListener> {
+ public:
+  using QENPerformanceMetricFactories<DyingListener>::initWithName;
+  using QENPerformanceMetric::QENPerformanceMetric;
+  ~DyingListener() override { alive = false; }
+
+  void addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>&) override {
+    if (!alive) {
+      ++offersWhileDying;
+    } else if (!offered.exchange(true)) {
+      firstOffer.set_value();
+    }
+  }
+
+  static inline std::atomic<int> offersWhileDying{0};
+  std::atomic<bool> alive{true};
+  std::atomic<bool> offered{false};
+  std::promise<void> firstOffer;
+};
+
+TEST(MetricHierarchy, AListenerDestroyedWhileOthersStartIsNeverCalled) {
+  std::atomic<bool> stop{false};
+  std::thread starter([&] {
+    while (!stop) {
+      Metric::initLeafMetricWithName("started")->startMetric();
+      Metric::initWithName("started", 1.0, false, true)->startMetric();
+    }
+  });
+  for (int round = 0; round < 200; ++round) {
+    auto listener = DyingListener::initWithName("listener");
+    listener->firstOffer.get_future().wait();
+    listener.reset();  // while the starter goes on posting
+  }
+  stop = true;
+  starter.join();
+  EXPECT_EQ(DyingListener::offersWhileDying, 0);
+}
+
+}  // namespace

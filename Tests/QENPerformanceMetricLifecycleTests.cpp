@@ -1,0 +1,255 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <future>
+#include <thread>
+
+#include "QENCommandLineOptions/QENCommandLineOptions.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENPerformanceMetric.h"
+#include "Support/QENCapturedAssertions.h"
+
+namespace {
+
+using Metric = QENPerformanceMetric;
+
+// Resolves with the `valid` flag and the thread of the first call of a completion callback.
+struct CompletionProbe {
+  std::promise<std::pair<bool, std::thread::id>> promise;
+  std::future<std::pair<bool, std::thread::id>> future = promise.get_future();
+  std::atomic<int> calls{0};
+
+  Metric::CompletionBlock block() {
+    return [this](bool valid) {
+      if (++calls == 1) {
+        promise.set_value({valid, std::this_thread::get_id()});
+      }
+    };
+  }
+};
+
+TEST(MetricLifecycle, AFreshMetricIsUnstartedValidAndReportsNowPlusOne) {
+  const auto metric = Metric::initWithName("fresh", 0.25);
+  EXPECT_FALSE(metric->isStarted());
+  EXPECT_FALSE(metric->isFinished());
+  EXPECT_FALSE(metric->isInFlight());
+  EXPECT_TRUE(metric->isValid());
+  EXPECT_EQ(metric->invalidateReason(), -1);
+  EXPECT_EQ(metric->metricCause(), -1);
+  EXPECT_EQ(metric->viewType(), -1);
+  EXPECT_EQ(metric->viewParameter(), -1);
+  EXPECT_EQ(metric->invalidatingQenLogEventType(), -1);
+  EXPECT_EQ(metric->completingEvent(), 0u);
+  EXPECT_EQ(metric->identifier(), "fresh");
+  EXPECT_EQ(metric->uploadFraction(), 0.25);
+  const double percent = metric->randomUploadFraction() * 100;
+  EXPECT_TRUE(percent >= 0 && percent <= 99 && std::fabs(percent - std::round(percent)) < 1e-9);
+  const double before = QENMonotonicTimeGetCurrent();
+  const double time = metric->metricTime();
+  EXPECT_GE(time, before + 1.0);
+  EXPECT_LE(time, QENMonotonicTimeGetCurrent() + 1.0);
+}
+
+TEST(MetricLifecycle, TheFirstStartWinsAndEveryStartPostsWillStart) {
+  const auto metric = Metric::initWithName("feed");
+  auto observer = std::make_shared<int>(0);
+  int posts = 0;
+  QENNotificationCenter::defaultCenter().addObserver(
+      observer, QENPerformanceMetricWillStartNotification, metric.get(),
+      [&](const QENNotification&) { ++posts; });
+  const double now = QENMonotonicTimeGetCurrent();
+  metric->startMetricWithTime(now);
+  metric->startMetricWithTime(now + 1);
+  EXPECT_EQ(metric->startTime(), now);
+  EXPECT_EQ(posts, 2);
+  EXPECT_TRUE(metric->isInFlight());
+  QENNotificationCenter::defaultCenter().removeObserver(observer.get());
+}
+
+TEST(MetricLifecycle, StopIsIgnoredBeforeStartAndAfterTheFirstStop) {
+  QENCapturedAssertions captured;
+  const auto metric = Metric::initLeafMetricWithName("leaf");
+  CompletionProbe probe;
+  metric->addCompletionBlock(probe.block());
+  metric->stopMetric();
+  EXPECT_EQ(metric->stopTime(), kUnsetTime);
+  EXPECT_NE(metric->completionBlocks(), nullptr) << "no callback taken out by an ignored stop";
+
+  const double now = QENMonotonicTimeGetCurrent();
+  metric->startMetricWithTime(now);
+  metric->stopMetricWithTime(now + 0.5);
+  metric->stopMetricWithTime(now + 0.7);
+  EXPECT_EQ(metric->stopTime(), now + 0.5);
+  EXPECT_TRUE(probe.future.get().first);
+  EXPECT_EQ(metric->completionBlocks(), nullptr);
+  EXPECT_TRUE(captured.records().empty());
+}
+
+TEST(MetricLifecycle, AStopBeforeTheStartIsReportedAndClampedToTheStart) {
+  QENCapturedAssertions captured;
+  const auto metric = Metric::initLeafMetricWithName("leaf");
+  const double now = QENMonotonicTimeGetCurrent();
+  metric->startMetricWithTime(now);
+  metric->stopMetricWithTime(now - 2);
+  EXPECT_EQ(metric->stopTime(), now);
+  EXPECT_EQ(metric->metricTime(), 0.0);
+  EXPECT_TRUE(metric->isFinished());
+  ASSERT_EQ(captured.records().size(), 1u);
+  EXPECT_EQ(captured.records()[0].message,
+            "Metric stop time must be greater than or equal to start time");
+  EXPECT_EQ(captured.records()[0].method, "-[QENPerformanceMetric stopMetricWithTime:]");
+}
+
+TEST(MetricLifecycle, TimesFarFromNowAreReportedAndUsedAnyway) {
+  QENCapturedAssertions captured;
+  const auto metric = Metric::initLeafMetricWithName("leaf");
+  const double now = QENMonotonicTimeGetCurrent();
+  metric->startMetricWithTime(now + 4000);
+  metric->stopMetricWithTime(NAN);
+  EXPECT_EQ(metric->startTime(), now + 4000);
+  EXPECT_EQ(metric->stopTime(), now + 4000) << "NaN is not after the start: clamped to it";
+  EXPECT_EQ(captured.messages(),
+            (std::vector<std::string>{
+                "Invalid parameter not satisfying: ABS(startTime - QENMonotonicTimeGetCurrent()) "
+                "< 3600",
+                "Invalid parameter not satisfying: ABS(stopTime - QENMonotonicTimeGetCurrent()) "
+                "< 3600"}));
+}
+
+TEST(MetricLifecycle, CallbacksRunOnceInOrderOnTheGlobalQueue) {
+  const auto metric = Metric::initLeafMetricWithName("leaf");
+  std::vector<int> order;
+  metric->addCompletionBlock([&](bool) { order.push_back(1); });
+  metric->addCompletionBlock([&](bool) { order.push_back(2); });
+  CompletionProbe probe;
+  metric->addCompletionBlock(probe.block());
+  metric->startMetric();
+  metric->stopMetric();
+  metric->invalidateWithReason(QENPerformanceMetricStopReasonServerError);
+  const auto [valid, thread] = probe.future.get();
+  EXPECT_TRUE(valid);
+  EXPECT_NE(thread, std::this_thread::get_id());
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+  EXPECT_EQ(probe.calls, 1);
+
+  // Added after the end: runs at once, here, with the validity at that moment.
+  bool lateValid = true;
+  std::thread::id lateThread;
+  metric->addCompletionBlock([&](bool valid) {
+    lateValid = valid;
+    lateThread = std::this_thread::get_id();
+  });
+  EXPECT_FALSE(lateValid);
+  EXPECT_EQ(lateThread, std::this_thread::get_id());
+}
+
+TEST(MetricLifecycle, InvalidatingAFinishedMetricChangesOnlyItsReasonAndReachesAllChildren) {
+  const auto parent = Metric::initWithName("parent");
+  const auto finishedChild = Metric::initLeafMetricWithName("finished");
+  const auto runningChild = Metric::initLeafMetricWithName("running");
+  parent->addChildMetric(finishedChild);
+  parent->startMetric();
+  finishedChild->startMetric();
+  finishedChild->stopMetric();
+  parent->stopMetric();
+  runningChild->startMetric();
+  parent->addChildMetric(runningChild);
+  const double stopTime = parent->stopTime();
+  CompletionProbe probe;
+  parent->addCompletionBlock(probe.block());  // runs at once: finished and valid
+
+  parent->invalidateWithReason(QENPerformanceMetricStopReasonServerError);
+  EXPECT_FALSE(parent->isValid());
+  EXPECT_EQ(parent->stopTime(), stopTime);
+  EXPECT_EQ(probe.calls, 1);
+  EXPECT_EQ(finishedChild->invalidateReason(), 2);
+  EXPECT_EQ(runningChild->invalidateReason(), 2);
+  EXPECT_TRUE(runningChild->isFinished()) << "invalidation stops a running child now";
+}
+
+TEST(MetricLifecycle, InvalidationBeforeStartKeepsLaterCallbacksForever) {
+  QENCapturedAssertions captured;
+  const auto metric = Metric::initLeafMetricWithName("leaf");
+  CompletionProbe early;
+  metric->addCompletionBlock(early.block());
+  metric->invalidateWithReason(QENPerformanceMetricStopReasonDefault);
+  EXPECT_EQ(captured.messages(),
+            (std::vector<std::string>{"QENPerformanceMetricStopReasonDefault should only be used "
+                                      "to represent valid metrics"}));
+  EXPECT_TRUE(metric->isValid()) << "the default reason keeps the metric valid";
+  EXPECT_FALSE(early.future.get().first) << "but its callbacks still learn of an invalidation";
+
+  metric->invalidate();
+  EXPECT_FALSE(metric->isStarted() || metric->isFinished() || metric->isInFlight());
+  EXPECT_FALSE(metric->isValid());
+  CompletionProbe late;
+  metric->addCompletionBlock(late.block());
+  EXPECT_EQ(metric->completionBlocks()->size(), 1u) << "stored, and no stop will ever take it";
+  EXPECT_EQ(late.calls, 0);
+
+  // A start after the stored stop time does not make it finished.
+  metric->startMetricWithTime(metric->stopTime() + 1);
+  EXPECT_TRUE(metric->isStarted());
+  EXPECT_FALSE(metric->isFinished());
+}
+
+TEST(MetricLifecycle, BothInvalidationFormsStoreTheHostEventType) {
+  const auto locked = Metric::initLeafMetricWithName("locked");
+  const auto unlocked = Metric::initLeafMetricWithName("unlocked");
+  locked->invalidateWithReason(QENPerformanceMetricStopReasonUserAbort, 4701);
+  unlocked->invalidateWithReasonAndQENLogEventType(QENPerformanceMetricStopReasonClientError, 8352);
+  EXPECT_EQ(locked->invalidatingQenLogEventType(), 4701);
+  EXPECT_EQ(locked->invalidateReason(), 1);
+  EXPECT_EQ(unlocked->invalidatingQenLogEventType(), 8352);
+  EXPECT_EQ(unlocked->invalidateReason(), 5);
+}
+
+TEST(MetricLifecycle, UploadFollowsTheWholePercentageDrawAndSkipsUnknownInvalidations) {
+  for (int round = 0; round < 300; ++round) {
+    const auto metric = Metric::initLeafMetricWithName("sampled");
+    const auto rare = Metric::initWithName("rare", 0.01);
+    EXPECT_EQ(rare->shouldUpload(), rare->randomUploadFraction() <= 0.01);
+    EXPECT_FALSE(Metric::initWithName("never", 0.0)->shouldUpload());
+    EXPECT_TRUE(metric->shouldUpload());
+    metric->invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
+    EXPECT_TRUE(metric->shouldUpload());
+    metric->invalidate();
+    EXPECT_FALSE(metric->shouldUpload());
+  }
+}
+
+TEST(MetricLifecycle, PerformanceTestModeUploadsEverythingButUnknownInvalidations) {
+  // The mode is read once per process, so the check runs in a fresh one.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        QENCommandLineOptions::setPerformanceTestMode(true);
+        const auto never = Metric::initWithName("never", 0.0);
+        const auto unknown = Metric::initWithName("unknown", 1.0);
+        unknown->invalidate();
+        std::exit(never->shouldUpload() && !unknown->shouldUpload() ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST(MetricLifecycle, FactoriesSetTimesAndIdentifiersWithoutSideEffects) {
+  const auto measured = Metric::initWithName("measured", 10.0, 12.5);
+  EXPECT_TRUE(measured->isFinished());
+  EXPECT_EQ(measured->metricTime(), 2.5);
+  EXPECT_TRUE(measured->isObservingMetricWillStart());
+  const auto leaf = Metric::initLeafMetricWithName("leaf", 3.0, 1.0);
+  EXPECT_FALSE(leaf->isFinished()) << "times are stored unchecked";
+  EXPECT_FALSE(leaf->isObservingMetricWillStart());
+
+  const auto identified = Metric::initWithName("ids", std::int64_t{-7}, std::int64_t{42});
+  EXPECT_EQ(identified->traceId(), -7);
+  EXPECT_EQ(identified->spanId(), 42);
+  const auto spanOnly = Metric::initWithName("span", std::int64_t{99});
+  EXPECT_EQ(spanOnly->spanId(), 99);
+  spanOnly->overrideMetricWithSpanId(100);
+  EXPECT_EQ(spanOnly->spanId(), 100);
+  EXPECT_NE(Metric::initWithName("a")->traceId(), Metric::initWithName("b")->traceId());
+}
+
+}  // namespace

@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "QENFoundation/QENChaCha20.h"
+#include "QENFoundation/QENRandom.h"
+
+namespace {
+
+std::string hex(const std::byte* bytes, std::size_t count) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (std::size_t index = 0; index < count; ++index) {
+    const auto value = std::to_integer<unsigned>(bytes[index]);
+    text += kDigits[value >> 4];
+    text += kDigits[value & 0xF];
+  }
+  return text;
+}
+
+// Key 00 01 .. 1f, as in the ChaCha20 test vector of RFC 8439, section 2.3.2.
+std::array<std::uint32_t, 16> stateWithCounter(std::uint32_t counter, std::uint32_t word13,
+                                               std::uint32_t word14) {
+  std::array<std::uint32_t, 16> state = {0x61707865, 0x3320646e, 0x79622d32, 0x6b206574};
+  for (std::uint32_t word = 0; word < 8; ++word) {
+    const std::uint32_t base = word * 4;
+    state[4 + word] = base | (base + 1) << 8 | (base + 2) << 16 | (base + 3) << 24;
+  }
+  state[12] = counter;
+  state[13] = word13;
+  state[14] = word14;
+  return state;
+}
+
+std::vector<std::string> blockPrefixes(const std::array<std::uint32_t, 16>& state) {
+  std::array<std::byte, 256> keystream{};
+  QENFoundation::QENChaCha20Blocks(state, keystream);
+  std::vector<std::string> prefixes;
+  for (std::size_t block = 0; block < 4; ++block) {
+    prefixes.push_back(hex(&keystream[block * 64], 16));
+  }
+  return prefixes;
+}
+
+// Expected values computed independently with `openssl enc -chacha20`.
+TEST(QENChaCha20, MatchesTheReferenceKeystreamIncludingTheCounterCarry) {
+  std::array<std::byte, 256> keystream{};
+  QENFoundation::QENChaCha20Blocks(stateWithCounter(1, 0x09000000, 0x4a000000), keystream);
+  EXPECT_EQ(hex(keystream.data(), 64),
+            "10f1e7e4d13b5915500fdd1fa32071c4c7d1f4c733c068030422aa9ac3d46c4e"
+            "d2826446079faa0914c2d705d98b02a2b5129cd1de164eb9cbd083e8a2503c4e");
+  EXPECT_EQ(blockPrefixes(stateWithCounter(1, 0x09000000, 0x4a000000)),
+            (std::vector<std::string>{"10f1e7e4d13b5915500fdd1fa32071c4",
+                                      "0a88837739d7bf4ef8ccacb0ea2bb9d6",
+                                      "dcbfbdcb83be65862ed5c20eae5a4324",
+                                      "69d09f0d336478ca9068335ae2b30909"}));
+  EXPECT_EQ(blockPrefixes(stateWithCounter(0xffffffff, 7, 0)),
+            (std::vector<std::string>{"14f88aa61e2ed8575ba8882863b6d720",
+                                      "523ca906198fedcb67d08f3bb50e4f34",
+                                      "2ccf12dfd85c0445cf395f0412178925",
+                                      "a6007dbb886a1eb4cd13c5f9e5cc8fc0"}));
+}
+
+TEST(QENRandom, UniformStaysInRangeAndReachesEveryValue) {
+  EXPECT_EQ(QENFoundation::arc4random_uniform(0), 0u);
+  EXPECT_EQ(QENFoundation::arc4random_uniform(1), 0u);
+  std::set<std::uint32_t> seen;
+  for (int draw = 0; draw < 20000; ++draw) {
+    const std::uint32_t value = QENFoundation::arc4random_uniform(100);
+    ASSERT_LT(value, 100u);
+    seen.insert(value);
+  }
+  EXPECT_EQ(seen.size(), 100u);
+  EXPECT_LT(QENFoundation::arc4random_uniform(0x80000001u), 0x80000001u);
+}
+
+TEST(QENRandom, BytesAreEvenlySpreadAcrossReseeds) {
+  // More than one reseed interval, drawn in odd-sized pieces across batch boundaries.
+  std::vector<unsigned char> bytes(3 << 20);
+  for (std::size_t offset = 0; offset < bytes.size(); offset += 1000) {
+    QENFoundation::arc4random_buf(&bytes[offset], std::min<std::size_t>(1000, bytes.size() - offset));
+  }
+  std::array<std::size_t, 256> histogram{};
+  for (const unsigned char byte : bytes) {
+    ++histogram[byte];
+  }
+  const double expected = bytes.size() / 256.0;
+  for (const std::size_t count : histogram) {
+    EXPECT_NEAR(count, expected, expected * 0.05);
+  }
+}
+
+TEST(QENRandom, AForkedChildDrawsOtherBytesThanItsParent) {
+  std::uint64_t warmUp = 0;
+  QENFoundation::arc4random_buf(&warmUp, sizeof warmUp);
+  int pipeEnds[2];
+  ASSERT_EQ(::pipe(pipeEnds), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    std::uint64_t draw = 0;
+    QENFoundation::arc4random_buf(&draw, sizeof draw);
+    const bool written = ::write(pipeEnds[1], &draw, sizeof draw) == sizeof draw;
+    ::_exit(written ? 0 : 1);
+  }
+  std::uint64_t parentDraw = 0;
+  QENFoundation::arc4random_buf(&parentDraw, sizeof parentDraw);
+  std::uint64_t childDraw = 0;
+  ASSERT_EQ(::read(pipeEnds[0], &childDraw, sizeof childDraw),
+            static_cast<ssize_t>(sizeof childDraw));
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ::close(pipeEnds[0]);
+  ::close(pipeEnds[1]);
+  EXPECT_NE(childDraw, parentDraw);
+}
+
+}  // namespace
