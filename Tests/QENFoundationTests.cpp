@@ -33,12 +33,12 @@ TEST(PrependIndentationLevel, AddsOneLevelPerDepth) {
 
 TEST(MonotonicTime, MapsToTheWallClockAndBackAsAFixedTranslation) {
   const double now = QENMonotonicTimeGetCurrent();
-  const double wallClock = QENDate::dateWithTimeIntervalSince1970(
-                               static_cast<double>(std::time(nullptr)))
-                               .timeIntervalSinceReferenceDate();
+  const double wallClock =
+      QENDate::dateWithTimeIntervalSince1970(static_cast<double>(std::time(nullptr)))
+          .timeIntervalSinceReferenceDate();
   EXPECT_NEAR(QENMonotonicTimeGetAbsoluteTime(now), wallClock, 2.0);
-  EXPECT_DOUBLE_EQ(QENMonotonicTimeGetAbsoluteTime(now + 1.5) - QENMonotonicTimeGetAbsoluteTime(now),
-                   1.5);
+  EXPECT_DOUBLE_EQ(
+      QENMonotonicTimeGetAbsoluteTime(now + 1.5) - QENMonotonicTimeGetAbsoluteTime(now), 1.5);
   EXPECT_NEAR(QENDate::dateWithMonotonicTime(now).monotonicTime(), now, 1e-6);
   EXPECT_DOUBLE_EQ(QENDate::dateWithTimeIntervalSince1970(kCFAbsoluteTimeIntervalSince1970)
                        .timeIntervalSinceReferenceDate(),

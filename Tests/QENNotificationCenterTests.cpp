@@ -46,9 +46,8 @@ TEST(QENNotificationCenter, HandlersMayPostAndRegisterWithoutDeadlock) {
   auto observer = std::make_shared<int>(0);
   int nestedDeliveries = 0;
   center.addObserver(observer, "outer", nullptr, [&](const QENNotification&) {
-    center.addObserver(observer, "inner", nullptr, [&](const QENNotification&) {
-      ++nestedDeliveries;
-    });
+    center.addObserver(observer, "inner", nullptr,
+                       [&](const QENNotification&) { ++nestedDeliveries; });
     center.postNotificationName("inner");
   });
   center.postNotificationName("outer");

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <future>
+#include <latch>
 #include <thread>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -38,7 +38,8 @@ TEST(MetricHierarchy, AddingAnAbsentChildIsReportedAndChangesNothing) {
   const auto parent = Metric::initWithName("parent");
   parent->addChildMetric(nullptr);
   EXPECT_TRUE(parent->childMetrics().empty());
-  EXPECT_EQ(captured.messages(), (std::vector<std::string>{"Metric should not be nil unless disabled"}));
+  EXPECT_EQ(captured.messages(),
+            (std::vector<std::string>{"Metric should not be nil unless disabled"}));
 }
 
 TEST(MetricHierarchy, ARe_parentedChildIsReportedAndListedUnderBothParents) {
@@ -51,7 +52,8 @@ TEST(MetricHierarchy, ARe_parentedChildIsReportedAndListedUnderBothParents) {
   second->addChildMetric(child);
   first->addChildMetric(Metric::initLeafMetricWithName("later"));
 
-  EXPECT_EQ(captured.messages(), (std::vector<std::string>{"Child metric should not already have a parent."}));
+  EXPECT_EQ(captured.messages(),
+            (std::vector<std::string>{"Child metric should not already have a parent."}));
   EXPECT_EQ(child->parentMetric(), second);
   EXPECT_EQ(first->childMetrics().front(), child);
   EXPECT_EQ(second->childMetrics().front(), child);

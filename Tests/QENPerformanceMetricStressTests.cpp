@@ -74,9 +74,7 @@ bool isAllowedState(const Metric& metric) {
 void performRandomOperations(int thread, std::vector<std::vector<std::shared_ptr<Metric>>>& levels,
                              CallbackLedger& ledger) {
   std::mt19937 random(thread + 1);
-  auto pick = [&](int level) {
-    return levels[level][random() % kMetricsPerLevel];
-  };
+  auto pick = [&](int level) { return levels[level][random() % kMetricsPerLevel]; };
   for (int operation = 0; operation < kOperationsPerThread; ++operation) {
     const int level = static_cast<int>(random() % kLevels);
     const auto metric = pick(level);

@@ -38,33 +38,47 @@ std::array<std::uint32_t, 16> stateWithCounter(std::uint32_t counter, std::uint3
   return state;
 }
 
-std::vector<std::string> blockPrefixes(const std::array<std::uint32_t, 16>& state) {
-  std::array<std::byte, 256> keystream{};
-  QENFoundation::QENChaCha20Blocks(state, keystream);
+using QENFoundation::QENChaCha20Implementation;
+
+std::vector<std::string> blockPrefixes(const std::array<std::uint32_t, 16>& state,
+                                       QENChaCha20Implementation implementation) {
+  std::array<std::byte, QENFoundation::kChaCha20BytesPerCall> keystream{};
+  QENFoundation::QENChaCha20Blocks(state, keystream, implementation);
   std::vector<std::string> prefixes;
-  for (std::size_t block = 0; block < 4; ++block) {
+  for (std::size_t block = 0; block < 8; ++block) {
     prefixes.push_back(hex(&keystream[block * 64], 16));
   }
   return prefixes;
 }
 
 // Expected values computed independently with `openssl enc -chacha20`.
-TEST(QENChaCha20, MatchesTheReferenceKeystreamIncludingTheCounterCarry) {
-  std::array<std::byte, 256> keystream{};
-  QENFoundation::QENChaCha20Blocks(stateWithCounter(1, 0x09000000, 0x4a000000), keystream);
+void expectReferenceKeystream(QENChaCha20Implementation implementation) {
+  std::array<std::byte, QENFoundation::kChaCha20BytesPerCall> keystream{};
+  QENFoundation::QENChaCha20Blocks(stateWithCounter(1, 0x09000000, 0x4a000000), keystream,
+                                   implementation);
   EXPECT_EQ(hex(keystream.data(), 64),
             "10f1e7e4d13b5915500fdd1fa32071c4c7d1f4c733c068030422aa9ac3d46c4e"
             "d2826446079faa0914c2d705d98b02a2b5129cd1de164eb9cbd083e8a2503c4e");
-  EXPECT_EQ(blockPrefixes(stateWithCounter(1, 0x09000000, 0x4a000000)),
-            (std::vector<std::string>{"10f1e7e4d13b5915500fdd1fa32071c4",
-                                      "0a88837739d7bf4ef8ccacb0ea2bb9d6",
-                                      "dcbfbdcb83be65862ed5c20eae5a4324",
-                                      "69d09f0d336478ca9068335ae2b30909"}));
-  EXPECT_EQ(blockPrefixes(stateWithCounter(0xffffffff, 7, 0)),
-            (std::vector<std::string>{"14f88aa61e2ed8575ba8882863b6d720",
-                                      "523ca906198fedcb67d08f3bb50e4f34",
-                                      "2ccf12dfd85c0445cf395f0412178925",
-                                      "a6007dbb886a1eb4cd13c5f9e5cc8fc0"}));
+  EXPECT_EQ(blockPrefixes(stateWithCounter(1, 0x09000000, 0x4a000000), implementation),
+            (std::vector<std::string>{
+                "10f1e7e4d13b5915500fdd1fa32071c4", "0a88837739d7bf4ef8ccacb0ea2bb9d6",
+                "dcbfbdcb83be65862ed5c20eae5a4324", "69d09f0d336478ca9068335ae2b30909",
+                "a919bfe7a39def0c7c74981952cd16b7", "182b358e096f14b1a4bbdc69357a4c4c",
+                "cadfa21657898aac16038885f602a5eb", "4304f78488f1160008e9185df3a6223d"}));
+  EXPECT_EQ(blockPrefixes(stateWithCounter(0xffffffff, 7, 0), implementation),
+            (std::vector<std::string>{
+                "14f88aa61e2ed8575ba8882863b6d720", "523ca906198fedcb67d08f3bb50e4f34",
+                "2ccf12dfd85c0445cf395f0412178925", "a6007dbb886a1eb4cd13c5f9e5cc8fc0",
+                "1df8c5a7d3f588a3de8b402a9e3170d9", "4cef1864d858747cf30d082d7212a8e7",
+                "f60605cddcbb1daa775f76dcecf757f2", "278f5044a49f8c1fd512fb38e42a7c9e"}));
+}
+
+TEST(QENChaCha20, MatchesTheReferenceKeystreamIncludingTheCounterCarry) {
+  expectReferenceKeystream(QENChaCha20Implementation::kPortable);
+  if (QENFoundation::QENChaCha20PreferredImplementation() ==
+      QENChaCha20Implementation::kWideVectors) {
+    expectReferenceKeystream(QENChaCha20Implementation::kWideVectors);
+  }
 }
 
 TEST(QENRandom, UniformStaysInRangeAndReachesEveryValue) {
@@ -84,7 +98,8 @@ TEST(QENRandom, BytesAreEvenlySpreadAcrossReseeds) {
   // More than one reseed interval, drawn in odd-sized pieces across batch boundaries.
   std::vector<unsigned char> bytes(3 << 20);
   for (std::size_t offset = 0; offset < bytes.size(); offset += 1000) {
-    QENFoundation::arc4random_buf(&bytes[offset], std::min<std::size_t>(1000, bytes.size() - offset));
+    QENFoundation::arc4random_buf(&bytes[offset],
+                                  std::min<std::size_t>(1000, bytes.size() - offset));
   }
   std::array<std::size_t, 256> histogram{};
   for (const unsigned char byte : bytes) {

@@ -2,8 +2,9 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <climits>
+
+#include "QENFoundation/QENAtomicReference.h"
 
 namespace {
 
@@ -13,8 +14,8 @@ std::string runningExecutablePath() {
   return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
 }
 
-std::atomic<std::shared_ptr<const QENBundle>>& mainBundleSlot() {
-  static auto* const slot = new std::atomic<std::shared_ptr<const QENBundle>>(
+QENAtomicReference<std::shared_ptr<const QENBundle>>& mainBundleSlot() {
+  static auto* const slot = new QENAtomicReference<std::shared_ptr<const QENBundle>>(
       std::make_shared<const QENBundle>(runningExecutablePath()));
   return *slot;
 }

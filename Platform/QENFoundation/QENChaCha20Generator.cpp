@@ -23,12 +23,12 @@ void noteFork() noexcept {
 }
 
 std::uint64_t currentForkGeneration() noexcept {
-  static const bool registered = [] {
-    pthread_atfork(nullptr, nullptr, noteFork);
-    return true;
-  }();
-  (void)registered;
   return forkGeneration.load(std::memory_order_relaxed);
+}
+
+void watchForForks() noexcept {
+  static const bool registered = pthread_atfork(nullptr, nullptr, noteFork) == 0;
+  (void)registered;
 }
 
 bool readWithGetrandom(std::byte* destination, std::size_t size) noexcept {
@@ -68,11 +68,9 @@ bool readFromDevURandom(std::byte* destination, std::size_t size) noexcept {
 }
 
 void wipe(void* memory, std::size_t size) noexcept {
-  // A volatile pointer keeps the compiler from dropping stores to memory that is not read again.
-  auto* bytes = static_cast<volatile unsigned char*>(memory);
-  for (std::size_t index = 0; index < size; ++index) {
-    bytes[index] = 0;
-  }
+  std::memset(memory, 0, size);
+  // Tells the compiler the zeroes are read, so it cannot drop them as dead stores.
+  __asm__ __volatile__("" : : "r"(memory) : "memory");
 }
 
 }  // namespace
@@ -82,17 +80,13 @@ bool QENReadKernelRandomBytes(void* destination, std::size_t size) noexcept {
   return readWithGetrandom(bytes, size) || readFromDevURandom(bytes, size);
 }
 
-QENChaCha20Generator::~QENChaCha20Generator() {
-  wipe(state_.data(), sizeof state_);
-  wipe(batch_.data(), batch_.size());
-}
-
 bool QENChaCha20Generator::needsSeed() const noexcept {
   return !seeded_ || bytesSinceSeed_ >= kReseedInterval ||
          forkGeneration_ != currentForkGeneration();
 }
 
 void QENChaCha20Generator::seed() noexcept {
+  watchForForks();
   std::uint32_t key[kKeySize / 4];
   if (!QENReadKernelRandomBytes(key, sizeof key)) {
     // Neither kernel interface answered (a sandbox without /dev and without getrandom). The
@@ -109,18 +103,13 @@ void QENChaCha20Generator::seed() noexcept {
   available_ = 0;
   bytesSinceSeed_ = 0;
   forkGeneration_ = currentForkGeneration();
+  implementation_ = QENChaCha20PreferredImplementation();
   seeded_ = true;
 }
 
 void QENChaCha20Generator::refill() noexcept {
-  constexpr std::size_t kBytesPerCall = kChaCha20BlockSize * kChaCha20BlocksPerCall;
-  for (std::size_t offset = 0; offset < kBatchSize; offset += kBytesPerCall) {
-    QENChaCha20Blocks(state_, std::span<std::byte, kBytesPerCall>(&batch_[offset], kBytesPerCall));
-    const std::uint64_t counter =
-        (std::uint64_t{state_[13]} << 32 | state_[12]) + kChaCha20BlocksPerCall;
-    state_[12] = static_cast<std::uint32_t>(counter);
-    state_[13] = static_cast<std::uint32_t>(counter >> 32);
-  }
+  // Every batch is made under a new key, so the counter starts from zero each time.
+  QENChaCha20Blocks(state_, batch_, implementation_);
   // Fast key erasure: the batch's first bytes become the next key and are never handed out.
   std::memcpy(&state_[4], batch_.data(), kKeySize);
   state_[12] = state_[13] = 0;
@@ -131,10 +120,10 @@ void QENChaCha20Generator::refill() noexcept {
 void QENChaCha20Generator::fill(void* destination, std::size_t size) noexcept {
   auto* out = static_cast<std::byte*>(destination);
   while (size > 0) {
-    if (needsSeed()) {
-      seed();
-    }
-    if (available_ == 0) {
+    if (available_ == 0 || needsSeed()) [[unlikely]] {
+      if (needsSeed()) {
+        seed();
+      }
       refill();
     }
     const std::size_t take = size < available_ ? size : available_;

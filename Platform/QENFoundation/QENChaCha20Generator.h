@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "QENChaCha20.h"
+
 namespace QENFoundation {
 
 // A cryptographically secure random generator: a ChaCha20 keystream with fast key erasure.
@@ -14,13 +16,14 @@ namespace QENFoundation {
 // on first use, again after every kReseedInterval bytes, and again in a child process after
 // fork (the two processes never share output).
 //
-// One instance is not thread-safe; QENRandom keeps one per thread.
+// One instance is not thread-safe; QENRandom keeps one per thread. It is constant-initialised
+// and trivially destructible, so that a thread-local instance costs no initialisation check on
+// each draw.
 class QENChaCha20Generator {
  public:
   static constexpr std::size_t kReseedInterval = 1 << 20;
 
-  QENChaCha20Generator() = default;
-  ~QENChaCha20Generator();
+  constexpr QENChaCha20Generator() = default;
   QENChaCha20Generator(const QENChaCha20Generator&) = delete;
   QENChaCha20Generator& operator=(const QENChaCha20Generator&) = delete;
 
@@ -28,7 +31,7 @@ class QENChaCha20Generator {
 
  private:
   static constexpr std::size_t kKeySize = 32;
-  static constexpr std::size_t kBatchSize = 512;
+  static constexpr std::size_t kBatchSize = kChaCha20BytesPerCall;
 
   bool needsSeed() const noexcept;
   void seed() noexcept;
@@ -39,6 +42,7 @@ class QENChaCha20Generator {
   std::size_t available_ = 0;  // unread bytes, at the end of batch_
   std::size_t bytesSinceSeed_ = 0;
   std::uint64_t forkGeneration_ = 0;
+  QENChaCha20Implementation implementation_ = QENChaCha20Implementation::kPortable;
   bool seeded_ = false;
 };
 

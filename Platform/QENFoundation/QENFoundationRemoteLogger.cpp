@@ -8,8 +8,8 @@ void QENFoundationRemoteLogger::logErrorWithMessage(std::string message, bool sk
                                                     int additionalFramesToTrim, std::string method,
                                                     std::function<std::string()> fileID, int line,
                                                     std::string filePath) {
-  const QENDevLogRecord record{std::move(message), skipLogOnProduction,  additionalFramesToTrim,
-                               std::move(method),  std::move(fileID),    line,
+  const QENDevLogRecord record{std::move(message), skipLogOnProduction, additionalFramesToTrim,
+                               std::move(method),  std::move(fileID),   line,
                                std::move(filePath)};
   const std::shared_ptr<const Sink> sink = sink_.load();
   if (sink) {

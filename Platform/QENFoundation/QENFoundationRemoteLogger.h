@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "QENAtomicReference.h"
 #include "QENDevLogRecord.h"
 
 // The logger that takes error records. Records go to a sink; the default sink writes one line
@@ -27,5 +27,5 @@ class QENFoundationRemoteLogger {
   static void writeRecordToStandardError(const QENDevLogRecord& record);
 
  private:
-  std::atomic<std::shared_ptr<const Sink>> sink_;
+  QENAtomicReference<std::shared_ptr<const Sink>> sink_;
 };

@@ -1,10 +1,10 @@
 #include "QENGlobalQueue.h"
 
 #include <algorithm>
-#include <atomic>
 #include <thread>
 #include <utility>
 
+#include "QENAtomicReference.h"
 #include "QENThreadPoolExecutor.h"
 
 namespace {
@@ -16,8 +16,8 @@ const std::shared_ptr<QENExecutor>& defaultExecutor() {
   return *executor;
 }
 
-std::atomic<std::shared_ptr<QENExecutor>>& installedExecutor() {
-  static auto* const executor = new std::atomic<std::shared_ptr<QENExecutor>>();
+QENAtomicReference<std::shared_ptr<QENExecutor>>& installedExecutor() {
+  static auto* const executor = new QENAtomicReference<std::shared_ptr<QENExecutor>>();
   return *executor;
 }
 

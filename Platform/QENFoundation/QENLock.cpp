@@ -2,11 +2,16 @@
 
 namespace {
 constexpr int kSpinsBeforeSleeping = 100;
+thread_local char threadIdentity;
+}  // namespace
+
+const void* QENLock::currentThreadIdentity() noexcept {
+  return &threadIdentity;
 }
 
 bool QENLock::isHeldByCurrentThread() const noexcept {
   // Only the owner ever stores its own id, so a relaxed read that sees it is reliable.
-  return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  return owner_.load(std::memory_order_relaxed) == currentThreadIdentity();
 }
 
 void QENLock::lock() noexcept {
@@ -19,7 +24,7 @@ void QENLock::lock() noexcept {
                                       std::memory_order_relaxed)) {
     acquireContended();
   }
-  owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  owner_.store(currentThreadIdentity(), std::memory_order_relaxed);
   depth_ = 1;
 }
 
@@ -33,7 +38,7 @@ bool QENLock::try_lock() noexcept {
                                       std::memory_order_relaxed)) {
     return false;
   }
-  owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  owner_.store(currentThreadIdentity(), std::memory_order_relaxed);
   depth_ = 1;
   return true;
 }
@@ -42,7 +47,7 @@ void QENLock::unlock() noexcept {
   if (--depth_ > 0) {
     return;
   }
-  owner_.store(std::thread::id(), std::memory_order_relaxed);
+  owner_.store(nullptr, std::memory_order_relaxed);
   if (state_.exchange(kUnlocked, std::memory_order_release) == kLockedWithWaiters) {
     state_.notify_one();
   }

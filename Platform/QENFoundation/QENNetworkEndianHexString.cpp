@@ -11,8 +11,8 @@ std::string qen_networkEndianHexString(std::span<const std::byte> hostOrderBytes
   const std::size_t count = hostOrderBytes.size();
   for (std::size_t position = 0; position < count; ++position) {
     // Big-endian output: the most significant byte first.
-    const std::size_t source = std::endian::native == std::endian::little ? count - 1 - position
-                                                                          : position;
+    const std::size_t source =
+        std::endian::native == std::endian::little ? count - 1 - position : position;
     const auto byte = std::to_integer<unsigned>(hostOrderBytes[source]);
     text[2 * position] = kDigits[byte >> 4];
     text[2 * position + 1] = kDigits[byte & 0xF];

@@ -49,9 +49,7 @@ void QENNotificationCenter::removeRegistrationsIf(const ShouldRemove& shouldRemo
 
 namespace {
 auto registeredBy(const void* observer) {
-  return [observer](const auto& registration) {
-    return registration->observerAddress == observer;
-  };
+  return [observer](const auto& registration) { return registration->observerAddress == observer; };
 }
 }  // namespace
 

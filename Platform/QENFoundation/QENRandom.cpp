@@ -4,8 +4,11 @@
 
 namespace QENFoundation {
 
+namespace {
+constinit thread_local QENChaCha20Generator generator;
+}
+
 void arc4random_buf(void* destination, std::size_t size) noexcept {
-  thread_local QENChaCha20Generator generator;
   generator.fill(destination, size);
 }
 

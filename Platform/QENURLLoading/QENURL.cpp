@@ -11,8 +11,8 @@ class ParsedUri {
  public:
   explicit ParsedUri(std::string_view text) {
     const char* errorPosition = nullptr;
-    parsed_ = uriParseSingleUriExA(&uri_, text.data(), text.data() + text.size(),
-                                   &errorPosition) == URI_SUCCESS;
+    parsed_ = uriParseSingleUriExA(&uri_, text.data(), text.data() + text.size(), &errorPosition) ==
+              URI_SUCCESS;
   }
   ~ParsedUri() {
     if (parsed_) {

@@ -21,18 +21,18 @@
 #include "QENAssertionFailureReport.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
 
-#define QEN_ASSERTION_SITE(condition, method, ...)                                              \
-  do {                                                                                          \
-    if (!(condition)) [[unlikely]] {                                                            \
-      if (QENFoundationDevLogger::isFoundationAssertsLoggingEnabled()) {                        \
+#define QEN_ASSERTION_SITE(condition, method, ...)                                                 \
+  do {                                                                                             \
+    if (!(condition)) [[unlikely]] {                                                               \
+      if (QENFoundationDevLogger::isFoundationAssertsLoggingEnabled()) {                           \
         AssertionFailureReport(QENFormatAssertionMessage(__VA_ARGS__), method, __LINE__, __FILE__, \
-                               QENSourceFileBaseName(__FILE__));                                \
-      }                                                                                         \
-    }                                                                                           \
+                               QENSourceFileBaseName(__FILE__));                                   \
+      }                                                                                            \
+    }                                                                                              \
   } while (false)
 
-#define QENAssertNotNil(expression, method)                                                   \
-  QEN_ASSERTION_SITE((expression) != nullptr, method,                                         \
+#define QENAssertNotNil(expression, method)           \
+  QEN_ASSERTION_SITE((expression) != nullptr, method, \
                      "The following expression must not evaluate to nil: %s", #expression)
 
 #define QENParameterAssert(condition, conditionText, method) \

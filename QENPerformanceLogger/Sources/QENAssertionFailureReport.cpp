@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr std::array<std::string_view, 4> kModuleMarkers = {"Platform", "Library",
-                                                            "FeatureLibrary", "Feature"};
+constexpr std::array<std::string_view, 4> kModuleMarkers = {"Platform", "Library", "FeatureLibrary",
+                                                            "Feature"};
 constexpr std::string_view kUnknownModule = "unknown";
 
 std::vector<std::string_view> pathComponents(std::string_view path) {

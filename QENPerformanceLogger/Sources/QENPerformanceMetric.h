@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "QENFoundation/QENAtomicReference.h"
 #include "QENFoundation/QENLock.h"
 #include "QENFoundation/QENNotification.h"
 #include "QENFoundation/QENObject.h"
@@ -224,7 +225,8 @@ class QENPerformanceMetric : public QENObject,
   // is owned, registers its will-start listener if it observes.
   template <class Metric, class... Arguments>
   static std::shared_ptr<Metric> makeMetric(Arguments&&... arguments) {
-    auto metric = std::make_shared<Metric>(ConstructionKey{}, std::forward<Arguments>(arguments)...);
+    auto metric =
+        std::make_shared<Metric>(ConstructionKey{}, std::forward<Arguments>(arguments)...);
     metric->didFinishConstruction();
     return metric;
   }
@@ -243,6 +245,15 @@ class QENPerformanceMetric : public QENObject,
   }
 
  private:
+  struct RandomIdentifiers {
+    std::int64_t traceId;
+    std::int64_t spanId;
+  };
+  static RandomIdentifiers drawIdentifiers();
+  QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
+                       bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart,
+                       RandomIdentifiers identifiers);
+
   void didFinishConstruction();
   void postMetricWillStart();
   static void dispatchCompletionBlocks(std::shared_ptr<const CompletionBlockList> blocks,
@@ -269,11 +280,11 @@ class QENPerformanceMetric : public QENObject,
   std::int64_t traceId_;
 
   std::atomic<std::int64_t> spanId_;
-  std::atomic<std::shared_ptr<const QENURL>> associatedURL_;
+  QENAtomicReference<std::shared_ptr<const QENURL>> associatedURL_;
   std::atomic<std::int64_t> invalidatingQenLogEventType_{-1};
-  std::atomic<EventPointer> invalidatingEvent_;
+  QENAtomicReference<EventPointer> invalidatingEvent_;
   std::atomic<std::uint64_t> completingEvent_{0};
-  std::atomic<std::weak_ptr<QENPerformanceMetric>> parentMetric_;
+  QENAtomicReference<std::weak_ptr<QENPerformanceMetric>> parentMetric_;
   std::atomic<bool> reported_{false};
   std::atomic<bool> critical_{false};
   std::atomic<bool> shouldObserveMetricWillStart_;

@@ -11,12 +11,14 @@
 // own constructor (its initialiser):
 //
 //   class QENParentPerformanceMetric : public QENPerformanceMetric,
-//                                      public QENPerformanceMetricFactories<QENParentPerformanceMetric> {
+//                                      public
+//                                      QENPerformanceMetricFactories<QENParentPerformanceMetric> {
 //    public:
 //     using QENPerformanceMetricFactories<QENParentPerformanceMetric>::initWithName;
 //     using QENPerformanceMetricFactories<QENParentPerformanceMetric>::initLeafMetricWithName;
 //     QENParentPerformanceMetric(ConstructionKey key, std::string name, double uploadFraction,
-//                                bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart);
+//                                bool shouldObserveMetricWillStart, bool
+//                                shouldPostMetricWillStart);
 //   };
 //
 // The metric is owned by a shared_ptr before it registers for will-start notifications, so a
@@ -28,9 +30,8 @@ class QENPerformanceMetricFactories {
   static std::shared_ptr<Metric> initWithName(std::string name, double uploadFraction,
                                               bool shouldObserveMetricWillStart,
                                               bool shouldPostMetricWillStart) {
-    return Metric::template makeMetric<Metric>(std::move(name), uploadFraction,
-                                               shouldObserveMetricWillStart,
-                                               shouldPostMetricWillStart);
+    return Metric::template makeMetric<Metric>(
+        std::move(name), uploadFraction, shouldObserveMetricWillStart, shouldPostMetricWillStart);
   }
 
   // `dynamicallyManageMetricHierarchy` sets both will-start flags.
@@ -54,8 +55,7 @@ class QENPerformanceMetricFactories {
   }
 
   // Already measured: the times are stored as given, without checks, callbacks or notification.
-  static std::shared_ptr<Metric> initWithName(std::string name, double startTime,
-                                              double stopTime) {
+  static std::shared_ptr<Metric> initWithName(std::string name, double startTime, double stopTime) {
     auto metric = initWithName(std::move(name), 1.0);
     metric->setStartTime(startTime);
     metric->setStopTime(stopTime);
