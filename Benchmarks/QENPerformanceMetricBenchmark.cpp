@@ -40,6 +40,31 @@ void BM_ObservingMetricLifecycle(benchmark::State& state) {
 }
 BENCHMARK(BM_ObservingMetricLifecycle);
 
+// One annotation and one binary annotation added to a running metric, as export-bound code
+// does for every measured phase.
+void BM_AddAnnotationPairToRunningMetric(benchmark::State& state) {
+  auto metric = QENPerformanceMetric::initLeafMetricWithName("leaf");
+  metric->startMetric();
+  const auto endpoint = std::make_shared<const QENThrift::Endpoint>(0, 0, "ios", std::nullopt);
+  std::int64_t timestamp = 0;
+  for (auto _ : state) {
+    metric->addAnnotation(
+        std::make_shared<const QENThrift::Annotation>(++timestamp, "first_byte", endpoint));
+    metric->addBinaryAnnotation(std::make_shared<const QENThrift::BinaryAnnotation>(
+        "net.response_status",
+        QENThrift::BinaryAnnotation::Bytes{std::byte{0}, std::byte{0}, std::byte{0},
+                                           std::byte{200}},
+        QENThrift::AnnotationType::I32, nullptr));
+    if (timestamp % 4096 == 0) {  // keep the lists from growing without bound
+      state.PauseTiming();
+      metric = QENPerformanceMetric::initLeafMetricWithName("leaf");
+      metric->startMetric();
+      state.ResumeTiming();
+    }
+  }
+}
+BENCHMARK(BM_AddAnnotationPairToRunningMetric);
+
 void BM_MonotonicClockRead(benchmark::State& state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(QENMonotonicTimeGetCurrent());

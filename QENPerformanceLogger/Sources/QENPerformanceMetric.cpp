@@ -35,25 +35,43 @@ QENPerformanceMetric::RandomIdentifiers QENPerformanceMetric::drawIdentifiers() 
 
 namespace {
 
-// Metrics whose invalidation is running on this thread. A tree may contain a cycle (nothing
-// forbids adding an ancestor as a child); invalidation skips a metric already on this list
-// instead of recursing forever. Acyclic trees never meet an entry.
-thread_local std::vector<const QENPerformanceMetric*> invalidationsInProgress;
-
-class InvalidationInProgress {
+// Nothing forbids a cycle in a tree (a metric added under its own descendant). The walks that
+// recurse through children (invalidation, event routing, the debug description) skip a metric
+// that the same kind of walk is already visiting on this thread, instead of recursing forever.
+// Acyclic trees never meet such a metric.
+template <class Walk>
+class TreeWalk {
  public:
-  explicit InvalidationInProgress(const QENPerformanceMetric* metric) {
-    invalidationsInProgress.push_back(metric);
+  template <class Visit>
+  static void visitChildren(const QENPerformanceMetric* parent,
+                            const QENPerformanceMetric::MetricList& children, const Visit& visit) {
+    if (children.empty()) {
+      return;
+    }
+    std::vector<const QENPerformanceMetric*>& visiting = metricsBeingVisited();
+    visiting.push_back(parent);
+    for (const auto& child : children) {
+      if (std::find(visiting.begin(), visiting.end(), child.get()) == visiting.end()) {
+        visit(*child);
+      }
+    }
+    visiting.pop_back();
   }
-  ~InvalidationInProgress() { invalidationsInProgress.pop_back(); }
-  InvalidationInProgress(const InvalidationInProgress&) = delete;
-  InvalidationInProgress& operator=(const InvalidationInProgress&) = delete;
 
-  static bool contains(const QENPerformanceMetric* metric) {
-    return std::find(invalidationsInProgress.begin(), invalidationsInProgress.end(), metric) !=
-           invalidationsInProgress.end();
+ private:
+  static std::vector<const QENPerformanceMetric*>& metricsBeingVisited() {
+    thread_local std::vector<const QENPerformanceMetric*> metrics;
+    return metrics;
   }
 };
+
+struct InvalidationWalk {};
+struct ContextLoggingEventWalk {};
+struct PerformanceEventWalk {};
+struct DescriptionWalk {};
+
+constexpr const char* kClassPropertyLockLabel =
+    "com.qen.performance_logger.metric.class_property_lock";
 
 }  // namespace
 
@@ -177,15 +195,9 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
 
 void QENPerformanceMetric::invalidateChildren(const MetricList& children,
                                               QENPerformanceMetricStopReason reason) {
-  if (children.empty()) {
-    return;
-  }
-  const InvalidationInProgress inProgress(this);
-  for (const auto& child : children) {
-    if (!InvalidationInProgress::contains(child.get())) {
-      child->invalidateWithReason(reason);
-    }
-  }
+  TreeWalk<InvalidationWalk>::visitChildren(this, children, [reason](QENPerformanceMetric& child) {
+    child.invalidateWithReason(reason);
+  });
 }
 
 void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason reason,
@@ -353,6 +365,156 @@ void QENPerformanceMetric::metricWillStartWithNotification(const QENNotification
   addChildMetricIfNeeded(metric);
 }
 
+// MARK: - Annotations
+
+void QENPerformanceMetric::addAnnotation(AnnotationPointer annotation) {
+  if (annotation == nullptr) {
+    QENAssertionFailure("-[QENPerformanceMetric addAnnotation:]",
+                        "Assertion should not have been reached");
+    return;
+  }
+  const std::lock_guard guard(propertyLock_);
+  annotations_.push_back(std::move(annotation));
+}
+
+void QENPerformanceMetric::addBinaryAnnotation(BinaryAnnotationPointer binaryAnnotation) {
+  if (binaryAnnotation == nullptr) {
+    QENAssertionFailure("-[QENPerformanceMetric addBinaryAnnotation:]",
+                        "Assertion should not have been reached");
+    return;
+  }
+  if (!binaryAnnotation->value()) {
+    return;
+  }
+  const std::lock_guard guard(propertyLock_);
+  binaryAnnotations_.push_back(std::move(binaryAnnotation));
+}
+
+void QENPerformanceMetric::addBinaryAnnotations(
+    std::span<const BinaryAnnotationPointer> binaryAnnotations) {
+  std::vector<BinaryAnnotationPointer> withValues;
+  withValues.reserve(binaryAnnotations.size());
+  for (const BinaryAnnotationPointer& binaryAnnotation : binaryAnnotations) {
+    if (binaryAnnotation != nullptr && binaryAnnotation->value()) {
+      withValues.push_back(binaryAnnotation);
+    }
+  }
+  if (withValues.empty()) {
+    return;
+  }
+  const std::lock_guard guard(propertyLock_);
+  binaryAnnotations_.insert(binaryAnnotations_.end(), std::make_move_iterator(withValues.begin()),
+                            std::make_move_iterator(withValues.end()));
+}
+
+std::vector<QENPerformanceMetric::AnnotationPointer> QENPerformanceMetric::annotations() const {
+  const std::lock_guard guard(propertyLock_);
+  return annotations_;
+}
+
+std::vector<QENPerformanceMetric::BinaryAnnotationPointer> QENPerformanceMetric::binaryAnnotations()
+    const {
+  const std::lock_guard guard(propertyLock_);
+  return binaryAnnotations_;
+}
+
+// MARK: - Event routing
+
+void QENPerformanceMetric::processContextLoggingEvent(const EventPointer& event) {
+  if (shouldInvalidate(event)) {
+    setInvalidatingEvent(event);
+    invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
+    return;
+  }
+  TreeWalk<ContextLoggingEventWalk>::visitChildren(
+      this, childMetrics(),
+      [&event](QENPerformanceMetric& child) { child.processContextLoggingEvent(event); });
+}
+
+void QENPerformanceMetric::processPerformanceEventType(std::uint64_t performanceEventType,
+                                                       double time) {
+  const ShouldCompleteBlock shouldComplete = shouldCompleteBlock();
+  if (shouldComplete && shouldComplete(performanceEventType)) {
+    setCompletingEvent(performanceEventType);
+    stopMetricWithTime(time);
+    return;
+  }
+  TreeWalk<PerformanceEventWalk>::visitChildren(
+      this, childMetrics(), [performanceEventType, time](QENPerformanceMetric& child) {
+        child.processPerformanceEventType(performanceEventType, time);
+      });
+}
+
+// MARK: - Process-wide settings and factories
+
+namespace {
+
+struct ClassSettings {
+  bool enablePerformanceTestLogging = false;  // under the class lock
+  std::shared_ptr<const QENPerformanceMetric::MetricNameSet>
+      uwtMetricNames;  // under the class lock
+  std::atomic<bool> shouldCheckPerformanceTestLogging{true};
+};
+
+ClassSettings& classSettings() {
+  static auto* const settings = new ClassSettings();
+  return *settings;
+}
+
+}  // namespace
+
+QENLock& QENPerformanceMetric::classPropertyLock() {
+  static auto* const lock = new QENLock(kClassPropertyLockLabel);
+  return *lock;
+}
+
+bool QENPerformanceMetric::enablePerformanceTestLogging() {
+  const std::lock_guard guard(classPropertyLock());
+  return classSettings().enablePerformanceTestLogging;
+}
+
+void QENPerformanceMetric::setEnablePerformanceTestLogging(bool enabled) {
+  const std::lock_guard guard(classPropertyLock());
+  classSettings().enablePerformanceTestLogging = enabled;
+}
+
+bool QENPerformanceMetric::shouldCheckPerformanceTestLogging() {
+  return classSettings().shouldCheckPerformanceTestLogging.load(std::memory_order_relaxed);
+}
+
+void QENPerformanceMetric::setShouldCheckPerformanceTestLogging(bool shouldCheck) {
+  classSettings().shouldCheckPerformanceTestLogging.store(shouldCheck, std::memory_order_relaxed);
+}
+
+std::shared_ptr<const QENPerformanceMetric::MetricNameSet> QENPerformanceMetric::uwtMetricNames() {
+  const std::lock_guard guard(classPropertyLock());
+  return classSettings().uwtMetricNames;
+}
+
+void QENPerformanceMetric::setUwtMetricNames(const std::optional<MetricNameSet>& names) {
+  std::shared_ptr<const MetricNameSet> copy =
+      names ? std::make_shared<const MetricNameSet>(*names) : nullptr;
+  const std::lock_guard guard(classPropertyLock());
+  classSettings().uwtMetricNames.swap(copy);
+}
+
+std::shared_ptr<QENPerformanceMetric> QENPerformanceMetric::createWithName(
+    std::string name, const std::function<void()>& work) {
+  auto metric = initLeafMetricWithName(std::move(name));
+  metric->startMetricWithTime(QENMonotonicTimeGetCurrent());
+  if (work) {
+    work();
+  }
+  metric->stopMetricWithTime(QENMonotonicTimeGetCurrent());
+  return metric;
+}
+
+std::shared_ptr<QENPerformanceMetric> QENPerformanceMetric::createWithName(std::string name,
+                                                                           double startTime,
+                                                                           double stopTime) {
+  return initLeafMetricWithName(std::move(name), startTime, stopTime);
+}
+
 // MARK: - Hooks
 
 void QENPerformanceMetric::addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>&) {}
@@ -409,9 +571,10 @@ std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
                 static_cast<int>(reasonName.size()), reasonName.data(), stop - start, start, stop,
                 eventText.c_str());
   std::string description = QENFoundation::prependIndentationLevel(line, indentationAmount);
-  for (const auto& child : childMetrics()) {
-    description += child->_debugDescriptionWithIndentationAmount(indentationAmount + 1);
-  }
+  TreeWalk<DescriptionWalk>::visitChildren(
+      this, childMetrics(), [&](const QENPerformanceMetric& child) {
+        description += child._debugDescriptionWithIndentationAmount(indentationAmount + 1);
+      });
   return description;
 }
 

@@ -6,6 +6,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +17,8 @@
 #include "QENFoundation/QENNotification.h"
 #include "QENFoundation/QENObject.h"
 #include "QENPerformanceMetricFactories.h"
+#include "QENThrift/Annotation.h"
+#include "QENThrift/BinaryAnnotation.h"
 #include "QENThrift/Event.h"
 #include "QENURLLoading/QENURL.h"
 
@@ -67,6 +71,9 @@ class QENPerformanceMetric : public QENObject,
   using EventPointer = std::shared_ptr<const QENThrift::Event>;
   using ShouldInvalidateBlock = std::function<bool(const EventPointer& event)>;
   using MetricList = std::vector<std::shared_ptr<QENPerformanceMetric>>;
+  using AnnotationPointer = std::shared_ptr<const QENThrift::Annotation>;
+  using BinaryAnnotationPointer = std::shared_ptr<const QENThrift::BinaryAnnotation>;
+  using MetricNameSet = std::set<std::string, std::less<>>;
 
   // Only the factories can make a key, so only they construct metrics.
   class ConstructionKey {
@@ -132,6 +139,24 @@ class QENPerformanceMetric : public QENObject,
   void stopObservingMetricWillStartNotificationsIfNeeded();
   void metricWillStartWithNotification(const QENNotification& notification);
 
+  // Annotations. Both lists keep insertion order and allow duplicates, in every state of the
+  // metric. A binary annotation without a value is dropped without a report.
+  void addAnnotation(AnnotationPointer annotation);
+  void addBinaryAnnotation(BinaryAnnotationPointer binaryAnnotation);
+  // Appends, in one step and in order, every entry that has a value.
+  void addBinaryAnnotations(std::span<const BinaryAnnotationPointer> binaryAnnotations);
+  // Snapshots; empty when nothing was added.
+  std::vector<AnnotationPointer> annotations() const;
+  std::vector<BinaryAnnotationPointer> binaryAnnotations() const;
+
+  // Event routing from the top of a tree. A context-logging event that a metric accepts
+  // (shouldInvalidate) invalidates it with UserAbort and records the event there; a performance
+  // event type that a metric accepts (shouldCompleteBlock) stops it at `time`. An accepted event
+  // goes no further down; any other is offered to a snapshot of the children, in order. The
+  // deciding callbacks run on the calling thread, outside every lock.
+  void processContextLoggingEvent(const EventPointer& event);
+  void processPerformanceEventType(std::uint64_t performanceEventType, double time);
+
   // Hooks for subclasses.
   // Called for each metric that starts while this one listens, is unfinished, and the starting
   // metric has no parent. Adopt it with addChildMetric if it belongs here.
@@ -154,6 +179,24 @@ class QENPerformanceMetric : public QENObject,
   // "Complete" for the default (valid) reason, the enumerator's name for the defined ones,
   // "Unknown" for any other value.
   static std::string_view debugNameForStopReason(QENPerformanceMetricStopReason reason);
+
+  // Process-wide settings. The library stores the two performance-test switches for its clients
+  // and reads neither; uwtMetricNames names the user-wait metrics for span export.
+  static QENLock& classPropertyLock();
+  static bool enablePerformanceTestLogging();
+  static void setEnablePerformanceTestLogging(bool enabled);
+  static bool shouldCheckPerformanceTestLogging();
+  static void setShouldCheckPerformanceTestLogging(bool shouldCheck);
+  // Null until set; the setter stores a copy, replaced as a whole.
+  static std::shared_ptr<const MetricNameSet> uwtMetricNames();
+  static void setUwtMetricNames(const std::optional<MetricNameSet>& names);
+
+  // A finished leaf metric that measured `work`, run here and now.
+  static std::shared_ptr<QENPerformanceMetric> createWithName(std::string name,
+                                                              const std::function<void()>& work);
+  // A leaf metric with the given times, stored unchecked.
+  static std::shared_ptr<QENPerformanceMetric> createWithName(std::string name, double startTime,
+                                                              double stopTime);
 
   // Identity and sampling.
   const std::string& name() const noexcept { return name_; }
@@ -268,6 +311,8 @@ class QENPerformanceMetric : public QENObject,
   std::int64_t viewType_ = -1;
   std::int64_t viewParameter_ = -1;
   MetricList childMetrics_;
+  std::vector<AnnotationPointer> annotations_;
+  std::vector<BinaryAnnotationPointer> binaryAnnotations_;
   std::shared_ptr<const CompletionBlockList> completionBlocks_;
   ShouldCompleteBlock shouldCompleteBlock_;
   ShouldInvalidateBlock shouldInvalidateBlock_;

@@ -1,0 +1,181 @@
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENPerformanceMetric.h"
+#include "Support/QENCapturedAssertions.h"
+
+namespace {
+
+using Metric = QENPerformanceMetric;
+using QENThrift::AnnotationType;
+
+Metric::BinaryAnnotationPointer binary(std::string key, bool withValue = true) {
+  std::optional<QENThrift::BinaryAnnotation::Bytes> value;
+  if (withValue) {
+    value = QENThrift::BinaryAnnotation::Bytes{std::byte{1}};
+  }
+  return std::make_shared<const QENThrift::BinaryAnnotation>(std::move(key), std::move(value),
+                                                             AnnotationType::BOOL, nullptr);
+}
+
+std::vector<std::string> keys(const std::vector<Metric::BinaryAnnotationPointer>& annotations) {
+  std::vector<std::string> keys;
+  for (const auto& annotation : annotations) {
+    keys.push_back(annotation->key());
+  }
+  return keys;
+}
+
+// An event that metrics recognise by its type.
+Metric::EventPointer eventOfType(std::int32_t type) {
+  auto event = std::make_shared<QENThrift::Event>();
+  event->setEventType(type);
+  return event;
+}
+
+TEST(MetricAnnotations, AbsentEntriesAreReportedAndEntriesWithoutValueDroppedSilently) {
+  QENCapturedAssertions captured;
+  const auto metric = Metric::initLeafMetricWithName("leaf");
+  EXPECT_TRUE(metric->annotations().empty());
+  EXPECT_TRUE(metric->binaryAnnotations().empty());
+
+  metric->addAnnotation(nullptr);
+  metric->addBinaryAnnotation(nullptr);
+  metric->addBinaryAnnotation(binary("no_value", false));
+  EXPECT_EQ(captured.messages(),
+            (std::vector<std::string>{"Assertion should not have been reached",
+                                      "Assertion should not have been reached"}));
+  EXPECT_TRUE(metric->binaryAnnotations().empty());
+
+  metric->addBinaryAnnotation(binary("single"));
+  const auto snapshot = metric->binaryAnnotations();
+  const std::vector<Metric::BinaryAnnotationPointer> list = {
+      binary("first"), binary("second", false), nullptr, binary("third")};
+  metric->addBinaryAnnotations(list);
+  metric->addAnnotation(std::make_shared<const QENThrift::Annotation>(1, "cs", nullptr));
+  EXPECT_EQ(keys(metric->binaryAnnotations()),
+            (std::vector<std::string>{"single", "first", "third"}));
+  EXPECT_EQ(keys(snapshot), (std::vector<std::string>{"single"}));
+  EXPECT_EQ(metric->annotations().size(), 1u);
+  EXPECT_EQ(captured.records().size(), 2u);
+}
+
+TEST(MetricAnnotations, ConcurrentAddsLoseNothingWhileSnapshotsAreTaken) {
+  const auto metric = Metric::initLeafMetricWithName("busy");
+  constexpr int kThreads = 3;
+  constexpr int kAddsPerThread = 2000;
+  std::atomic<bool> adding{true};
+  std::thread reader([&] {
+    std::size_t last = 0;
+    while (adding) {
+      const std::size_t now = metric->binaryAnnotations().size();
+      EXPECT_GE(now, last) << "the list only grows";
+      last = now;
+      (void)metric->annotations();
+    }
+  });
+  std::vector<std::thread> writers;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    writers.emplace_back([&] {
+      for (int add = 0; add < kAddsPerThread; ++add) {
+        metric->addAnnotation(std::make_shared<const QENThrift::Annotation>(add, "a", nullptr));
+        metric->addBinaryAnnotations(std::vector{binary("b"), binary("c")});
+      }
+    });
+  }
+  for (auto& writer : writers) {
+    writer.join();
+  }
+  adding = false;
+  reader.join();
+  EXPECT_EQ(metric->annotations().size(), std::size_t{kThreads * kAddsPerThread});
+  EXPECT_EQ(metric->binaryAnnotations().size(), std::size_t{2 * kThreads * kAddsPerThread});
+}
+
+TEST(MetricEventRouting, AContextEventInvalidatesOnlyTheSubtreeThatAcceptsIt) {
+  const auto root = Metric::initWithName("root");
+  const auto child = Metric::initWithName("child");
+  const auto sibling = Metric::initLeafMetricWithName("sibling");
+  const auto grandchild = Metric::initWithName("grandchild");
+  const auto greatGrandchild = Metric::initLeafMetricWithName("great_grandchild");
+  root->addChildMetric(child);
+  root->addChildMetric(sibling);
+  child->addChildMetric(grandchild);
+  grandchild->addChildMetric(greatGrandchild);
+  std::atomic<int> offersToSibling{0};
+  sibling->setShouldInvalidateBlock([&](const Metric::EventPointer&) {
+    ++offersToSibling;
+    return false;
+  });
+  grandchild->setShouldInvalidateBlock(
+      [](const Metric::EventPointer& event) { return event && event->eventType() == 4701; });
+
+  const auto event = eventOfType(4701);
+  root->processContextLoggingEvent(event);
+  EXPECT_EQ(grandchild->invalidateReason(), QENPerformanceMetricStopReasonUserAbort);
+  EXPECT_EQ(greatGrandchild->invalidateReason(), QENPerformanceMetricStopReasonUserAbort);
+  EXPECT_EQ(grandchild->invalidatingEvent(), event);
+  EXPECT_EQ(greatGrandchild->invalidatingEvent(), nullptr);
+  EXPECT_TRUE(root->isValid() && child->isValid() && sibling->isValid());
+  EXPECT_EQ(offersToSibling, 1);
+}
+
+TEST(MetricEventRouting, APerformanceEventStopsTheAcceptingRootAndThenPassesToChildren) {
+  const auto root = Metric::initWithName("root");
+  const auto running = Metric::initLeafMetricWithName("running");
+  const auto unstarted = Metric::initLeafMetricWithName("unstarted");
+  root->addChildMetric(running);
+  root->addChildMetric(unstarted);
+  std::atomic<int> offersToChild{0};
+  unstarted->setShouldCompleteBlock([&](std::uint64_t) {
+    ++offersToChild;
+    return false;
+  });
+  root->setShouldCompleteBlock([](std::uint64_t type) { return type == 77; });
+  const double now = QENMonotonicTimeGetCurrent();
+  root->startMetricWithTime(now - 3);
+  running->startMetricWithTime(now - 2);
+
+  root->processPerformanceEventType(77, now - 1);
+  EXPECT_EQ(root->stopTime(), now - 1);
+  EXPECT_EQ(root->completingEvent(), 77u);
+  EXPECT_GE(running->stopTime(), now) << "children stop at the current clock reading";
+  EXPECT_EQ(offersToChild, 0) << "an accepted event goes no further";
+
+  root->processPerformanceEventType(77, now);
+  EXPECT_EQ(offersToChild, 1) << "a finished root has no callback left and passes events on";
+}
+
+TEST(MetricEventRouting, RoutesToASnapshotAndCallsDecidersOutsideTheLock) {
+  const auto root = Metric::initWithName("root");
+  const auto first = Metric::initLeafMetricWithName("first");
+  const auto added = Metric::initLeafMetricWithName("added_while_routing");
+  root->addChildMetric(first);
+  bool lockFreeDuringDecision = false;
+  first->setShouldInvalidateBlock([&](const Metric::EventPointer&) {
+    root->addChildMetric(added);
+    lockFreeDuringDecision = std::async(std::launch::async, [&] {
+                               const bool taken = first->propertyLock().try_lock();
+                               if (taken) {
+                                 first->propertyLock().unlock();
+                               }
+                               return taken;
+                             }).get();
+    return false;
+  });
+  bool addedWasOffered = false;
+  added->setShouldInvalidateBlock([&](const Metric::EventPointer&) {
+    addedWasOffered = true;
+    return false;
+  });
+  root->processContextLoggingEvent(eventOfType(1));
+  EXPECT_TRUE(lockFreeDuringDecision);
+  EXPECT_FALSE(addedWasOffered);
+  root->processContextLoggingEvent(eventOfType(1));
+  EXPECT_TRUE(addedWasOffered);
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENPerformanceMetric.h"
+
+namespace {
+
+using Metric = QENPerformanceMetric;
+
+TEST(MetricClassSettings, StartWithTheirDefaultsAndKeepACopyOfTheNames) {
+  EXPECT_TRUE(Metric::shouldCheckPerformanceTestLogging());
+  EXPECT_FALSE(Metric::enablePerformanceTestLogging());
+  EXPECT_EQ(Metric::uwtMetricNames(), nullptr);
+
+  Metric::MetricNameSet names = {"home_feed_render"};
+  Metric::setUwtMetricNames(names);
+  names.insert("profile_load");
+  const auto stored = Metric::uwtMetricNames();
+  ASSERT_NE(stored, nullptr);
+  EXPECT_EQ(*stored, Metric::MetricNameSet{"home_feed_render"});
+  Metric::setUwtMetricNames(std::nullopt);
+  EXPECT_EQ(Metric::uwtMetricNames(), nullptr);
+  EXPECT_EQ(*stored, Metric::MetricNameSet{"home_feed_render"}) << "readers keep their set";
+
+  Metric::setEnablePerformanceTestLogging(true);
+  Metric::setShouldCheckPerformanceTestLogging(false);
+  EXPECT_TRUE(Metric::enablePerformanceTestLogging());
+  EXPECT_FALSE(Metric::shouldCheckPerformanceTestLogging());
+  EXPECT_EQ(&Metric::classPropertyLock(), &Metric::classPropertyLock());
+}
+
+TEST(MetricFactories, CreateWithABlockMeasuresTheWorkOnce) {
+  int runs = 0;
+  double workTime = 0;
+  const auto metric = Metric::createWithName("decode", [&] {
+    ++runs;
+    workTime = QENMonotonicTimeGetCurrent();
+  });
+  EXPECT_EQ(runs, 1);
+  EXPECT_TRUE(metric->isFinished() && metric->isValid());
+  EXPECT_LE(metric->startTime(), workTime);
+  EXPECT_GE(metric->stopTime(), workTime);
+  EXPECT_FALSE(metric->shouldPostMetricWillStart() || metric->isObservingMetricWillStart());
+  const auto timed = Metric::createWithName("timed", 5.0, 4.0);
+  EXPECT_EQ(timed->startTime(), 5.0);
+  EXPECT_EQ(timed->stopTime(), 4.0);
+}
+
+TEST(MetricDebugDescription, NamesEveryReasonAndFallsBackToUnknown) {
+  EXPECT_EQ(Metric::debugNameForStopReason(-1), "Complete");
+  EXPECT_EQ(Metric::debugNameForStopReason(0), "Unknown");
+  EXPECT_EQ(Metric::debugNameForStopReason(4), "ResponseTimeout");
+  EXPECT_EQ(Metric::debugNameForStopReason(5), "ClientError");
+  EXPECT_EQ(Metric::debugNameForStopReason(42), "Unknown");
+  EXPECT_EQ(Metric::debugNameForStopReason(-2), "Unknown");
+  EXPECT_EQ(Metric::debugNameForStopReason(std::numeric_limits<std::int64_t>::max()), "Unknown");
+}
+
+TEST(MetricDebugDescription, PrintsOneIndentedLinePerMetricInInsertionOrder) {
+  const auto root = Metric::initWithName("root", 1.5, 2.75);
+  const auto child = Metric::initLeafMetricWithName("child");
+  const auto grandchild = Metric::initLeafMetricWithName("grandchild", 2.0, 2.5);
+  root->addChildMetric(child);
+  child->addChildMetric(grandchild);
+  auto event = std::make_shared<QENThrift::Event>();
+  event->setEventType(102);
+  grandchild->setInvalidatingEvent(event);
+  grandchild->setInvalidateReason(QENPerformanceMetricStopReasonClientError);
+
+  EXPECT_EQ(root->debugDescription(),
+            "Metric: root; Stop reason: Complete; Timing: 1.250000 (1.500000 - 2.750000); "
+            "Invalidating event: nil\n"
+            "  Metric: child; Stop reason: Complete; Timing: 0.000000 (-1.000000 - -1.000000); "
+            "Invalidating event: nil\n"
+            "    Metric: grandchild; Stop reason: ClientError; Timing: 0.500000 (2.000000 - "
+            "2.500000); Invalidating event: Event(eventType:102,context:unset)\n");
+}
+
+}  // namespace
