@@ -129,14 +129,17 @@ void BM_Random16BytesKernelGetrandom(benchmark::State& state) {
 }
 BENCHMARK(BM_Random16BytesKernelGetrandom);
 
-// Keeps each benchmark's time per iteration for the summary.
+// Keeps each benchmark's time per iteration for the summary: the median when the run is
+// repeated (--benchmark_repetitions), else the single measurement.
 class SummarisingReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration) {
-        nanosecondsPerIteration[run.benchmark_name()] = run.GetAdjustedRealTime();
+      if (run.run_type == Run::RT_Iteration && run.repetitions <= 1) {
+        nanosecondsPerIteration[run.run_name.function_name] = run.GetAdjustedRealTime();
+      } else if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
+        nanosecondsPerIteration[run.run_name.function_name] = run.GetAdjustedRealTime();
       }
     }
   }

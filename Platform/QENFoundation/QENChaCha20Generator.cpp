@@ -73,6 +73,26 @@ void wipe(void* memory, std::size_t size) noexcept {
   __asm__ __volatile__("" : : "r"(memory) : "memory");
 }
 
+// Copies and wipes the few bytes of a typical draw (an id is 8 bytes) with fixed-size moves
+// the compiler inlines, instead of calls into the C library.
+void copyAndWipe(std::byte* destination, std::byte* source, std::size_t size) noexcept {
+  if (size > 16) {
+    std::memcpy(destination, source, size);
+    wipe(source, size);
+    return;
+  }
+  std::size_t copied = 0;
+  for (; copied + 8 <= size; copied += 8) {
+    std::memcpy(destination + copied, source + copied, 8);
+    std::memset(source + copied, 0, 8);
+  }
+  for (; copied < size; ++copied) {
+    destination[copied] = source[copied];
+    source[copied] = std::byte{0};
+  }
+  __asm__ __volatile__("" : : "r"(source) : "memory");
+}
+
 }  // namespace
 
 bool QENReadKernelRandomBytes(void* destination, std::size_t size) noexcept {
@@ -127,9 +147,7 @@ void QENChaCha20Generator::fill(void* destination, std::size_t size) noexcept {
       refill();
     }
     const std::size_t take = size < available_ ? size : available_;
-    std::byte* source = batch_.data() + (kBatchSize - available_);
-    std::memcpy(out, source, take);
-    wipe(source, take);
+    copyAndWipe(out, batch_.data() + (kBatchSize - available_), take);
     available_ -= take;
     bytesSinceSeed_ += take;
     out += take;

@@ -22,18 +22,50 @@ class QENLock {
   QENLock(const QENLock&) = delete;
   QENLock& operator=(const QENLock&) = delete;
 
-  void lock() noexcept;
+  // The uncontended paths are inline: a metric takes its lock on every start, stop and query.
+  void lock() noexcept {
+    if (isHeldByCurrentThread()) {
+      ++depth_;
+      return;
+    }
+    std::uint32_t expected = kUnlocked;
+    if (!state_.compare_exchange_strong(expected, kLocked, std::memory_order_acquire,
+                                        std::memory_order_relaxed)) {
+      acquireContended();
+    }
+    becomeOwner();
+  }
+
   bool try_lock() noexcept;
-  void unlock() noexcept;
+
+  void unlock() noexcept {
+    if (--depth_ > 0) {
+      return;
+    }
+    owner_.store(nullptr, std::memory_order_relaxed);
+    if (state_.exchange(kUnlocked, std::memory_order_release) == kLockedWithWaiters) {
+      wakeWaiter();
+    }
+  }
 
   const char* label() const noexcept { return label_; }
 
  private:
   enum State : std::uint32_t { kUnlocked = 0, kLocked = 1, kLockedWithWaiters = 2 };
 
-  bool isHeldByCurrentThread() const noexcept;
+  static const void* currentThreadIdentity() noexcept { return &threadIdentity_; }
+  // Only the owner ever stores its own identity, so a relaxed read that sees it is reliable.
+  bool isHeldByCurrentThread() const noexcept {
+    return owner_.load(std::memory_order_relaxed) == currentThreadIdentity();
+  }
+  void becomeOwner() noexcept {
+    owner_.store(currentThreadIdentity(), std::memory_order_relaxed);
+    depth_ = 1;
+  }
   void acquireContended() noexcept;
-  static const void* currentThreadIdentity() noexcept;
+  void wakeWaiter() noexcept;
+
+  static inline thread_local char threadIdentity_;
 
   std::atomic<std::uint32_t> state_{kUnlocked};
   // The address of a thread-local of the owning thread; cheaper to read than a thread id.

@@ -75,24 +75,18 @@ constexpr const char* kClassPropertyLockLabel =
 
 }  // namespace
 
-QENPerformanceMetric::QENPerformanceMetric(ConstructionKey key, std::string name,
-                                           double uploadFraction, bool shouldObserveMetricWillStart,
-                                           bool shouldPostMetricWillStart)
-    : QENPerformanceMetric(key, std::move(name), uploadFraction, shouldObserveMetricWillStart,
-                           shouldPostMetricWillStart, drawIdentifiers()) {}
-
 QENPerformanceMetric::QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
                                            bool shouldObserveMetricWillStart,
-                                           bool shouldPostMetricWillStart,
-                                           RandomIdentifiers identifiers)
+                                           bool shouldPostMetricWillStart)
     : propertyLock_(kPropertyLockLabel),
       name_(std::move(name)),
       uploadFraction_(uploadFraction),
-      randomUploadFraction_(drawRandomUploadFraction()),
-      traceId_(identifiers.traceId),
-      spanId_(identifiers.spanId),
       shouldObserveMetricWillStart_(shouldObserveMetricWillStart),
-      shouldPostMetricWillStart_(shouldPostMetricWillStart) {}
+      shouldPostMetricWillStart_(shouldPostMetricWillStart) {
+  const RandomIdentifiers identifiers = drawIdentifiers();
+  traceId_ = identifiers.traceId;
+  spanId_.store(identifiers.spanId, std::memory_order_relaxed);
+}
 
 QENPerformanceMetric::~QENPerformanceMetric() {
   if (shouldObserveMetricWillStart()) {
@@ -284,11 +278,24 @@ double QENPerformanceMetric::metricTime() const {
   return (stop == kUnsetTime ? QENMonotonicTimeGetCurrent() : stop) - start;
 }
 
+double QENPerformanceMetric::randomUploadFraction() const noexcept {
+  double fraction = randomUploadFraction_.load(std::memory_order_relaxed);
+  if (fraction == kNotDrawn) {
+    // Threads that race here draw once each; the first stored draw is the metric's.
+    const double draw = drawRandomUploadFraction();
+    fraction = kNotDrawn;
+    if (randomUploadFraction_.compare_exchange_strong(fraction, draw, std::memory_order_relaxed)) {
+      fraction = draw;
+    }
+  }
+  return fraction;
+}
+
 bool QENPerformanceMetric::shouldUpload() const {
   static const bool performanceTestMode = QENCommandLineOptions::isPerformanceTestMode();
+  const double draw = randomUploadFraction();  // drawn outside the lock
   const std::lock_guard guard(propertyLock_);
-  const bool sampled =
-      performanceTestMode || (uploadFraction_ != 0.0 && randomUploadFraction_ <= uploadFraction_);
+  const bool sampled = performanceTestMode || (uploadFraction_ != 0.0 && draw <= uploadFraction_);
   return sampled && invalidateReason_ != QENPerformanceMetricStopReasonUnknown;
 }
 

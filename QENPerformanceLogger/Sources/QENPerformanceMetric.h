@@ -201,7 +201,9 @@ class QENPerformanceMetric : public QENObject,
   // Identity and sampling.
   const std::string& name() const noexcept { return name_; }
   double uploadFraction() const noexcept { return uploadFraction_; }
-  double randomUploadFraction() const noexcept { return randomUploadFraction_; }
+  // The metric's sampling draw, one of 0.00, 0.01, ..., 0.99. Drawn once, when first needed:
+  // most metrics are children that are never sampled on their own.
+  double randomUploadFraction() const noexcept;
   std::int64_t traceId() const noexcept { return traceId_; }
   std::int64_t spanId() const noexcept;
   void overrideMetricWithSpanId(std::int64_t spanId);
@@ -293,9 +295,6 @@ class QENPerformanceMetric : public QENObject,
     std::int64_t spanId;
   };
   static RandomIdentifiers drawIdentifiers();
-  QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
-                       bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart,
-                       RandomIdentifiers identifiers);
 
   void didFinishConstruction();
   void postMetricWillStart();
@@ -321,10 +320,11 @@ class QENPerformanceMetric : public QENObject,
   // Fixed after construction.
   const std::string name_;
   const double uploadFraction_;
-  const double randomUploadFraction_;
-  std::int64_t traceId_;
+  static constexpr double kNotDrawn = -1.0;
+  mutable std::atomic<double> randomUploadFraction_{kNotDrawn};
+  std::int64_t traceId_ = 0;
 
-  std::atomic<std::int64_t> spanId_;
+  std::atomic<std::int64_t> spanId_{0};
   QENAtomicReference<std::shared_ptr<const QENURL>> associatedURL_;
   std::atomic<std::int64_t> invalidatingQenLogEventType_{-1};
   QENAtomicReference<EventPointer> invalidatingEvent_;
