@@ -143,7 +143,8 @@ class QENPerformanceMetric : public QENObject,
   // metric. A binary annotation without a value is dropped without a report.
   void addAnnotation(AnnotationPointer annotation);
   void addBinaryAnnotation(BinaryAnnotationPointer binaryAnnotation);
-  // Appends, in one step and in order, every entry that has a value.
+  // Appends, in one step and in order, every entry that has a value (null entries are dropped
+  // like entries without one).
   void addBinaryAnnotations(std::span<const BinaryAnnotationPointer> binaryAnnotations);
   // Snapshots; empty when nothing was added.
   std::vector<AnnotationPointer> annotations() const;
