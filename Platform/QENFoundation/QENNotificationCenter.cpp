@@ -74,6 +74,7 @@ void QENNotificationCenter::postNotificationName(std::string_view name,
     registrations = found->second;
   }
   const QENNotification notification{name, std::move(object), std::move(userInfo)};
+  bool metDestroyedObserver = false;
   for (const auto& registration : *registrations) {
     if (registration->sender != nullptr && registration->sender != notification.object.get()) {
       continue;
@@ -81,6 +82,13 @@ void QENNotificationCenter::postNotificationName(std::string_view name,
     // Holding the observer for the call keeps its destruction from starting under the call.
     if (const auto observer = registration->observer.lock()) {
       registration->handler(notification);
+    } else {
+      metDestroyedObserver = true;
     }
+  }
+  if (metDestroyedObserver) {
+    // Observers that never removed themselves: free their registrations now.
+    removeRegistrationsIf([](const auto& registration) { return registration->observer.expired(); },
+                          name);
   }
 }

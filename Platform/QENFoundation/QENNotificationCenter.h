@@ -18,7 +18,7 @@
 // whose destruction has begun (on any thread) is never called, and one being called cannot be
 // destroyed under the call. The handler may therefore refer to the observer without owning it.
 // Registrations of a destroyed observer are never called again; removeObserver (typically from
-// the observer's destructor) frees them.
+// the observer's destructor) frees them, and so does the next post of their name.
 //
 // No lock of the centre is held while handlers run: a handler may post, register or remove.
 class QENNotificationCenter {

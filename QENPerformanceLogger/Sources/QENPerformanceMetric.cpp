@@ -14,6 +14,7 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENFoundation/QENRandom.h"
+#include "QENTreeWalk.h"
 
 namespace {
 
@@ -34,36 +35,6 @@ QENPerformanceMetric::RandomIdentifiers QENPerformanceMetric::drawIdentifiers() 
 }
 
 namespace {
-
-// Nothing forbids a cycle in a tree (a metric added under its own descendant). The walks that
-// recurse through children (invalidation, event routing, the debug description) skip a metric
-// that the same kind of walk is already visiting on this thread, instead of recursing forever.
-// Acyclic trees never meet such a metric.
-template <class Walk>
-class TreeWalk {
- public:
-  template <class Visit>
-  static void visitChildren(const QENPerformanceMetric* parent,
-                            const QENPerformanceMetric::MetricList& children, const Visit& visit) {
-    if (children.empty()) {
-      return;
-    }
-    std::vector<const QENPerformanceMetric*>& visiting = metricsBeingVisited();
-    visiting.push_back(parent);
-    for (const auto& child : children) {
-      if (std::find(visiting.begin(), visiting.end(), child.get()) == visiting.end()) {
-        visit(*child);
-      }
-    }
-    visiting.pop_back();
-  }
-
- private:
-  static std::vector<const QENPerformanceMetric*>& metricsBeingVisited() {
-    thread_local std::vector<const QENPerformanceMetric*> metrics;
-    return metrics;
-  }
-};
 
 struct InvalidationWalk {};
 struct ContextLoggingEventWalk {};
@@ -189,9 +160,9 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
 
 void QENPerformanceMetric::invalidateChildren(const MetricList& children,
                                               QENPerformanceMetricStopReason reason) {
-  TreeWalk<InvalidationWalk>::visitChildren(this, children, [reason](QENPerformanceMetric& child) {
-    child.invalidateWithReason(reason);
-  });
+  QENTreeWalk<InvalidationWalk>::visitChildren(
+      this, children,
+      [reason](QENPerformanceMetric& child) { child.invalidateWithReason(reason); });
 }
 
 void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason reason,
@@ -433,7 +404,7 @@ void QENPerformanceMetric::processContextLoggingEvent(const EventPointer& event)
     invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
     return;
   }
-  TreeWalk<ContextLoggingEventWalk>::visitChildren(
+  QENTreeWalk<ContextLoggingEventWalk>::visitChildren(
       this, childMetrics(),
       [&event](QENPerformanceMetric& child) { child.processContextLoggingEvent(event); });
 }
@@ -446,7 +417,7 @@ void QENPerformanceMetric::processPerformanceEventType(std::uint64_t performance
     stopMetricWithTime(time);
     return;
   }
-  TreeWalk<PerformanceEventWalk>::visitChildren(
+  QENTreeWalk<PerformanceEventWalk>::visitChildren(
       this, childMetrics(), [performanceEventType, time](QENPerformanceMetric& child) {
         child.processPerformanceEventType(performanceEventType, time);
       });
@@ -578,7 +549,7 @@ std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
                 static_cast<int>(reasonName.size()), reasonName.data(), stop - start, start, stop,
                 eventText.c_str());
   std::string description = QENFoundation::prependIndentationLevel(line, indentationAmount);
-  TreeWalk<DescriptionWalk>::visitChildren(
+  QENTreeWalk<DescriptionWalk>::visitChildren(
       this, childMetrics(), [&](const QENPerformanceMetric& child) {
         description += child._debugDescriptionWithIndentationAmount(indentationAmount + 1);
       });
@@ -587,8 +558,9 @@ std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
 
 // MARK: - Identifiers
 
-std::int64_t QENPerformanceMetric::spanId() const noexcept {
-  return spanId_.load(std::memory_order_relaxed);
+std::int64_t QENPerformanceMetric::spanId() const {
+  const std::int64_t overridden = overriddenSpanId();
+  return overridden != 0 ? overridden : spanId_.load(std::memory_order_relaxed);
 }
 
 void QENPerformanceMetric::overrideMetricWithSpanId(std::int64_t spanId) {

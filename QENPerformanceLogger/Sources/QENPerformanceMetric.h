@@ -10,16 +10,20 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "QENFoundation/QENAtomicReference.h"
+#include "QENFoundation/QENDate.h"
 #include "QENFoundation/QENLock.h"
 #include "QENFoundation/QENNotification.h"
 #include "QENFoundation/QENObject.h"
+#include "QENPerformanceMetricAppContext.h"
 #include "QENPerformanceMetricFactories.h"
 #include "QENThrift/Annotation.h"
 #include "QENThrift/BinaryAnnotation.h"
 #include "QENThrift/Event.h"
+#include "QENThrift/Span.h"
 #include "QENURLLoading/QENURL.h"
 
 // Why a metric stopped. Any value may be stored; these are the defined ones.
@@ -74,6 +78,7 @@ class QENPerformanceMetric : public QENObject,
   using AnnotationPointer = std::shared_ptr<const QENThrift::Annotation>;
   using BinaryAnnotationPointer = std::shared_ptr<const QENThrift::BinaryAnnotation>;
   using MetricNameSet = std::set<std::string, std::less<>>;
+  using SpanList = std::vector<std::shared_ptr<QENThrift::Span>>;
 
   // Only the factories can make a key, so only they construct metrics.
   class ConstructionKey {
@@ -181,6 +186,25 @@ class QENPerformanceMetric : public QENObject,
   // "Unknown" for any other value.
   static std::string_view debugNameForStopReason(QENPerformanceMetricStopReason reason);
 
+  // Conveniences (QENPerformanceMetric+Convenience.cpp).
+  // The result of the whole wait on a metric exported as a child span: the uwt result, the
+  // result reason and, if any, the invalidating event. Meant for non-uwt metrics (a uwt metric
+  // gets them at export); on a uwt metric it is reported and done all the same.
+  void addResultAndInvalidationAnnotations();
+  // Runs the metric now for a nominal millisecond and marks it "metric_preloaded": the wait was
+  // served from a preload.
+  void markMetricAsPreloaded();
+  // Annotates the metric with the application's trips to the background and back until
+  // removeAppLifecycleNotificationObservation. Registering twice annotates twice.
+  void configureAppLifecycleNotificationObservation();
+  void removeAppLifecycleNotificationObservation();
+  void appDidEnterBackground(const QENNotification& notification);
+  void appWillResignActive(const QENNotification& notification);
+  void appWillEnterForeground(const QENNotification& notification);
+  void appDidBecomeActive(const QENNotification& notification);
+  // Starts at one wall-clock date and stops at another.
+  void startMetricWithDate(const QENDate& startDate, const QENDate& stopDate);
+
   // Process-wide settings. The library stores the two performance-test switches for its clients
   // and reads neither; uwtMetricNames names the user-wait metrics for span export.
   static QENLock& classPropertyLock();
@@ -206,8 +230,26 @@ class QENPerformanceMetric : public QENObject,
   // most metrics are children that are never sampled on their own.
   double randomUploadFraction() const noexcept;
   std::int64_t traceId() const noexcept { return traceId_; }
-  std::int64_t spanId() const noexcept;
+  // The span id drawn for the URL this metric's request carried in its trace headers, if it
+  // adopts QENPerformanceSendsTraceInHeader and one was drawn; else the metric's own.
+  std::int64_t spanId() const;
   void overrideMetricWithSpanId(std::int64_t spanId);
+
+  // Spans (QENPerformanceMetric+Spans.cpp).
+  // The spans of this metric's tree, in one trace: this metric's span first (whatever its
+  // state, and without a parent id), then, depth first with the last child first, the span of
+  // every descendant that started and finished. An unfinished metric is left out with its whole
+  // subtree.
+  SpanList spansWithAppContext(const QENPerformanceMetricAppContext& appContext) const;
+  // Fills every field of `span` but the trace id and the parent id from this metric.
+  void setParametersForTopLevel(bool isTopLevel, QENThrift::Span& span,
+                                const QENPerformanceMetricAppContext& appContext) const;
+  // Draws a span id for a request to `url`, keeps it (replacing an earlier one for that URL)
+  // and returns it: the value of the request's span-id header.
+  std::int64_t generateAndStoreSpanIdForURL(const std::shared_ptr<const QENURL>& url);
+  // The id kept for urlHeaderSentTo, for a metric that adopts QENPerformanceSendsTraceInHeader;
+  // 0 for any other metric or when none was kept.
+  std::int64_t overriddenSpanId() const;
 
   // Locked properties.
   double startTime() const;
@@ -313,6 +355,7 @@ class QENPerformanceMetric : public QENObject,
   MetricList childMetrics_;
   std::vector<AnnotationPointer> annotations_;
   std::vector<BinaryAnnotationPointer> binaryAnnotations_;
+  std::unordered_map<std::string, std::int64_t> urlToSpanId_;  // keyed by absoluteString
   std::shared_ptr<const CompletionBlockList> completionBlocks_;
   ShouldCompleteBlock shouldCompleteBlock_;
   ShouldInvalidateBlock shouldInvalidateBlock_;

@@ -1,0 +1,108 @@
+// QENPerformanceMetric's Convenience extension: result, preload and app-lifecycle annotations.
+#include "Annotation+QENAdditions.h"
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENApplication/QENApplicationLifecycle.h"
+#include "QENAssert.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENPerformanceMetric.h"
+
+namespace {
+
+using QENThrift::AnnotationQENAdditions;
+using QENThrift::BinaryAnnotationQENAdditions;
+
+constexpr double kPreloadedMetricDuration = 0.001;
+
+struct LifecycleObservation {
+  std::string_view notificationName;
+  void (QENPerformanceMetric::*handler)(const QENNotification&);
+};
+
+// In registration order.
+constexpr LifecycleObservation kLifecycleObservations[] = {
+    {UIApplicationDidEnterBackgroundNotification, &QENPerformanceMetric::appDidEnterBackground},
+    {UIApplicationWillResignActiveNotification, &QENPerformanceMetric::appWillResignActive},
+    {UIApplicationWillEnterForegroundNotification, &QENPerformanceMetric::appWillEnterForeground},
+    {UIApplicationDidBecomeActiveNotification, &QENPerformanceMetric::appDidBecomeActive},
+};
+
+}  // namespace
+
+void QENPerformanceMetric::addResultAndInvalidationAnnotations() {
+  const auto uwtNames = uwtMetricNames();
+  QENAssert(uwtNames == nullptr || !uwtNames->contains(name_),
+            "-[QENPerformanceMetric(Convenience) addResultAndInvalidationAnnotations]",
+            "UWT metrics should rely on -[QENPerformanceMetric(Spans) "
+            "setParametersForTopLevel:span:withAppContext:] to add these annotations. This "
+            "intended for adding these to certain subspans as needed");
+  const QENPerformanceMetricStopReason reason = invalidateReason();
+  addBinaryAnnotation(BinaryAnnotationQENAdditions::uwtResultAnnotationWithStopReason(reason));
+  auto resultReason = BinaryAnnotationQENAdditions::uwtResultReasonAnnotationWithStopReason(reason);
+  QENAssert(resultReason != nullptr,
+            "-[QENPerformanceMetric(Convenience) addResultAndInvalidationAnnotations]",
+            "There should always be UWT result reason reported. It is an integer which should not "
+            "result in a null.");
+  if (resultReason) {
+    addBinaryAnnotation(std::move(resultReason));
+  }
+  if (auto invalidateEvent =
+          BinaryAnnotationQENAdditions::uwtInvalidateEventAnnotationWithInvalidatingQenLogEventType(
+              static_cast<std::int32_t>(invalidatingQenLogEventType()), invalidatingEvent())) {
+    addBinaryAnnotation(std::move(invalidateEvent));
+  }
+}
+
+void QENPerformanceMetric::markMetricAsPreloaded() {
+  const double now = QENMonotonicTimeGetCurrent();
+  startMetricWithTime(now);
+  stopMetricWithTime(now + kPreloadedMetricDuration);
+  addAnnotation(AnnotationQENAdditions::annotationWithName("metric_preloaded", now));
+}
+
+void QENPerformanceMetric::configureAppLifecycleNotificationObservation() {
+  const std::shared_ptr<QENPerformanceMetric> self = weak_from_this().lock();
+  if (self == nullptr) {
+    return;
+  }
+  for (const LifecycleObservation& observation : kLifecycleObservations) {
+    // Held weakly by the centre, which never calls a metric whose destruction has begun.
+    QENNotificationCenter::defaultCenter().addObserver(
+        self, observation.notificationName, nullptr,
+        [this, handler = observation.handler](const QENNotification& notification) {
+          (this->*handler)(notification);
+        });
+  }
+}
+
+void QENPerformanceMetric::removeAppLifecycleNotificationObservation() {
+  for (const LifecycleObservation& observation : kLifecycleObservations) {
+    QENNotificationCenter::defaultCenter().removeObserver(static_cast<const void*>(this),
+                                                          observation.notificationName);
+  }
+}
+
+void QENPerformanceMetric::appDidEnterBackground(const QENNotification&) {
+  addAnnotation(AnnotationQENAdditions::annotationWithName("app.enter.background",
+                                                           QENMonotonicTimeGetCurrent()));
+}
+
+void QENPerformanceMetric::appWillResignActive(const QENNotification&) {
+  addAnnotation(AnnotationQENAdditions::annotationWithName("app.resign.active",
+                                                           QENMonotonicTimeGetCurrent()));
+}
+
+void QENPerformanceMetric::appWillEnterForeground(const QENNotification&) {
+  addAnnotation(AnnotationQENAdditions::annotationWithName("app.enter.foreground",
+                                                           QENMonotonicTimeGetCurrent()));
+}
+
+void QENPerformanceMetric::appDidBecomeActive(const QENNotification&) {
+  addAnnotation(AnnotationQENAdditions::annotationWithName("app.become.active",
+                                                           QENMonotonicTimeGetCurrent()));
+}
+
+void QENPerformanceMetric::startMetricWithDate(const QENDate& startDate, const QENDate& stopDate) {
+  startMetricWithTime(startDate.monotonicTime());
+  stopMetricWithTime(stopDate.monotonicTime());
+}

@@ -1,0 +1,235 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENParentPerformanceMetric.h"
+#include "QENPerformanceMetric.h"
+#include "QENPerformanceSendsTraceInHeader.h"
+#include "Span+DebugDescription.h"
+
+namespace {
+
+using Metric = QENPerformanceMetric;
+using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+constexpr std::int64_t kMaxInt64 = std::numeric_limits<std::int64_t>::max();
+
+const QENPerformanceMetricAppContext kAppContext("1234", "iphone");
+
+std::vector<std::string> names(const Metric::SpanList& spans) {
+  std::vector<std::string> names;
+  for (const auto& span : spans) {
+    names.push_back(span->name());
+  }
+  return names;
+}
+
+Vocabulary::Pointer find(const QENThrift::Span& span, std::string_view key) {
+  for (const auto& annotation : span.binary_annotations()) {
+    if (annotation->key() == key) {
+      return annotation;
+    }
+  }
+  return nullptr;
+}
+
+std::shared_ptr<Metric> finishedChild(const std::shared_ptr<Metric>& parent, std::string name,
+                                      double start, double stop) {
+  auto child = Metric::initLeafMetricWithName(std::move(name), start, stop);
+  parent->addChildMetric(child);
+  return child;
+}
+
+TEST(SpanExport, ATypicalMeasurementBecomesOneTraceInDepthFirstLastChildFirstOrder) {
+  Metric::setUwtMetricNames(Metric::MetricNameSet{"Home_Feed_Render"});
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto root = Metric::initWithName("Home_Feed_Render", 0.5);
+  root->setMetricCause(2);
+  root->startMetricWithTime(now - 1);
+  const auto a = Metric::initWithName("A", now - 0.9, now - 0.5);
+  root->addChildMetric(a);
+  const auto b = finishedChild(root, "B", now - 0.4, now - 0.2);
+  const auto a1 = finishedChild(a, "A1", now - 0.9, now - 0.8);
+  const auto a2 = finishedChild(a, "A2", now - 0.7, now - 0.6);
+  a1->addBinaryAnnotation(Vocabulary::annotationWithKeyInt32("net.response_status", 200));
+  root->stopMetricWithTime(now);
+
+  const auto spans = root->spansWithAppContext(kAppContext);
+  EXPECT_EQ(names(spans), (std::vector<std::string>{"uwt_home_feed_render", "b", "a", "a2", "a1"}));
+  for (const auto& span : spans) {
+    EXPECT_EQ(span->trace_id(), root->traceId());
+    ASSERT_EQ(span->annotations().size(), 2u);
+    EXPECT_EQ(span->annotations()[0]->value(), "cs");
+    EXPECT_EQ(span->annotations()[1]->value(), "cr");
+    EXPECT_EQ(span->annotations()[0]->timestamp(), kMaxInt64);
+    EXPECT_EQ(span->annotations()[1]->timestamp(), kMaxInt64);
+  }
+  EXPECT_FALSE(spans[0]->parent_idIsSet());
+  EXPECT_EQ(spans[1]->parent_id(), root->spanId());
+  EXPECT_EQ(spans[2]->parent_id(), root->spanId());
+  EXPECT_EQ(spans[3]->parent_id(), a->spanId());
+  EXPECT_EQ(spans[4]->parent_id(), a->spanId());
+  EXPECT_EQ(spans[4]->id(), a1->spanId());
+  EXPECT_EQ(spans[0]->duration(), 1000000);
+  EXPECT_NEAR(spans[1]->timestamp() - spans[0]->timestamp(), 600000, 1);
+  const auto wallClockNow = std::chrono::duration_cast<std::chrono::microseconds>(
+                                std::chrono::system_clock::now().time_since_epoch())
+                                .count();
+  EXPECT_NEAR(static_cast<double>(spans[0]->timestamp()), wallClockNow - 1e6, 2e6);
+
+  // Only the top-level uwt span carries the uwt and top-level annotations.
+  EXPECT_NE(find(*spans[0], "uwt_cause"), nullptr);
+  EXPECT_NE(find(*spans[0], "user.id"), nullptr);
+  EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*spans[0], "lc")), "uwt");
+  for (std::size_t index = 1; index < spans.size(); ++index) {
+    EXPECT_EQ(find(*spans[index], "uwt_cause"), nullptr);
+    EXPECT_EQ(find(*spans[index], "app.version"), nullptr);
+    EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*spans[index], "lc")), "ios");
+  }
+  EXPECT_EQ(spans[4]->binary_annotations().front()->key(), "net.response_status");
+
+  // The same uwt metric below another one is an ordinary child span.
+  const auto outer = Metric::initWithName("outer", now - 2, now);
+  outer->addChildMetric(root);
+  const auto nested = outer->spansWithAppContext(kAppContext);
+  EXPECT_EQ(nested[1]->name(), "home_feed_render");
+  EXPECT_EQ(find(*nested[1], "uwt_cause"), nullptr);
+}
+
+TEST(SpanExport, LeavesOutUnfinishedSubtreesButAlwaysTheTopLevelSpan) {
+  const auto unstarted = Metric::initWithName("alone");
+  const auto alone = unstarted->spansWithAppContext(kAppContext);
+  ASSERT_EQ(alone.size(), 1u);
+  EXPECT_FALSE(alone[0]->parent_idIsSet());
+
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto root = Metric::initWithName("root", now - 1, now);
+  const auto running = Metric::initLeafMetricWithName("running");
+  running->startMetric();
+  root->addChildMetric(running);
+  finishedChild(running, "finished_below_running", now - 1, now);
+  EXPECT_EQ(names(root->spansWithAppContext(kAppContext)), (std::vector<std::string>{"root"}));
+}
+
+TEST(SpanExport, RoundsHalfAwayFromZeroAndSaturatesOnExtremeTimes) {
+  // 2.5 microseconds exactly, in binary: half-to-even would give 2.
+  const auto halfway = Metric::initWithName("halfway", 0.0, 2.5e-6);
+  EXPECT_EQ(halfway->spansWithAppContext(kAppContext)[0]->duration(), 3);
+  const auto backwards = Metric::initWithName("backwards", 2.5e-6, 0.0);
+  EXPECT_EQ(backwards->spansWithAppContext(kAppContext)[0]->duration(), -3);
+
+  const auto extreme = Metric::initWithName("extreme", -INFINITY, 1e300);
+  const auto span = extreme->spansWithAppContext(kAppContext)[0];
+  EXPECT_EQ(span->timestamp(), std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(span->duration(), kMaxInt64);
+  const auto notANumber = Metric::initWithName("nan", NAN, NAN);
+  EXPECT_EQ(notANumber->spansWithAppContext(kAppContext)[0]->duration(), 0);
+  const auto unset = Metric::initWithName("unset");
+  unset->setViewType(std::int64_t{1} << 40 | 5);
+  unset->setInvalidatingQenLogEventType(std::int64_t{1} << 33);
+  const auto viewType = find(*unset->spansWithAppContext(kAppContext)[0], "view.type");
+  EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(viewType) >> 32, 5) << "wraps to 32 bits";
+}
+
+// A metric whose request carried trace headers to a fixed URL.
+class TracedRequestMetric : public QENPerformanceMetric,
+                            public QENPerformanceSendsTraceInHeader,
+                            public QENPerformanceMetricFactories<TracedRequestMetric> {
+ public:
+  using QENPerformanceMetricFactories<TracedRequestMetric>::initWithName;
+  using QENPerformanceMetric::QENPerformanceMetric;
+  std::shared_ptr<const QENURL> urlHeaderSentTo() const override {
+    return QENURL::URLWithString("https://api.example.com/feed");
+  }
+};
+
+TEST(SpanExport, AMetricThatSentTraceHeadersReportsTheSpanIdItSent) {
+  const auto request = TracedRequestMetric::initWithName("request", 1.0, 2.0);
+  const auto url = QENURL::URLWithString("https://api.example.com/feed");
+  request->generateAndStoreSpanIdForURL(url);
+  const std::int64_t sent = request->generateAndStoreSpanIdForURL(url);
+  request->generateAndStoreSpanIdForURL(QENURL::URLWithString("https://other.example.com/"));
+  EXPECT_EQ(request->overriddenSpanId(), sent);
+  EXPECT_EQ(request->spansWithAppContext(kAppContext)[0]->id(), sent);
+
+  const auto plain = Metric::initWithName("plain");
+  const std::int64_t ownId = plain->spanId();
+  plain->generateAndStoreSpanIdForURL(url);
+  EXPECT_EQ(plain->overriddenSpanId(), 0);
+  EXPECT_EQ(plain->spanId(), ownId);
+}
+
+TEST(ParentPerformanceMetric, TracesTheURLsItWasGivenUnderItsOwnSpanId) {
+  const auto parent = QENParentPerformanceMetric::initWithName("feed");
+  static_assert(
+      std::is_same_v<decltype(parent), const std::shared_ptr<QENParentPerformanceMetric>>);
+  const auto feed = QENURL::URLWithString("https://api.example.com/feed?page=2");
+  EXPECT_FALSE(parent->shouldIncludeTraceIdForURL(feed));
+  parent->addTracedURL(feed);
+  parent->addTracedURL(nullptr);
+  EXPECT_TRUE(parent->shouldIncludeTraceIdForURL(
+      QENURL::URLWithString("https://api.example.com/feed?page=2")));
+  EXPECT_FALSE(
+      parent->shouldIncludeTraceIdForURL(QENURL::URLWithString("https://api.example.com/")));
+  EXPECT_FALSE(parent->shouldIncludeTraceIdForURL(nullptr));
+  EXPECT_EQ(parent->parentSpanIdForURL(feed), parent->spanId());
+  EXPECT_EQ(parent->parentSpanIdForURL(nullptr), parent->spanId());
+}
+
+TEST(SpanDebugDescription, PrintsHexIdsTheUTCStartAndTheOptionalParts) {
+  QENThrift::Span span;
+  span.setName("feed");
+  span.setId(255);
+  span.setTrace_id(16);
+  span.setTimestamp(1700000000000000);
+  span.setDuration(1500);
+  const std::string plain = QENThrift::SpanDebugDescription::debugDescription(span);
+  EXPECT_EQ(plain.rfind("<Span 0x", 0), 0u);
+  EXPECT_NE(plain.find(": 'feed' ff trace=10 start=2023-11-14 22:13:20 +0000 duration=0.002"),
+            std::string::npos)
+      << plain;
+  EXPECT_TRUE(plain.ends_with(" duration=0.002")) << plain;
+
+  span.setParent_id(-1);
+  span.setBinary_annotations({Vocabulary::annotationWithKeyInt16("net.type", 2),
+                              Vocabulary::annotationWithKeyString("lc", "ios")});
+  const std::string full = QENThrift::SpanDebugDescription::debugDescription(span);
+  EXPECT_EQ(full.substr(full.find("duration=")),
+            "duration=0.002 parent=ffffffffffffffff {net.type:<0002> lc:<696f73>}");
+}
+
+TEST(SpanExport, RunsWhileOtherThreadsChangeTheTree) {
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto root = Metric::initWithName("root", now - 1, now);
+  const auto url = QENURL::URLWithString("https://api.example.com/feed");
+  std::atomic<bool> running{true};
+  std::vector<std::thread> writers;
+  writers.emplace_back([&] {
+    while (running) {
+      root->generateAndStoreSpanIdForURL(url);
+    }
+  });
+  writers.emplace_back([&] {
+    for (int add = 0; running && add < 2000; ++add) {
+      root->addAnnotation(std::make_shared<const QENThrift::Annotation>(add, "tick", nullptr));
+      finishedChild(root, "child", now - 1, now);
+    }
+  });
+  std::size_t lastCount = 0;
+  for (int exportRound = 0; exportRound < 50; ++exportRound) {
+    const auto spans = root->spansWithAppContext(kAppContext);
+    EXPECT_GE(spans.size(), lastCount);
+    lastCount = spans.size();
+  }
+  running = false;
+  for (auto& writer : writers) {
+    writer.join();
+  }
+  EXPECT_EQ(root->spansWithAppContext(kAppContext).size(), root->childMetrics().size() + 1);
+}
+
+}  // namespace
