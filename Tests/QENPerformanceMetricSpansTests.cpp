@@ -56,10 +56,19 @@ TEST(SpanExport, ATypicalMeasurementBecomesOneTraceInDepthFirstLastChildFirstOrd
   const auto a1 = finishedChild(a, "A1", now - 0.9, now - 0.8);
   const auto a2 = finishedChild(a, "A2", now - 0.7, now - 0.6);
   a1->addBinaryAnnotation(Vocabulary::annotationWithKeyInt32("net.response_status", 200));
+  // A child still loading when the user leaves it is invalidated by the host's event.
+  const auto abandoned = Metric::initLeafMetricWithName("abandoned");
+  abandoned->startMetricWithTime(now - 0.1);
+  abandoned->setShouldInvalidateBlock(
+      [](const Metric::EventPointer& event) { return event != nullptr; });
+  root->addChildMetric(abandoned);
+  root->processContextLoggingEvent(std::make_shared<QENThrift::Event>());
   root->stopMetricWithTime(now);
+  EXPECT_EQ(root->shouldUpload(), root->randomUploadFraction() <= 0.5);
 
   const auto spans = root->spansWithAppContext(kAppContext);
-  EXPECT_EQ(names(spans), (std::vector<std::string>{"uwt_home_feed_render", "b", "a", "a2", "a1"}));
+  EXPECT_EQ(names(spans),
+            (std::vector<std::string>{"uwt_home_feed_render", "abandoned", "b", "a", "a2", "a1"}));
   for (const auto& span : spans) {
     EXPECT_EQ(span->trace_id(), root->traceId());
     ASSERT_EQ(span->annotations().size(), 2u);
@@ -69,13 +78,13 @@ TEST(SpanExport, ATypicalMeasurementBecomesOneTraceInDepthFirstLastChildFirstOrd
     EXPECT_EQ(span->annotations()[1]->timestamp(), kMaxInt64);
   }
   EXPECT_FALSE(spans[0]->parent_idIsSet());
-  EXPECT_EQ(spans[1]->parent_id(), root->spanId());
   EXPECT_EQ(spans[2]->parent_id(), root->spanId());
-  EXPECT_EQ(spans[3]->parent_id(), a->spanId());
+  EXPECT_EQ(spans[3]->parent_id(), root->spanId());
   EXPECT_EQ(spans[4]->parent_id(), a->spanId());
-  EXPECT_EQ(spans[4]->id(), a1->spanId());
+  EXPECT_EQ(spans[5]->parent_id(), a->spanId());
+  EXPECT_EQ(spans[5]->id(), a1->spanId());
   EXPECT_EQ(spans[0]->duration(), 1000000);
-  EXPECT_NEAR(spans[1]->timestamp() - spans[0]->timestamp(), 600000, 1);
+  EXPECT_NEAR(spans[2]->timestamp() - spans[0]->timestamp(), 600000, 1);
   const auto wallClockNow = std::chrono::duration_cast<std::chrono::microseconds>(
                                 std::chrono::system_clock::now().time_since_epoch())
                                 .count();
@@ -90,7 +99,8 @@ TEST(SpanExport, ATypicalMeasurementBecomesOneTraceInDepthFirstLastChildFirstOrd
     EXPECT_EQ(find(*spans[index], "app.version"), nullptr);
     EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*spans[index], "lc")), "ios");
   }
-  EXPECT_EQ(spans[4]->binary_annotations().front()->key(), "net.response_status");
+  EXPECT_EQ(spans[5]->binary_annotations().front()->key(), "net.response_status");
+  EXPECT_EQ(abandoned->invalidateReason(), QENPerformanceMetricStopReasonUserAbort);
 
   // The same uwt metric below another one is an ordinary child span.
   const auto outer = Metric::initWithName("outer", now - 2, now);

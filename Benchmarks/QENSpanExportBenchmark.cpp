@@ -1,0 +1,59 @@
+// The cost of exporting finished metric trees of growing size, per span, so that a non-linear
+// step shows as a growing figure.
+#include <benchmark/benchmark.h>
+
+#include <thread>
+
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENPerformanceMetric.h"
+#include "QENReachability/QENNetworkingReachabilityManager.h"
+
+namespace {
+
+// A uwt root with `metricCount - 1` finished descendants, ten per parent, each with one
+// annotation and one binary annotation, as a feed render with its requests would have.
+std::shared_ptr<QENPerformanceMetric> makeFinishedTree(int metricCount) {
+  const double now = QENMonotonicTimeGetCurrent();
+  auto root = QENPerformanceMetric::initWithName("home_feed_render", now - 1, now);
+  root->setMetricCause(1);
+  std::vector<std::shared_ptr<QENPerformanceMetric>> metrics = {root};
+  for (int index = 1; index < metricCount; ++index) {
+    auto metric = QENPerformanceMetric::initLeafMetricWithName("phase", now - 0.5, now - 0.25);
+    metric->addAnnotation(
+        std::make_shared<const QENThrift::Annotation>(index, "first_byte", nullptr));
+    metric->addBinaryAnnotation(QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyInt32(
+        "net.response_status", 200));
+    metrics[static_cast<std::size_t>((index - 1) / 10)]->addChildMetric(metric);
+    metrics.push_back(std::move(metric));
+  }
+  return root;
+}
+
+void BM_ExportFinishedTree(benchmark::State& state) {
+  QENPerformanceMetric::setUwtMetricNames(QENPerformanceMetric::MetricNameSet{"home_feed_render"});
+  QENNetworkingReachabilityManager::prohibitedManager().setStatus(
+      QENNetworkingReachabilityStatusWiFi);
+  const auto metricCount = static_cast<int>(state.range(0));
+  const auto root = makeFinishedTree(metricCount);
+  const QENPerformanceMetricAppContext appContext("1234", "iphone");
+  for (auto _ : state) {
+    auto spans = root->spansWithAppContext(appContext);
+    benchmark::DoNotOptimize(spans.data());
+  }
+  state.SetItemsProcessed(state.iterations() * metricCount);
+  state.counters["time_per_span"] =
+      benchmark::Counter(static_cast<double>(state.iterations() * metricCount),
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_ExportFinishedTree)->Arg(10)->Arg(100)->Arg(1000);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::thread([] {}).join();  // a real host is multi-threaded: no single-thread shortcuts
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
