@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
@@ -9,6 +13,7 @@
 #include "QENFoundation/QENIndentation.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENURLLoading/QENURL.h"
 
 namespace {
@@ -74,6 +79,34 @@ TEST(URL, KeepsParsableStringsAndRejectsOthers) {
   EXPECT_EQ(*url, *QENURL::URLWithString("https://user@cdn.example.com:8443/a/b?x=1#frag"));
   EXPECT_EQ(QENURL::URLWithString("http://exa mple.com/"), nullptr);
   EXPECT_EQ(QENURL::URLWithString(""), nullptr);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Reachability, LinuxProbeTellsWiFiFromWiredAndIgnoresLoopback) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::temp_directory_path() / ("qen-net-" + std::to_string(::getpid()));
+  const auto addInterface = [&](const std::string& name, const std::string& state, bool wireless) {
+    fs::create_directories(folder / name);
+    std::ofstream(folder / name / "operstate") << state << "\n";
+    if (wireless) {
+      fs::create_directories(folder / name / "wireless");
+    }
+  };
+  const auto status = [&] {
+    return QENNetworkingReachabilityManager::linuxStatus(folder.string());
+  };
+  addInterface("lo", "unknown", false);
+  EXPECT_EQ(status(), QENNetworkingReachabilityStatusUnknown);
+  addInterface("wlan0", "down", true);
+  addInterface("eth0", "up", false);
+  EXPECT_EQ(status(), QENNetworkingReachabilityStatusWired);
+  addInterface("wlan1", "up", true);
+  EXPECT_EQ(status(), QENNetworkingReachabilityStatusWiFi);
+  fs::remove_all(folder);
+  EXPECT_EQ(status(), QENNetworkingReachabilityStatusUnknown) << "no folder, no network";
 }
 
 }  // namespace
