@@ -27,6 +27,11 @@ constexpr LifecycleObservation kLifecycleObservations[] = {
     {UIApplicationDidBecomeActiveNotification, &QENPerformanceMetric::appDidBecomeActive},
 };
 
+void addAnnotationNamedNow(QENPerformanceMetric& metric, std::string_view name) {
+  metric.addAnnotation(
+      AnnotationQENAdditions::annotationWithName(name, QENMonotonicTimeGetCurrent()));
+}
+
 }  // namespace
 
 void QENPerformanceMetric::addResultAndInvalidationAnnotations() {
@@ -83,23 +88,19 @@ void QENPerformanceMetric::removeAppLifecycleNotificationObservation() {
 }
 
 void QENPerformanceMetric::appDidEnterBackground(const QENNotification&) {
-  addAnnotation(AnnotationQENAdditions::annotationWithName("app.enter.background",
-                                                           QENMonotonicTimeGetCurrent()));
+  addAnnotationNamedNow(*this, "app.enter.background");
 }
 
 void QENPerformanceMetric::appWillResignActive(const QENNotification&) {
-  addAnnotation(AnnotationQENAdditions::annotationWithName("app.resign.active",
-                                                           QENMonotonicTimeGetCurrent()));
+  addAnnotationNamedNow(*this, "app.resign.active");
 }
 
 void QENPerformanceMetric::appWillEnterForeground(const QENNotification&) {
-  addAnnotation(AnnotationQENAdditions::annotationWithName("app.enter.foreground",
-                                                           QENMonotonicTimeGetCurrent()));
+  addAnnotationNamedNow(*this, "app.enter.foreground");
 }
 
 void QENPerformanceMetric::appDidBecomeActive(const QENNotification&) {
-  addAnnotation(AnnotationQENAdditions::annotationWithName("app.become.active",
-                                                           QENMonotonicTimeGetCurrent()));
+  addAnnotationNamedNow(*this, "app.become.active");
 }
 
 void QENPerformanceMetric::startMetricWithDate(const QENDate& startDate, const QENDate& stopDate) {

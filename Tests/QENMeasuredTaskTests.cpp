@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include "QENCommandLineOptions/QENCommandLineOptions.h"
+#include "QENLocalPerformanceManager.h"
+#include "QENMeasuredTask.h"
+#include "QENUnmeasuredTask.h"
+#include "Support/QENCapturedAssertions.h"
+
+namespace {
+
+TEST(MeasuredTask, RunsInsideItsMetricUnderTheParentWhileTheParentLives) {
+  auto parent = QENPerformanceMetric::initWithName("cold_start");
+  bool ranWhileStarted = false;
+  std::shared_ptr<QENMeasuredTask> task;
+  task = QENMeasuredTask::initWithName(QENMeasuredTaskAppStartupCrashReporter, 1.0, parent, [&] {
+    ranWhileStarted = task->performanceMetric()->isInFlight();
+  });
+  EXPECT_FALSE(task->performanceMetric()->isStarted()) << "made, not started";
+  EXPECT_FALSE(task->performanceMetric()->shouldObserveMetricWillStart());
+  task->execute();
+  EXPECT_TRUE(ranWhileStarted);
+  EXPECT_TRUE(task->performanceMetric()->isFinished());
+  EXPECT_EQ(parent->childMetrics(), QENPerformanceMetric::MetricList{task->performanceMetric()});
+
+  // A parent released before the task runs: the task still runs and stops, attached nowhere.
+  int runs = 0;
+  const auto orphan = QENMeasuredTask::initWithName("orphan", 1.0, parent, [&] { ++runs; });
+  parent.reset();
+  orphan->execute();
+  EXPECT_EQ(runs, 1);
+  EXPECT_TRUE(orphan->performanceMetric()->isFinished());
+  EXPECT_EQ(orphan->performanceMetric()->parentMetric(), nullptr);
+}
+
+TEST(MeasuredTask, ReportsMissingNameOrTaskAndStillBuildsTheTask) {
+  QENCapturedAssertions captured;
+  const auto parent = QENPerformanceMetric::initWithName("cold_start");
+  const auto empty = QENMeasuredTask::initWithName(std::nullopt, 1.0, parent, nullptr);
+  empty->execute();
+  EXPECT_EQ(captured.messages(),
+            (std::vector<std::string>{"Invalid parameter not satisfying: metricName",
+                                      "Invalid parameter not satisfying: task"}));
+  EXPECT_EQ(captured.records()[0].method,
+            "-[QENMeasuredTask initWithName:uploadFraction:parentMetric:task:]");
+  EXPECT_TRUE(empty->performanceMetric()->isFinished()) << "a zero-length child of the parent";
+  EXPECT_EQ(parent->childMetrics().size(), 1u);
+
+  const auto unmeasured = QENUnmeasuredTask::initWithTask(nullptr);
+  unmeasured->execute();
+  EXPECT_EQ(captured.messages().back(), "Invalid parameter not satisfying: task");
+}
+
+TEST(MeasuredTask, ExecutesAtOnceAndHandsOverTheFinishedMetric) {
+  const auto parent = QENPerformanceMetric::initWithName("cold_start");
+  std::shared_ptr<QENPerformanceMetric> completed;
+  int runs = 0;
+  QENMeasuredTask::executeMeasuredTaskWithName(
+      "image_manager", 1.0, parent, [&] { ++runs; },
+      [&](const std::shared_ptr<QENPerformanceMetric>& metric) { completed = metric; });
+  QENMeasuredTask::executeMeasuredTaskWithName("shared_client", 1.0, nullptr, [&] { ++runs; });
+  EXPECT_EQ(runs, 2);
+  ASSERT_NE(completed, nullptr);
+  EXPECT_TRUE(completed->isFinished());
+  EXPECT_EQ(parent->childMetrics(), QENPerformanceMetric::MetricList{completed});
+}
+
+TEST(MeasuredTask, GivesSignpostCodesOnlyToTheExportedNameObjects) {
+  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(QENMeasuredTaskAppStartupFacebook), 6u);
+  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(QENMeasuredTaskAppStartupImageManager), 4u);
+  const std::string sameText = std::string("app_startup_") + "facebook";
+  EXPECT_EQ(sameText, QENMeasuredTaskAppStartupFacebook);
+  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(sameText), 0u);
+  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(QENMeasuredTaskAppStartupHomeFeed), 0u);
+}
+
+class LocalPerformanceManager : public ::testing::Test {
+ protected:
+  ~LocalPerformanceManager() override { QENCommandLineOptions::resetToEnvironment(); }
+  static bool target(std::string_view name) {
+    return QENLocalPerformanceManager::isMetricTheTargetForCurrentPerformanceTest(name);
+  }
+  static bool logged(std::string_view name) {
+    return QENLocalPerformanceManager::shouldLogMetricForCurrentPerformanceTest(name);
+  }
+};
+
+TEST_F(LocalPerformanceManager, WithoutATestOnlyTheHomeFeedRenderCounts) {
+  QENCommandLineOptions::setPerformanceTestName(std::nullopt);
+  EXPECT_TRUE(target("home_feed_render") && logged("home_feed_render"));
+  EXPECT_FALSE(target("Home_feed_render") || logged("home_feed_render_app_init"));
+  QENCommandLineOptions::setPerformanceTestName("OwnProfile");
+  EXPECT_TRUE(target("own_profile") && logged("own_profile"));
+  EXPECT_FALSE(target("home_feed_render"));
+  QENCommandLineOptions::setPerformanceTestName("UnknownTest");
+  EXPECT_FALSE(target("home_feed_render") || logged("home_feed_render"));
+}
+
+TEST_F(LocalPerformanceManager, SubspanTestsMatchExactlyAndCriticalPathsBySubstring) {
+  QENCommandLineOptions::setPerformanceTestName("ColdStartupSubspans");
+  EXPECT_TRUE(logged("feed_response_handling"));
+  EXPECT_FALSE(target("feed_response_handling"));
+  EXPECT_TRUE(target("home_feed_render_image_loading") && logged("home_feed_render_image_loading"));
+  EXPECT_FALSE(target("home_feed_render") || logged("home_feed_render"));
+
+  QENCommandLineOptions::setPerformanceTestName("ColdStartupLinearCriticalPathAppInitSubspansV2");
+  EXPECT_TRUE(logged("c_config_preload"));
+  EXPECT_FALSE(target("c_network_preload")) << "the target table matches exact names only";
+  QENCommandLineOptions::setPerformanceTestName("xColdStartupLinearCriticalPathQensLoadSubspans");
+  EXPECT_TRUE(logged("c_grid_img_placeholder"));
+  EXPECT_FALSE(logged("c_config_preload"));
+  QENCommandLineOptions::setPerformanceTestName("ColdStartupSubspansV2");
+  EXPECT_FALSE(logged("feed_response_handling")) << "the subspan test matches exactly";
+}
+
+}  // namespace
