@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  liburiparser-dev
+  liburiparser-dev nlohmann-json3-dev
 )
 
 missing=()

@@ -23,26 +23,65 @@ class ParsedUri {
   ParsedUri& operator=(const ParsedUri&) = delete;
 
   bool isParsed() const { return parsed_; }
+  UriUriA& uri() { return uri_; }
 
-  bool writeTo(std::string& text) const {
-    int length = 0;
-    if (uriToStringCharsRequiredA(&uri_, &length) != URI_SUCCESS) {
-      return false;
-    }
-    std::vector<char> buffer(static_cast<std::size_t>(length) + 1);
-    if (uriToStringA(buffer.data(), &uri_, length + 1, nullptr) != URI_SUCCESS) {
-      return false;
-    }
-    text.assign(buffer.data());
-    return true;
-  }
+  bool writeTo(std::string& text) const;
 
  private:
   UriUriA uri_{};
   bool parsed_ = false;
 };
 
+bool writeUri(const UriUriA& uri, std::string& text) {
+  int length = 0;
+  if (uriToStringCharsRequiredA(&uri, &length) != URI_SUCCESS) {
+    return false;
+  }
+  std::vector<char> buffer(static_cast<std::size_t>(length) + 1);
+  if (uriToStringA(buffer.data(), &uri, length + 1, nullptr) != URI_SUCCESS) {
+    return false;
+  }
+  text.assign(buffer.data());
+  return true;
+}
+
+bool ParsedUri::writeTo(std::string& text) const {
+  return writeUri(uri_, text);
+}
+
 }  // namespace
+
+std::string QENURL::relativePath() const {
+  ParsedUri parsed(absoluteString_);
+  if (!parsed.isParsed()) {
+    return {};
+  }
+  // Writes back a shallow copy that keeps only the path (rooted if the URL had a host).
+  UriUriA pathOnly = parsed.uri();
+  const bool hasHost = pathOnly.hostText.first != nullptr;
+  pathOnly.absolutePath =
+      pathOnly.absolutePath == URI_TRUE || (hasHost && pathOnly.pathHead != nullptr) ? URI_TRUE
+                                                                                     : URI_FALSE;
+  pathOnly.scheme = pathOnly.userInfo = pathOnly.hostText = pathOnly.portText = UriTextRangeA{};
+  pathOnly.hostData = UriHostDataA{};
+  pathOnly.query = pathOnly.fragment = UriTextRangeA{};
+  std::string path;
+  return writeUri(pathOnly, path) ? path : std::string();
+}
+
+std::optional<std::string> QENURL::absoluteStringRemovingQuery() const {
+  ParsedUri parsed(absoluteString_);
+  if (!parsed.isParsed()) {
+    return std::nullopt;
+  }
+  UriUriA withoutQuery = parsed.uri();
+  withoutQuery.query = UriTextRangeA{};
+  std::string text;
+  if (!writeUri(withoutQuery, text)) {
+    return std::nullopt;
+  }
+  return text;
+}
 
 std::shared_ptr<const QENURL> QENURL::URLWithString(std::string_view text) {
   if (text.empty()) {

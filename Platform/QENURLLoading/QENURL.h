@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,12 @@ class QENURL {
   static std::shared_ptr<const QENURL> URLWithString(std::string_view text);
 
   const std::string& absoluteString() const noexcept { return absoluteString_; }
+  // The path as it stands in the URL (not percent-decoded, trailing slash kept): "/users/me/"
+  // for "https://h/users/me/?x=1"; "" for a URL without path.
+  std::string relativePath() const;
+  // The URL written back without its query (no "?" either); everything else byte for byte.
+  // Absent if the URL cannot be written back.
+  std::optional<std::string> absoluteStringRemovingQuery() const;
 
   friend bool operator==(const QENURL& left, const QENURL& right) {
     return left.absoluteString_ == right.absoluteString_;

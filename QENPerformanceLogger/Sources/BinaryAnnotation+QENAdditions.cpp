@@ -7,6 +7,7 @@
 #include "QENAssert.h"
 #include "QENBundle/QENBundle.h"
 #include "QENDevice/QENDevice.h"
+#include "QENNumericConversion.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENThrift/tracing_clientConstants.h"
 #include "QENThrift/zipkin_spanConstants.h"
@@ -31,33 +32,6 @@ Pointer bigEndianAnnotation(std::string_view key, Integer value, AnnotationType 
   }
   return std::make_shared<const BinaryAnnotation>(std::string(key), std::move(bytes), type,
                                                   nullptr);
-}
-
-// The leading decimal number of a string, as a 64-bit integer: leading blanks and a sign are
-// skipped, the digits end at the first other character, a value past the range saturates, and
-// a string without digits gives 0.
-std::int64_t leadingInt64(std::string_view text) {
-  std::size_t position = 0;
-  while (position < text.size() && std::isspace(static_cast<unsigned char>(text[position]))) {
-    ++position;
-  }
-  bool negative = false;
-  if (position < text.size() && (text[position] == '-' || text[position] == '+')) {
-    negative = text[position] == '-';
-    ++position;
-  }
-  constexpr std::uint64_t kLimit = std::uint64_t{std::numeric_limits<std::int64_t>::max()} + 1;
-  std::uint64_t magnitude = 0;
-  for (; position < text.size() && std::isdigit(static_cast<unsigned char>(text[position]));
-       ++position) {
-    magnitude = std::min(kLimit, magnitude * 10 + static_cast<std::uint64_t>(text[position] - '0'));
-  }
-  if (negative) {
-    return magnitude == kLimit ? std::numeric_limits<std::int64_t>::min()
-                               : -static_cast<std::int64_t>(magnitude);
-  }
-  return magnitude >= kLimit ? std::numeric_limits<std::int64_t>::max()
-                             : static_cast<std::int64_t>(magnitude);
 }
 
 List buildFixedAnnotations(std::string_view qenPlatform) {
@@ -241,7 +215,7 @@ List BinaryAnnotationQENAdditions::topLevelAnnotationsForViewType(
   }
   if (appContext.userId()) {
     annotations.push_back(
-        annotationWithKeyInt64(Constants::USER_ID(), leadingInt64(*appContext.userId())));
+        annotationWithKeyInt64(Constants::USER_ID(), QENLeadingInt64(*appContext.userId())));
   }
   return annotations;
 }

@@ -1,5 +1,6 @@
 #include "QENNumericConversion.h"
 
+#include <cctype>
 #include <cmath>
 #include <limits>
 
@@ -37,4 +38,29 @@ std::int64_t QENMicrosecondsSince1970FromMonotonicTime(double monotonicTime) noe
   return QENRoundToInt64(
       (QENMonotonicTimeGetAbsoluteTime(monotonicTime) + kCFAbsoluteTimeIntervalSince1970) *
       1000000);
+}
+
+std::int64_t QENLeadingInt64(std::string_view text) noexcept {
+  std::size_t position = 0;
+  while (position < text.size() && std::isspace(static_cast<unsigned char>(text[position]))) {
+    ++position;
+  }
+  bool negative = false;
+  if (position < text.size() && (text[position] == '-' || text[position] == '+')) {
+    negative = text[position] == '-';
+    ++position;
+  }
+  constexpr std::uint64_t kLimit = std::uint64_t{std::numeric_limits<std::int64_t>::max()} + 1;
+  std::uint64_t magnitude = 0;
+  for (; position < text.size() && std::isdigit(static_cast<unsigned char>(text[position]));
+       ++position) {
+    const auto digit = static_cast<std::uint64_t>(text[position] - '0');
+    magnitude = magnitude > (kLimit - digit) / 10 ? kLimit : magnitude * 10 + digit;
+  }
+  if (negative) {
+    return magnitude == kLimit ? std::numeric_limits<std::int64_t>::min()
+                               : -static_cast<std::int64_t>(magnitude);
+  }
+  return magnitude >= kLimit ? std::numeric_limits<std::int64_t>::max()
+                             : static_cast<std::int64_t>(magnitude);
 }

@@ -1,0 +1,291 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENBundle/QENBundle.h"
+#include "QENEndpointPerformanceMetric.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENURLLoading/QENHTTPURLResponse.h"
+#include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"
+#include "Support/QENCapturedAssertions.h"
+
+namespace {
+
+using Metric = QENEndpointPerformanceMetric;
+using Transaction = QENURLSessionTaskTransactionMetrics;
+using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+
+// A whole second, so that the quarter and eighth seconds below stay exact.
+const QENDate kNow = QENDate::dateWithTimeIntervalSinceReferenceDate(
+    std::floor(QENDate::date().timeIntervalSinceReferenceDate()));
+
+QENDate at(double secondsFromNow) {
+  return QENDate::dateWithTimeIntervalSinceReferenceDate(kNow.timeIntervalSinceReferenceDate() +
+                                                         secondsFromNow);
+}
+
+// A network load over a new secure connection, every phase present and increasing.
+std::shared_ptr<Transaction> networkLoad() {
+  auto transaction = std::make_shared<Transaction>();
+  transaction->request = std::make_shared<QENURLRequest>(
+      QENURL::URLWithString("https://api.example.com/v3/users/me/?fields=id"), "GET");
+  transaction->response = std::make_shared<QENHTTPURLResponse>(
+      200, QENHTTPURLResponse::HeaderFields{{"X-CDN", "edge"}, {"x-morvane-cache", ""}});
+  transaction->resourceFetchType = QENURLSessionTaskMetricsResourceFetchTypeNetworkLoad;
+  transaction->fetchStartDate = at(-1.0);
+  transaction->domainLookupStartDate = at(-0.99);
+  transaction->domainLookupEndDate = at(-0.98);
+  transaction->connectStartDate = at(-0.97);
+  transaction->secureConnectionStartDate = at(-0.96);
+  transaction->secureConnectionEndDate = at(-0.95);
+  transaction->connectEndDate = at(-0.95);
+  transaction->requestStartDate = at(-0.94);
+  transaction->requestEndDate = at(-0.93);
+  transaction->responseStartDate = at(-0.5);
+  transaction->responseEndDate = at(-0.375);  // 0.125 s, exactly, whatever the date
+  transaction->countOfResponseBodyBytesReceived = 10000;
+  transaction->countOfResponseHeaderBytesReceived = 500;
+  transaction->localAddress = "10.0.0.2";
+  return transaction;
+}
+
+std::shared_ptr<QENURLSessionTaskMetrics> taskMetrics(
+    std::vector<std::shared_ptr<const Transaction>> transactions,
+    std::string className = "__NSCFURLSessionTaskMetrics") {
+  auto metrics = std::make_shared<QENURLSessionTaskMetrics>();
+  metrics->className = std::move(className);
+  metrics->transactionMetrics = std::move(transactions);
+  metrics->taskInterval = {at(-1.0), at(-0.3)};
+  return metrics;
+}
+
+std::shared_ptr<Metric> measure(const std::shared_ptr<const Transaction>& transaction) {
+  return Metric::initWithRequest(transaction->request, std::nullopt, taskMetrics({transaction}));
+}
+
+Vocabulary::Pointer find(const Metric& metric, std::string_view key) {
+  for (const auto& annotation : metric.binaryAnnotations()) {
+    if (annotation->key() == key) {
+      return annotation;
+    }
+  }
+  return nullptr;
+}
+
+std::vector<std::string> childNames(const Metric& metric) {
+  std::vector<std::string> names;
+  for (const auto& child : metric.childMetrics()) {
+    names.push_back(child->name());
+  }
+  return names;
+}
+
+TEST(EndpointMetric, MeasuresAnAcceptedRequestWithPhasesSizeSpeedAndNotification) {
+  auto observer = std::make_shared<int>(0);
+  std::vector<std::int32_t> postedSpeeds;
+  QENNotificationCenter::defaultCenter().addObserver(
+      observer, QENPerformanceMetricResourceDownloadNetworkSpeedNotification, nullptr,
+      [&](const QENNotification& notification) {
+        postedSpeeds.push_back(
+            std::any_cast<std::int32_t>(notification.userInfo.at("net.speed_kbps")));
+      });
+  const auto metric = measure(networkLoad());
+  QENNotificationCenter::defaultCenter().removeObserver(observer.get());
+
+  EXPECT_EQ(metric->name(), "resource_/v3/users/me/");
+  EXPECT_TRUE(metric->isFinished() && metric->isValid());
+  EXPECT_NEAR(metric->metricTime(), 0.7, 1e-6) << "timed by the task interval";
+  EXPECT_EQ(childNames(*metric), (std::vector<std::string>{"dns", "conn", "tls", "req", "resp"}));
+  EXPECT_EQ(metric->annotations().size(), 10u);
+  EXPECT_EQ(metric->annotations().front()->value(), "dns_start");
+  std::vector<std::string> keys;
+  for (const auto& annotation : metric->binaryAnnotations()) {
+    keys.push_back(annotation->key());
+  }
+  keys.resize(10);
+  EXPECT_EQ(keys,
+            (std::vector<std::string>{"has_valid_metrics", "conn_reused", "endpoint_id",
+                                      "net.response_status", "net.expected_size", "net.speed_kbps",
+                                      "ip.version", "cdn.name", "http.method", "dns_start"}));
+  EXPECT_EQ(metric->binaryAnnotations().size(), 9u + 15u);
+  EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(find(*metric, "net.expected_size")), 10500);
+  EXPECT_EQ(postedSpeeds, std::vector<std::int32_t>{672}) << "10500 bytes x 8 / 0.125 s / 1000";
+  EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*metric, "endpoint_id")),
+            "https://api.example.com/v3/users/me/");
+  EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*metric, "cdn.name")), "edge");
+  EXPECT_EQ(metric->urlHeaderSentTo(), metric->request()->URL());
+}
+
+TEST(EndpointMetric, SkipsMissingEmptyAndReversedPhases) {
+  QENCapturedAssertions captured;
+  auto reused = networkLoad();
+  reused->isReusedConnection = true;
+  reused->domainLookupStartDate = reused->domainLookupEndDate = std::nullopt;
+  reused->connectStartDate = reused->connectEndDate = std::nullopt;
+  reused->secureConnectionStartDate = reused->secureConnectionEndDate = std::nullopt;
+  const auto metric = measure(reused);
+  EXPECT_EQ(childNames(*metric), (std::vector<std::string>{"req", "resp"}));
+  EXPECT_TRUE(Vocabulary::boolValueFromBinaryAnnotation(find(*metric, "conn_reused")));
+  EXPECT_TRUE(captured.records().empty());
+
+  auto empty = networkLoad();
+  empty->requestEndDate = empty->requestStartDate;
+  EXPECT_EQ(childNames(*measure(empty)).size(), 4u);
+  EXPECT_TRUE(captured.records().empty()) << "a zero-length phase is dropped silently";
+  auto reversed = networkLoad();
+  reversed->requestEndDate = at(-0.95);
+  EXPECT_EQ(childNames(*measure(reversed)).size(), 4u);
+  ASSERT_EQ(captured.records().size(), 1u);
+  EXPECT_EQ(captured.records()[0].message.rfind("Metric stop time ", 0), 0u);
+}
+
+std::optional<std::string> invalidReason(const Metric& metric) {
+  const auto reason = find(metric, "invalid_metrics_reason");
+  return reason ? Vocabulary::stringValueFromBinaryAnnotation(reason) : std::nullopt;
+}
+
+TEST(EndpointMetric, RejectsWhatIsNotOneNetworkLoadWithItsReason) {
+  QENCapturedAssertions captured;
+  const auto redirect =
+      Metric::initWithRequest(nullptr, std::nullopt, taskMetrics({networkLoad(), networkLoad()}));
+  EXPECT_EQ(redirect->name(), "resource_(null)");
+  EXPECT_EQ(invalidReason(*redirect), "metrics.count");
+  EXPECT_TRUE(redirect->isStarted() && redirect->isFinished());
+  EXPECT_EQ(redirect->invalidateReason(), QENPerformanceMetricStopReasonUnknown);
+
+  auto cached = networkLoad();
+  cached->resourceFetchType = QENURLSessionTaskMetricsResourceFetchTypeLocalCache;
+  EXPECT_EQ(invalidReason(*measure(cached)), "resource.fetch.type");
+
+  const auto unknown =
+      Metric::initWithRequest(nullptr, std::nullopt, taskMetrics({}, "OkHttpMetrics"));
+  EXPECT_EQ(invalidReason(*unknown), "unexpected.metric.type");
+  EXPECT_FALSE(unknown->isStarted());
+  EXPECT_EQ(captured.messages(), std::vector<std::string>{"unexpected metric type: OkHttpMetrics"});
+
+  auto cronet = networkLoad();
+  cronet->responseEndDate = cronet->fetchStartDate;
+  const auto accepted =
+      Metric::initWithRequest(nullptr, std::nullopt, taskMetrics({cronet}, "CronetMetrics"));
+  EXPECT_TRUE(accepted->isFinished() && accepted->isValid()) << "equal dates pass";
+  cronet->responseEndDate = at(-2);
+  EXPECT_EQ(invalidReason(*Metric::initWithRequest(nullptr, std::nullopt,
+                                                   taskMetrics({cronet}, "CronetMetrics"))),
+            "cronet.endDateNotLater");
+  EXPECT_EQ(invalidReason(
+                *Metric::initWithRequest(nullptr, std::nullopt, taskMetrics({}, "CronetMetrics"))),
+            "cronet.fetchStartDate");
+}
+
+TEST(EndpointMetric, FallsBackToTheAnnouncedLengthAndDefaultsWhatIsMissing) {
+  auto counted = networkLoad();
+  counted->countOfResponseBodyBytesReceived = counted->countOfResponseHeaderBytesReceived = 0;
+  counted->response =
+      std::make_shared<QENHTTPURLResponse>(200, QENHTTPURLResponse::HeaderFields{}, 2048);
+  const auto announced = measure(counted);
+  EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(find(*announced, "net.expected_size")),
+            2048);
+  EXPECT_EQ(find(*announced, "net.speed_kbps"), nullptr) << "speed 0 counts as none";
+
+  auto plain = networkLoad();
+  plain->countOfResponseBodyBytesReceived = plain->countOfResponseHeaderBytesReceived = 0;
+  plain->response = std::make_shared<QENURLResponse>();
+  plain->request =
+      std::make_shared<QENURLRequest>(QENURL::URLWithString("ftp://files/x"), std::nullopt);
+  const auto metric = measure(plain);
+  EXPECT_EQ(find(*metric, "net.expected_size"), nullptr);
+  EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(find(*metric, "net.response_status")), 0);
+  EXPECT_EQ(find(*metric, "cdn.name"), nullptr);
+  EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*metric, "http.method")), "");
+}
+
+TEST(EndpointMetric, SerialisesOnlyTheAppsOwnFrames) {
+  QENBundle::setMainBundleInfoValue("CFBundleName", "MyApp");
+  const std::string trace = Metric::serializeStackTrace(
+      {"0   MyApp      0x1a2b   -[FeedLoader load] + 52",
+       "1   UIKitCore  0x3c4d   -[UIView layout] + 20", "12\tMyApp\t0x9\tmain + 8"});
+  EXPECT_EQ(trace,
+            "{\n    \"trace\": [\n        \"00 MyApp -[FeedLoader load]\",\n"
+            "        \"12 MyApp main +\"\n    ]\n}");
+  EXPECT_EQ(Metric::serializeStackTrace({}), "{\n    \"trace\": []\n}");
+  EXPECT_EQ(Metric::serializeStackTrace({"0 MyApp 0x1 \xff\xfe + 1"}), "Serialization Failed");
+}
+
+// Thousands of generated task metrics: random class, transaction count, fetch type, dates
+// (present or not, in any order, sometimes absurd) and byte counts. Each metric must end as the
+// branch its record takes says, with no crash and no sanitizer report.
+TEST(EndpointMetric, EndsEveryGeneratedRecordAsItsBranchSays) {
+  QENCapturedAssertions captured;  // keeps the expected reports off the console
+  std::mt19937_64 random(20261122);
+  const auto chance = [&](int percent) { return static_cast<int>(random() % 100) < percent; };
+  const auto date = [&]() -> std::optional<QENDate> {
+    if (chance(15)) {
+      return std::nullopt;
+    }
+    const double absurd[] = {1e300, -1e300, NAN, 1e12};
+    const double seconds =
+        chance(5) ? absurd[random() % 4] : static_cast<double>(random() % 4000) / 1000.0 - 2.0;
+    return at(seconds);
+  };
+  const char* classes[] = {"NSURLSessionTaskMetrics", "__NSCFURLSessionTaskMetrics",
+                           "CronetMetrics", "Other"};
+  const char* urls[] = {"https://h/p?q=1", "not a url", "", "http://[::1]:80/a#f", "mailto:x@y"};
+  for (int round = 0; round < 3000; ++round) {
+    std::vector<std::shared_ptr<const Transaction>> transactions;
+    const int count = chance(80) ? 1 : static_cast<int>(random() % 3) * 2;
+    for (int index = 0; index < count; ++index) {
+      auto transaction = std::make_shared<Transaction>();
+      transaction->request =
+          std::make_shared<QENURLRequest>(QENURL::URLWithString(urls[random() % 5]),
+                                          chance(50) ? std::optional("GET") : std::nullopt);
+      transaction->resourceFetchType = chance(80) ? 1 : static_cast<std::int64_t>(random() % 5) - 1;
+      using DateField = std::optional<QENDate> Transaction::*;
+      for (const DateField field :
+           {&Transaction::fetchStartDate, &Transaction::domainLookupStartDate,
+            &Transaction::domainLookupEndDate, &Transaction::connectStartDate,
+            &Transaction::secureConnectionStartDate, &Transaction::connectEndDate,
+            &Transaction::requestStartDate, &Transaction::responseStartDate,
+            &Transaction::responseEndDate}) {
+        (*transaction).*field = date();
+      }
+      transaction->countOfResponseBodyBytesReceived = static_cast<std::int64_t>(random());
+      transaction->countOfResponseHeaderBytesReceived = static_cast<std::int64_t>(random() % 1000);
+      transaction->localAddress = chance(50) ? std::optional<std::string>("::1") : std::nullopt;
+      transactions.push_back(std::move(transaction));
+    }
+    const std::string className = classes[random() % 4];
+    auto metrics = taskMetrics(transactions, className);
+    metrics->taskInterval = {at(-1.0 + static_cast<double>(random() % 100) / 100), at(-0.5)};
+    const auto metric = Metric::initWithRequest(nullptr, std::nullopt, metrics);
+    for (const auto& transaction : transactions) {
+      EXPECT_EQ(QENNetworkMetrics::getAllConnectionMetrics(*transaction).size(), 15u);
+    }
+
+    const auto first = transactions.empty() ? nullptr : transactions.front();
+    const std::optional<std::string> reason = invalidReason(*metric);
+    if (className == "Other") {
+      EXPECT_EQ(reason, "unexpected.metric.type");
+      EXPECT_FALSE(metric->isStarted());
+    } else if (className == "CronetMetrics" &&
+               (!first || !first->fetchStartDate || !first->responseEndDate ||
+                *first->fetchStartDate > *first->responseEndDate)) {
+      EXPECT_FALSE(metric->isStarted());
+      EXPECT_TRUE(reason == "cronet.fetchStartDate" || reason == "cronet.endDateNotLater");
+    } else if (count != 1 || first->resourceFetchType != 1) {
+      EXPECT_EQ(reason, count != 1 ? "metrics.count" : "resource.fetch.type");
+      EXPECT_TRUE(metric->isStarted() && !metric->isValid());
+    } else {
+      // A start below the unset marker -1 (an absurd Cronet date) leaves the stop ignored.
+      const double start = className == "CronetMetrics"
+                               ? first->fetchStartDate->monotonicTime()
+                               : metrics->taskInterval.startDate.monotonicTime();
+      EXPECT_EQ(reason, std::nullopt);
+      EXPECT_TRUE(metric->isValid());
+      EXPECT_EQ(metric->isFinished(), start > -1.0) << round;
+    }
+  }
+}
+
+}  // namespace
