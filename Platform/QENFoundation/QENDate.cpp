@@ -25,3 +25,12 @@ double QENDate::timeIntervalSince1970() const noexcept {
 double QENDate::monotonicTime() const noexcept {
   return QENMonotonicTimeFromAbsoluteTime(secondsSinceReferenceDate_);
 }
+
+// About the year 4001 and the year 1, as the platform's dates have them.
+QENDate QENDate::distantFuture() noexcept {
+  return QENDate(63113904000.0);
+}
+
+QENDate QENDate::distantPast() noexcept {
+  return QENDate(-63114076800.0);
+}

@@ -51,6 +51,14 @@ bool ParsedUri::writeTo(std::string& text) const {
 
 }  // namespace
 
+std::string QENURL::host() const {
+  ParsedUri parsed(absoluteString_);
+  if (!parsed.isParsed() || parsed.uri().hostText.first == nullptr) {
+    return {};
+  }
+  return std::string(parsed.uri().hostText.first, parsed.uri().hostText.afterLast);
+}
+
 std::string QENURL::relativePath() const {
   ParsedUri parsed(absoluteString_);
   if (!parsed.isParsed()) {

@@ -13,6 +13,8 @@ class QENURL {
   static std::shared_ptr<const QENURL> URLWithString(std::string_view text);
 
   const std::string& absoluteString() const noexcept { return absoluteString_; }
+  // The host without brackets ("::1" for "http://[::1]/"); "" without one.
+  std::string host() const;
   // The path as it stands in the URL (not percent-decoded, trailing slash kept): "/users/me/"
   // for "https://h/users/me/?x=1"; "" for a URL without path.
   std::string relativePath() const;

@@ -1,0 +1,161 @@
+#include "QENImageDownloadPerformanceMetric.h"
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENImageDownloadPerformanceMetricManager.h"
+#include "QENThrift/tracing_clientConstants.h"
+#include "performance_tracing_clientConstants.h"
+
+namespace {
+
+using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+using ClientKeys = QENThrift::tracing_clientConstants;
+
+constexpr QENPerformanceMetricStartReason kImageLoadStartReason = 4;
+constexpr std::array<std::int32_t, 14> kInvalidatingEventTypes = {
+    102, 103, 108, 110, 118, 177, 190, 801, 4701, 6572, 7070, 7071, 8352, 8353};
+
+}  // namespace
+
+QENImageDownloadPerformanceMetric::QENImageDownloadPerformanceMetric(
+    ConstructionKey key, std::string name, double uploadFraction,
+    std::shared_ptr<const QENURL> imageURL, bool dynamicallyManageMetricHierarchy)
+    : QENPerformanceMetric(key, std::move(name), uploadFraction, dynamicallyManageMetricHierarchy,
+                           dynamicallyManageMetricHierarchy),
+      imageURL_(std::move(imageURL)) {}
+
+std::shared_ptr<QENImageDownloadPerformanceMetric> QENImageDownloadPerformanceMetric::initWithName(
+    std::string name, double uploadFraction, const std::shared_ptr<const QENURL>& imageURL,
+    bool dynamicallyManageMetricHierarchy) {
+  if (imageURL == nullptr) {
+    return nullptr;
+  }
+  auto metric = makeMetric<QENImageDownloadPerformanceMetric>(
+      std::move(name), uploadFraction, imageURL, dynamicallyManageMetricHierarchy);
+  metric->setMetricCause(kImageLoadStartReason);
+  metric->setAssociatedURL(imageURL);
+  metric->addBinaryAnnotation(
+      Vocabulary::annotationWithKeyString("Url", metric->associatedURL()->absoluteString()));
+  QENImageDownloadPerformanceMetricManager::sharedMetricManager().monitorForSessionMetrics(metric);
+  return metric;
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeDidStartFetchingDataWithStartTime(
+    double startTime) {
+  setLoadStartTime(startTime);
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeWillStartDisplayAsynchronously(double startTime) {
+  setDisplayStartTime(startTime);
+}
+
+void QENImageDownloadPerformanceMetric::startChildOnce(std::shared_ptr<QENPerformanceMetric>& slot,
+                                                       const char* name, double startTime) {
+  std::shared_ptr<QENPerformanceMetric> child;
+  {
+    const std::lock_guard guard(propertyLock());
+    if (slot != nullptr) {
+      return;
+    }
+    slot = child = QENPerformanceMetric::initLeafMetricWithName(name);
+  }
+  child->startMetricWithTime(startTime);
+  addChildMetric(child);
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeWillLoadImageFromCacheWithStartTime(
+    double startTime) {
+  startChildOnce(loadImageFromCacheMetric_, "load_image_from_cache", startTime);
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeWillLoadImageFromNetworkWithStartTime(
+    double startTime) {
+  startChildOnce(loadImageFromNetworkMetric_, "load_image_from_network", startTime);
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeDidLoadImageFromCacheWithEndTime(double endTime) {
+  stopLoadImageFromCacheMetric(endTime, true);
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeDidFailToLoadImageFromCacheWithEndTime(
+    double endTime) {
+  stopLoadImageFromCacheMetric(endTime, false);
+}
+
+void QENImageDownloadPerformanceMetric::stopLoadImageFromCacheMetric(double endTime, bool success) {
+  const auto cacheMetric = loadImageFromCacheMetric();
+  if (cacheMetric == nullptr || cacheMetric->isFinished() || cacheMetric->startTime() > endTime) {
+    return;
+  }
+  cacheMetric->stopMetricWithTime(endTime);
+  cacheMetric->addBinaryAnnotation(
+      Vocabulary::annotationWithKeyBoolean("load_image_cache", success));
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeDidLoadImage(
+    const std::any&, const std::shared_ptr<const QENURL>&, std::int16_t dataSource,
+    const ResponseHeaders& responseHeaders, std::int64_t responseStatusCode, double endTime) {
+  if (isFinished()) {
+    return;
+  }
+  const auto networkMetric = loadImageFromNetworkMetric();
+  if (networkMetric != nullptr && !networkMetric->isFinished()) {
+    networkMetric->stopMetricWithTime(endTime);
+  }
+  addBinaryAnnotation(Vocabulary::annotationWithKeyInt16(ClientKeys::DATA_SOURCE(), dataSource));
+  addBinaryAnnotation(Vocabulary::annotationWithKeyInt64(
+      performance_tracing_clientConstants::NETWORK_RESPONSE_STATUS(), responseStatusCode));
+  for (const auto& [header, key] : {std::pair{"x-cdn", ClientKeys::CDN_NAME()},
+                                    std::pair{"x-morvane-cache", ClientKeys::CDN_CACHE()}}) {
+    const auto found = responseHeaders.find(header);
+    if (found != responseHeaders.end() && !found->second.empty()) {
+      addBinaryAnnotation(Vocabulary::annotationWithKeyString(key, found->second));
+    }
+  }
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeWithUrl(const std::shared_ptr<const QENURL>&,
+                                                         const std::string&, double endTime) {
+  if (!isFinished()) {
+    addChildMetric(QENPerformanceMetric::initLeafMetricWithName("image_load_failed",
+                                                                loadStartTime(), endTime));
+  }
+}
+
+void QENImageDownloadPerformanceMetric::imageNodeDidFinishDecodingWithEndTime(double endTime) {
+  addChildMetric(QENPerformanceMetric::initLeafMetricWithName("display_did_finish",
+                                                              displayStartTime(), endTime));
+}
+
+bool QENImageDownloadPerformanceMetric::shouldInvalidate(const EventPointer& event) const {
+  return event != nullptr &&
+         std::find(kInvalidatingEventTypes.begin(), kInvalidatingEventTypes.end(),
+                   event->eventType()) != kInvalidatingEventTypes.end();
+}
+
+std::shared_ptr<QENPerformanceMetric> QENImageDownloadPerformanceMetric::loadImageFromCacheMetric()
+    const {
+  const std::lock_guard guard(propertyLock());
+  return loadImageFromCacheMetric_;
+}
+
+void QENImageDownloadPerformanceMetric::setLoadImageFromCacheMetric(
+    std::shared_ptr<QENPerformanceMetric> metric) {
+  const std::lock_guard guard(propertyLock());
+  loadImageFromCacheMetric_.swap(metric);
+}
+
+std::shared_ptr<QENPerformanceMetric>
+QENImageDownloadPerformanceMetric::loadImageFromNetworkMetric() const {
+  const std::lock_guard guard(propertyLock());
+  return loadImageFromNetworkMetric_;
+}
+
+void QENImageDownloadPerformanceMetric::setLoadImageFromNetworkMetric(
+    std::shared_ptr<QENPerformanceMetric> metric) {
+  const std::lock_guard guard(propertyLock());
+  loadImageFromNetworkMetric_.swap(metric);
+}

@@ -1,0 +1,217 @@
+#include "QENImageDownloadPerformanceMetricManager.h"
+
+#include <mutex>
+
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENAssert.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENThrift/tracing_clientConstants.h"
+#include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"
+#include "performance_tracing_clientConstants.h"
+
+namespace {
+
+using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+using Transaction = QENURLSessionTaskTransactionMetrics;
+using Keys = performance_tracing_clientConstants;
+using ClientKeys = QENThrift::tracing_clientConstants;
+
+struct CDNSetting {
+  std::mutex mutex;
+  std::string hostDomain = "qenimg.com";
+};
+
+CDNSetting& cdnSetting() {
+  static auto* const setting = new CDNSetting();
+  return *setting;
+}
+
+struct Phase {
+  std::string_view name;
+  std::optional<QENDate> Transaction::*start;
+  std::optional<QENDate> Transaction::*end;
+};
+
+constexpr Phase kPhases[] = {
+    {QEMetricNameImageDNS, &Transaction::domainLookupStartDate, &Transaction::domainLookupEndDate},
+    {QEMetricNameImageConn, &Transaction::connectStartDate, &Transaction::connectEndDate},
+    {QEMetricNameImageTLS, &Transaction::secureConnectionStartDate,
+     &Transaction::secureConnectionEndDate},
+    {QEMetricNameImageRequest, &Transaction::requestStartDate, &Transaction::requestEndDate},
+    {QEMetricNameImageResponse, &Transaction::responseStartDate, &Transaction::responseEndDate},
+};
+
+bool matches(const QENURL& imageURL, const QENURL& url, const std::string& cdnDomain) {
+  const bool onCDN = !cdnDomain.empty() && url.host().find(cdnDomain) != std::string::npos &&
+                     imageURL.host().find(cdnDomain) != std::string::npos;
+  return (onCDN && imageURL.relativePath() == url.relativePath()) || imageURL == url;
+}
+
+// What the transactions of one task add up to.
+struct TransactionSummary {
+  std::vector<std::shared_ptr<QENPerformanceMetric>> phases;
+  std::optional<QENDate> earliest;
+  std::optional<QENDate> latest;
+  std::int64_t totalBytes = 0;
+  std::int64_t totalKilobitsPerSecond = 0;
+  std::int64_t counted = 0;
+  std::int64_t ipVersion = 0;
+};
+
+TransactionSummary summarise(const std::vector<std::shared_ptr<const Transaction>>& transactions) {
+  TransactionSummary summary;
+  QENDate earliest = QENDate::distantFuture();
+  QENDate latest = QENDate::distantPast();
+  for (const auto& transaction : transactions) {
+    for (const Phase& phase : kPhases) {
+      QENImageDownloadPerformanceMetricManager::addNetworkSubspanToArray(
+          summary.phases, phase.name, (*transaction).*phase.start, (*transaction).*phase.end);
+    }
+    const std::int32_t kilobitsPerSecond = QENNetworkMetrics::kilobitsPerSec(*transaction);
+    const std::int64_t bytes = QENNetworkMetrics::bytesReceived(*transaction);
+    if (kilobitsPerSecond >= 1 && bytes >= 1) {
+      summary.totalBytes += bytes;
+      summary.totalKilobitsPerSecond += kilobitsPerSecond;
+      ++summary.counted;
+    }
+    // A missing date leaves the running value as it is.
+    if (transaction->requestStartDate) {
+      earliest = earliest.earlierDate(*transaction->requestStartDate);
+    }
+    if (transaction->responseEndDate) {
+      latest = latest.laterDate(*transaction->responseEndDate);
+    }
+    if (summary.ipVersion == 0) {
+      summary.ipVersion = QENNetworkMetrics::localAddressIPVersion(*transaction);
+    }
+  }
+  if (earliest != QENDate::distantFuture() && latest != QENDate::distantPast()) {
+    summary.earliest = earliest;
+    summary.latest = latest;
+  }
+  return summary;
+}
+
+}  // namespace
+
+QENImageDownloadPerformanceMetricManager::QENImageDownloadPerformanceMetricManager()
+    : lock_("QENImageDownloadPerformanceMetricManager lock") {}
+
+QENImageDownloadPerformanceMetricManager&
+QENImageDownloadPerformanceMetricManager::sharedMetricManager() {
+  static auto* const manager = new QENImageDownloadPerformanceMetricManager();
+  return *manager;
+}
+
+std::string QENImageDownloadPerformanceMetricManager::imageCDNHostDomain() {
+  const std::lock_guard guard(cdnSetting().mutex);
+  return cdnSetting().hostDomain;
+}
+
+void QENImageDownloadPerformanceMetricManager::setImageCDNHostDomain(std::string domain) {
+  const std::lock_guard guard(cdnSetting().mutex);
+  cdnSetting().hostDomain = std::move(domain);
+}
+
+void QENImageDownloadPerformanceMetricManager::monitorForSessionMetrics(
+    const MetricPointer& metric) {
+  if (metric == nullptr) {
+    QENAssertionFailure("-[QENImageDownloadPerformanceMetricManager monitorForSessionMetrics:]",
+                        "Metric should not be nil unless disabled");
+    return;
+  }
+  const std::lock_guard guard(lock_);
+  monitoredMetrics_.insert(metric);
+}
+
+QENImageDownloadPerformanceMetricManager::MetricPointer
+QENImageDownloadPerformanceMetricManager::removeMetricForProcessingWithURL(
+    const std::shared_ptr<const QENURL>& url) {
+  if (url == nullptr) {
+    return nullptr;
+  }
+  const std::string cdnDomain = imageCDNHostDomain();
+  const std::lock_guard guard(lock_);
+  for (auto candidate = monitoredMetrics_.begin(); candidate != monitoredMetrics_.end();
+       ++candidate) {
+    const auto imageURL = (*candidate)->associatedURL();
+    if (imageURL != nullptr && matches(*imageURL, *url, cdnDomain)) {
+      MetricPointer matched = *candidate;
+      monitoredMetrics_.erase(candidate);
+      return matched;
+    }
+  }
+  return nullptr;
+}
+
+std::vector<QENImageDownloadPerformanceMetricManager::MetricPointer>
+QENImageDownloadPerformanceMetricManager::monitoredMetrics() const {
+  const std::lock_guard guard(lock_);
+  return {monitoredMetrics_.begin(), monitoredMetrics_.end()};
+}
+
+QENImageDownloadPerformanceMetricManager::MetricPointer
+QENImageDownloadPerformanceMetricManager::processMetrics(
+    const std::shared_ptr<const QENURLSessionTaskMetrics>& metrics,
+    const std::shared_ptr<const QENURL>& url) {
+  const MetricPointer metric = sharedMetricManager().removeMetricForProcessingWithURL(url);
+  if (metric == nullptr || metrics == nullptr) {
+    return metric;
+  }
+  const auto& transactions = metrics->transactionMetrics;
+  const TransactionSummary summary = summarise(transactions);
+  if (summary.earliest) {
+    const auto total = QENPerformanceMetric::initLeafMetricWithName(
+        std::string(QEMetricNameImageTotal), summary.earliest->monotonicTime(),
+        summary.latest->monotonicTime());
+    for (const auto& phase : summary.phases) {
+      total->addChildMetric(phase);
+    }
+    metric->addChildMetric(total);
+  }
+  if (summary.counted > 0) {
+    const std::int64_t meanKilobitsPerSecond = summary.totalKilobitsPerSecond / summary.counted;
+    metric->addBinaryAnnotation(Vocabulary::annotationWithKeyInt64(
+        Keys::NETWORK_EXPECTED_SIZE(), summary.totalBytes / summary.counted));
+    metric->addBinaryAnnotation(Vocabulary::annotationWithKeyInt32(
+        ClientKeys::NETWORK_SPEED(), static_cast<std::int32_t>(meanKilobitsPerSecond)));
+    QENNotificationCenter::defaultCenter().postNotificationName(
+        QENPerformanceMetricImageDownloadNetworkSpeedNotification, nullptr,
+        {{std::string(ClientKeys::NETWORK_SPEED()),
+          static_cast<std::int32_t>(meanKilobitsPerSecond)}});
+  }
+  if (summary.ipVersion != 0) {
+    metric->addBinaryAnnotation(Vocabulary::annotationWithKeyInt16(
+        Keys::IP_VERSION(), static_cast<std::int16_t>(summary.ipVersion)));
+  }
+  if (!transactions.empty() && transactions.front() != nullptr) {
+    const Transaction& first = *transactions.front();
+    metric->addBinaryAnnotations(QENNetworkMetrics::getAllConnectionMetrics(first));
+    metric->addBinaryAnnotation(
+        Vocabulary::annotationWithKeyBoolean("conn_reused", first.isReusedConnection));
+    metric->addBinaryAnnotation(Vocabulary::annotationWithKeyString(
+        Keys::ENDPOINT_ID(), QENNetworkMetrics::absoluteEndpointId(first)));
+  }
+  return metric;
+}
+
+void QENImageDownloadPerformanceMetricManager::addNetworkSubspanToArray(
+    std::vector<std::shared_ptr<QENPerformanceMetric>>& phases, std::string_view name,
+    const std::optional<QENDate>& startDate, const std::optional<QENDate>& endDate) {
+  if (!startDate || !endDate) {
+    return;
+  }
+  const double start = startDate->monotonicTime();
+  const double end = endDate->monotonicTime();
+  QENAssert(!(end < start),
+            "+[QENImageDownloadPerformanceMetricManager "
+            "addNetworkSubspanToArray:name:startDate:endDate:]",
+            "Metric stop time %f must be greater than or equal to start time %f", end, start);
+  if (!(start < end)) {
+    return;
+  }
+  const auto phase = QENPerformanceMetric::initLeafMetricWithName(std::string(name));
+  phase->startMetricWithTime(start);
+  phase->stopMetricWithTime(end);
+  phases.push_back(phase);
+}

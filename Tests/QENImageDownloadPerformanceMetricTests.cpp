@@ -1,0 +1,225 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <mutex>
+#include <thread>
+
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENImageDownloadPerformanceMetricManager.h"
+
+namespace {
+
+using ImageMetric = QENImageDownloadPerformanceMetric;
+using Manager = QENImageDownloadPerformanceMetricManager;
+using Transaction = QENURLSessionTaskTransactionMetrics;
+using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+
+std::shared_ptr<ImageMetric> imageMetric(std::string_view url) {
+  return ImageMetric::initWithName("image_load", 1.0, QENURL::URLWithString(url), false);
+}
+
+std::shared_ptr<QENPerformanceMetric> child(const QENPerformanceMetric& metric,
+                                            std::string_view name) {
+  for (const auto& candidate : metric.childMetrics()) {
+    if (candidate->name() == name) {
+      return candidate;
+    }
+  }
+  return nullptr;
+}
+
+std::optional<std::int64_t> integer(const QENPerformanceMetric& metric, std::string_view key) {
+  for (const auto& annotation : metric.binaryAnnotations()) {
+    if (annotation->key() == key) {
+      const auto bits = static_cast<int>(annotation->value()->size()) * 8;
+      return Vocabulary::int64ValueFromBinaryAnnotation(annotation) >> (64 - bits);
+    }
+  }
+  return std::nullopt;
+}
+
+TEST(ImageDownloadMetric, TimesACacheMissThenTheNetworkLoad) {
+  const double t = QENMonotonicTimeGetCurrent();
+  const auto metric = imageMetric("https://i.example.com/miss.jpg");
+  EXPECT_EQ(metric->metricCause(), 4);
+  EXPECT_EQ(metric->binaryAnnotations().front()->key(), "Url");
+  metric->startMetricWithTime(t);
+  metric->imageNodeWillLoadImageFromCacheWithStartTime(t);
+  metric->imageNodeDidFailToLoadImageFromCacheWithEndTime(t + 0.01);
+  metric->imageNodeWillLoadImageFromNetworkWithStartTime(t + 0.01);
+  const auto network = metric->loadImageFromNetworkMetric();
+  metric->imageNodeWillLoadImageFromNetworkWithStartTime(t + 0.02);
+  EXPECT_EQ(metric->loadImageFromNetworkMetric(), network) << "made once";
+  metric->imageNodeDidLoadImage({}, nullptr, 1, {{"x-cdn", "edge"}, {"x-morvane-cache", ""}}, 200,
+                                t + 0.3);
+
+  const auto cache = child(*metric, "load_image_from_cache");
+  EXPECT_EQ(cache->stopTime(), t + 0.01);
+  EXPECT_EQ(integer(*cache, "load_image_cache"), 0);
+  EXPECT_EQ(network->startTime(), t + 0.01);
+  EXPECT_EQ(network->stopTime(), t + 0.3);
+  EXPECT_EQ(integer(*metric, "data.source"), 1);
+  EXPECT_EQ(integer(*metric, "net.response_status"), 200);
+  EXPECT_NE(integer(*metric, "cdn.name"), std::nullopt);
+  EXPECT_EQ(integer(*metric, "cdn.cache"), std::nullopt) << "an empty header adds nothing";
+
+  metric->stopMetricWithTime(t + 0.4);
+  const std::size_t annotationCount = metric->binaryAnnotations().size();
+  metric->imageNodeDidLoadImage({}, nullptr, 2, {}, 500, t + 0.5);
+  EXPECT_EQ(metric->binaryAnnotations().size(), annotationCount) << "nothing after the end";
+  EXPECT_EQ(
+      Manager::processMetrics(std::make_shared<QENURLSessionTaskMetrics>(), metric->imageURL()),
+      metric);
+}
+
+TEST(ImageDownloadMetric, KeepsTheCacheChildRunningOnAnEarlierEndAndMarksAHit) {
+  const double t = QENMonotonicTimeGetCurrent();
+  const auto metric = imageMetric("https://i.example.com/hit.jpg");
+  metric->imageNodeWillLoadImageFromCacheWithStartTime(t);
+  metric->imageNodeDidLoadImageFromCacheWithEndTime(t - 1);
+  EXPECT_TRUE(metric->loadImageFromCacheMetric()->isInFlight());
+  metric->imageNodeDidLoadImageFromCacheWithEndTime(t + 0.02);
+  EXPECT_EQ(integer(*metric->loadImageFromCacheMetric(), "load_image_cache"), 1);
+  EXPECT_EQ(child(*metric, "load_image_from_network"), nullptr);
+
+  metric->imageNodeWillStartDisplayAsynchronously(t + 0.03);
+  metric->imageNodeDidFinishDecodingWithEndTime(t + 0.05);
+  EXPECT_EQ(child(*metric, "display_did_finish")->startTime(), t + 0.03);
+  EXPECT_EQ(ImageMetric::initWithName("x", 1.0, nullptr, false), nullptr);
+
+  const auto eventOfType = [](std::int32_t type) {
+    auto event = std::make_shared<QENThrift::Event>();
+    event->setEventType(type);
+    return event;
+  };
+  for (const std::int32_t type : {103, 8353}) {
+    EXPECT_TRUE(metric->shouldInvalidate(eventOfType(type))) << type;
+  }
+  for (const std::int32_t type : {104, 800, 7072}) {
+    EXPECT_FALSE(metric->shouldInvalidate(eventOfType(type))) << type;
+  }
+  Manager::processMetrics(nullptr, metric->imageURL());
+}
+
+std::shared_ptr<Transaction> transfer(double start, double seconds, std::int64_t bytes) {
+  auto transaction = std::make_shared<Transaction>();
+  // A whole second, so that the dyadic durations below survive the subtraction exactly.
+  const double now = std::floor(QENDate::date().timeIntervalSinceReferenceDate());
+  transaction->requestStartDate = QENDate::dateWithTimeIntervalSinceReferenceDate(now + start);
+  transaction->requestEndDate = transaction->requestStartDate;  // zero length: no child
+  transaction->responseStartDate =
+      QENDate::dateWithTimeIntervalSinceReferenceDate(now + start + 0.5);
+  transaction->responseEndDate =
+      QENDate::dateWithTimeIntervalSinceReferenceDate(now + start + 0.5 + seconds);
+  transaction->countOfResponseBodyBytesReceived = bytes;
+  return transaction;
+}
+
+std::shared_ptr<QENURLSessionTaskMetrics> task(
+    std::vector<std::shared_ptr<const Transaction>> all) {
+  auto metrics = std::make_shared<QENURLSessionTaskMetrics>();
+  metrics->transactionMetrics = std::move(all);
+  return metrics;
+}
+
+TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
+  auto observer = std::make_shared<int>(0);
+  std::vector<std::int32_t> posted;
+  QENNotificationCenter::defaultCenter().addObserver(
+      observer, QENPerformanceMetricImageDownloadNetworkSpeedNotification, nullptr,
+      [&](const QENNotification& notification) {
+        posted.push_back(std::any_cast<std::int32_t>(notification.userInfo.at("net.speed_kbps")));
+      });
+  const auto averaged = imageMetric("https://i.example.com/avg.jpg");
+  // 10,000 bytes at 640 kbps (0.125 s) and 3,133 bytes at 401 kbps (0.0625 s): both means
+  // truncate, 6566.5 and 520.5.
+  Manager::processMetrics(task({transfer(-2, 0.125, 10000), transfer(-1, 0.0625, 3133)}),
+                          averaged->imageURL());
+  EXPECT_EQ(integer(*averaged, "net.expected_size"), 6566);
+  EXPECT_EQ(integer(*averaged, "net.speed_kbps"), 520);
+  EXPECT_EQ(posted, std::vector<std::int32_t>{520});
+  const auto total = child(*averaged, "image_network_total");
+  ASSERT_NE(total, nullptr);
+  EXPECT_EQ(total->childMetrics().size(), 2u) << "one response child per transaction";
+  EXPECT_EQ(integer(*averaged, "ip.version"), 4);
+  EXPECT_NE(integer(*averaged, "dns_start"), std::nullopt);
+
+  auto noSpeed = transfer(-2, 0.1, 10000);
+  noSpeed->responseStartDate.reset();
+  const auto partly = imageMetric("https://i.example.com/partly.jpg");
+  Manager::processMetrics(task({noSpeed, transfer(-1, 0.03125, 5000)}), partly->imageURL());
+  EXPECT_EQ(integer(*partly, "net.expected_size"), 5000);
+  EXPECT_EQ(integer(*partly, "net.speed_kbps"), 1280) << "only the transaction with a speed";
+
+  const auto none = imageMetric("https://i.example.com/none.jpg");
+  Manager::processMetrics(task({noSpeed}), none->imageURL());
+  EXPECT_EQ(integer(*none, "net.expected_size"), std::nullopt);
+  EXPECT_NE(integer(*none, "conn_reused"), std::nullopt);
+  EXPECT_NE(child(*none, "image_network_total"), nullptr);
+  EXPECT_EQ(posted.size(), 2u);
+  QENNotificationCenter::defaultCenter().removeObserver(observer.get());
+
+  EXPECT_EQ(Manager::processMetrics(task({}), none->imageURL()), nullptr) << "already processed";
+}
+
+TEST(ImageDownloadMetricManager, MatchesOnTheCDNByPathAndElsewhereByEqualURL) {
+  Manager::setImageCDNHostDomain("qenimg.com");
+  const auto onCDN = imageMetric("https://i1.qenimg.com/236x/ab/cd.jpg?w=1");
+  const auto offCDN = imageMetric("https://other.example.com/ab/cd.jpg?w=1");
+  const auto url = [](std::string_view text) { return QENURL::URLWithString(text); };
+  EXPECT_EQ(Manager::processMetrics(task({}), url("https://i2.qenimg.com/236x/ab/ef.jpg")),
+            nullptr);
+  EXPECT_EQ(Manager::processMetrics(task({}), url("https://other.example.com/ab/cd.jpg?w=2")),
+            nullptr);
+  EXPECT_EQ(Manager::processMetrics(task({}), url("https://i2.qenimg.com/236x/ab/cd.jpg?w=9")),
+            onCDN);
+  EXPECT_EQ(Manager::processMetrics(task({}), url("https://other.example.com/ab/cd.jpg?w=1")),
+            offCDN);
+}
+
+TEST(ImageDownloadMetricManager, MatchesEachRegisteredMetricOnceUnderConcurrency) {
+  constexpr int kPerThread = 200;
+  constexpr int kThreads = 2;
+  const auto urlFor = [](int thread, int index) {
+    return "https://c.example.com/" + std::to_string(thread) + "/" + std::to_string(index);
+  };
+  std::mutex matchedMutex;
+  std::vector<std::shared_ptr<ImageMetric>> matched;
+  std::array<std::atomic<int>, kThreads> registeredCount{};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int index = 0; index < kPerThread; ++index) {
+        imageMetric(urlFor(thread, index));  // kept alive by the manager alone
+        ++registeredCount[thread];
+        registeredCount[thread].notify_all();
+      }
+    });
+    threads.emplace_back([&, thread] {
+      for (int index = 0; index < kPerThread; ++index) {
+        // Wait for this URL's registration, while the other threads go on registering.
+        for (int seen = registeredCount[thread]; seen <= index; seen = registeredCount[thread]) {
+          registeredCount[thread].wait(seen);
+        }
+        const auto metric =
+            Manager::processMetrics(task({}), QENURL::URLWithString(urlFor(thread, index)));
+        const std::lock_guard guard(matchedMutex);
+        matched.push_back(metric);
+      }
+    });
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(std::count(matched.begin(), matched.end(), nullptr), 0) << "none lost";
+  std::sort(matched.begin(), matched.end());
+  EXPECT_EQ(std::unique(matched.begin(), matched.end()), matched.end()) << "each matched once";
+  EXPECT_EQ(matched.size(), std::size_t{kThreads * kPerThread});
+}
+
+}  // namespace
