@@ -241,14 +241,12 @@ TEST(EndpointMetric, EndsEveryGeneratedRecordAsItsBranchSays) {
           std::make_shared<QENURLRequest>(QENURL::URLWithString(urls[random() % 5]),
                                           chance(50) ? std::optional("GET") : std::nullopt);
       transaction->resourceFetchType = chance(80) ? 1 : static_cast<std::int64_t>(random() % 5) - 1;
-      using DateField = std::optional<QENDate> Transaction::*;
-      for (const DateField field :
-           {&Transaction::fetchStartDate, &Transaction::domainLookupStartDate,
-            &Transaction::domainLookupEndDate, &Transaction::connectStartDate,
-            &Transaction::secureConnectionStartDate, &Transaction::connectEndDate,
-            &Transaction::requestStartDate, &Transaction::responseStartDate,
-            &Transaction::responseEndDate}) {
-        (*transaction).*field = date();
+      Transaction& record = *transaction;
+      for (std::optional<QENDate>* slot :
+           {&record.fetchStartDate, &record.domainLookupStartDate, &record.domainLookupEndDate,
+            &record.connectStartDate, &record.secureConnectionStartDate, &record.connectEndDate,
+            &record.requestStartDate, &record.responseStartDate, &record.responseEndDate}) {
+        *slot = date();
       }
       transaction->countOfResponseBodyBytesReceived = static_cast<std::int64_t>(random());
       transaction->countOfResponseHeaderBytesReceived = static_cast<std::int64_t>(random() % 1000);
