@@ -7,6 +7,7 @@ packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   liburiparser-dev nlohmann-json3-dev
+  python3 python3-thrift thrift-compiler python3-py-zipkin
 )
 
 missing=()

@@ -1,0 +1,32 @@
+#include "QENThriftBinaryWriter.h"
+
+#include <limits>
+
+void QENThriftBinaryWriter::writeBigEndian(std::uint64_t value, int byteCount) {
+  for (int shift = 8 * (byteCount - 1); shift >= 0; shift -= 8) {
+    bytes_.push_back(static_cast<std::uint8_t>(value >> shift));
+  }
+}
+
+void QENThriftBinaryWriter::writeFieldBegin(Type type, std::int16_t fieldId) {
+  bytes_.push_back(type);
+  writeI16(fieldId);
+}
+
+void QENThriftBinaryWriter::writeListBegin(Type elementType, std::int32_t size) {
+  bytes_.push_back(elementType);
+  writeI32(size);
+}
+
+void QENThriftBinaryWriter::writeBinary(const std::byte* data, std::size_t size) {
+  // The protocol's length is 32-bit; nothing the library makes comes near it.
+  const auto length = static_cast<std::int32_t>(
+      std::min<std::size_t>(size, std::numeric_limits<std::int32_t>::max()));
+  writeI32(length);
+  const auto* first = reinterpret_cast<const std::uint8_t*>(data);
+  bytes_.insert(bytes_.end(), first, first + length);
+}
+
+void QENThriftBinaryWriter::writeString(std::string_view text) {
+  writeBinary(reinterpret_cast<const std::byte*>(text.data()), text.size());
+}

@@ -1,0 +1,110 @@
+#include "QENZipkinThriftEncoder.h"
+
+#include <algorithm>
+
+#include "QENThriftBinaryWriter.h"
+
+namespace {
+
+using Writer = QENThriftBinaryWriter;
+
+template <class Pointer>
+std::vector<Pointer> present(const std::vector<Pointer>& entries) {
+  std::vector<Pointer> kept;
+  std::copy_if(entries.begin(), entries.end(), std::back_inserter(kept),
+               [](const Pointer& entry) { return entry != nullptr; });
+  return kept;
+}
+
+void writeEndpoint(Writer& writer, const QENThrift::Endpoint& endpoint) {
+  writer.writeFieldBegin(Writer::kI32, 1);
+  writer.writeI32(endpoint.ipv4());
+  writer.writeFieldBegin(Writer::kI16, 2);
+  writer.writeI16(endpoint.port());
+  writer.writeFieldBegin(Writer::kString, 3);
+  writer.writeString(endpoint.service_name());
+  if (endpoint.ipv6()) {
+    writer.writeFieldBegin(Writer::kString, 4);
+    writer.writeBinary(endpoint.ipv6()->data(), endpoint.ipv6()->size());
+  }
+  writer.writeFieldStop();
+}
+
+void writeHost(Writer& writer, std::int16_t fieldId,
+               const std::shared_ptr<const QENThrift::Endpoint>& host) {
+  if (host) {
+    writer.writeFieldBegin(Writer::kStruct, fieldId);
+    writeEndpoint(writer, *host);
+  }
+}
+
+void writeAnnotation(Writer& writer, const QENThrift::Annotation& annotation) {
+  writer.writeFieldBegin(Writer::kI64, 1);
+  writer.writeI64(annotation.timestamp());
+  writer.writeFieldBegin(Writer::kString, 2);
+  writer.writeString(annotation.value());
+  writeHost(writer, 3, annotation.host());
+  writer.writeFieldStop();
+}
+
+void writeBinaryAnnotation(Writer& writer, const QENThrift::BinaryAnnotation& annotation) {
+  writer.writeFieldBegin(Writer::kString, 1);
+  writer.writeString(annotation.key());
+  if (annotation.value()) {
+    writer.writeFieldBegin(Writer::kString, 2);
+    writer.writeBinary(annotation.value()->data(), annotation.value()->size());
+  }
+  writer.writeFieldBegin(Writer::kI32, 3);
+  writer.writeI32(static_cast<std::int32_t>(annotation.annotation_type()));
+  writeHost(writer, 4, annotation.host());
+  writer.writeFieldStop();
+}
+
+template <class Entry, class WriteEntry>
+void writeStructList(Writer& writer, std::int16_t fieldId, const std::vector<Entry>& entries,
+                     const WriteEntry& writeEntry) {
+  const auto kept = present(entries);
+  writer.writeFieldBegin(Writer::kList, fieldId);
+  writer.writeListBegin(Writer::kStruct, static_cast<std::int32_t>(kept.size()));
+  for (const auto& entry : kept) {
+    writeEntry(writer, *entry);
+  }
+}
+
+void writeSpan(Writer& writer, const QENThrift::Span& span) {
+  writer.writeFieldBegin(Writer::kI64, 1);
+  writer.writeI64(span.trace_id());
+  writer.writeFieldBegin(Writer::kString, 3);
+  writer.writeString(span.name());
+  writer.writeFieldBegin(Writer::kI64, 4);
+  writer.writeI64(span.id());
+  if (span.parent_idIsSet()) {
+    writer.writeFieldBegin(Writer::kI64, 5);
+    writer.writeI64(span.parent_id());
+  }
+  writeStructList(writer, 6, span.annotations(), writeAnnotation);
+  writeStructList(writer, 8, span.binary_annotations(), writeBinaryAnnotation);
+  if (span.timestampIsSet()) {
+    writer.writeFieldBegin(Writer::kI64, 10);
+    writer.writeI64(span.timestamp());
+  }
+  if (span.durationIsSet()) {
+    writer.writeFieldBegin(Writer::kI64, 11);
+    writer.writeI64(span.duration());
+  }
+  writer.writeFieldStop();
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> QENZipkinThriftEncoder::encodeSpans(
+    std::span<const std::shared_ptr<QENThrift::Span>> spans) {
+  Writer writer;
+  const auto kept =
+      present(std::vector<std::shared_ptr<QENThrift::Span>>(spans.begin(), spans.end()));
+  writer.writeListBegin(Writer::kStruct, static_cast<std::int32_t>(kept.size()));
+  for (const auto& span : kept) {
+    writeSpan(writer, *span);
+  }
+  return writer.takeBytes();
+}
