@@ -1,13 +1,16 @@
 // The cost of exporting finished metric trees of growing size, per span, so that a non-linear
-// step shows as a growing figure.
+// step shows as a growing figure; and of encoding 10,000 exported spans in each wire format.
 #include <benchmark/benchmark.h>
 
 #include <thread>
 
 #include "BinaryAnnotation+QENAdditions.h"
+#include "QENChromeTraceEncoder.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENPerformanceMetric.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
+#include "QENZipkinThriftEncoder.h"
+#include "QENZipkinV2JSONEncoder.h"
 
 namespace {
 
@@ -47,6 +50,43 @@ void BM_ExportFinishedTree(benchmark::State& state) {
                          benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_ExportFinishedTree)->Arg(10)->Arg(100)->Arg(1000);
+
+const QENPerformanceMetric::SpanList& tenThousandSpans() {
+  static const auto* const spans = [] {
+    const auto root = makeFinishedTree(10000);
+    return new QENPerformanceMetric::SpanList(
+        root->spansWithAppContext(QENPerformanceMetricAppContext("1234", "iphone")));
+  }();
+  return *spans;
+}
+
+template <class Encode>
+void encodeTenThousandSpans(benchmark::State& state, const Encode& encode) {
+  const auto& spans = tenThousandSpans();
+  for (auto _ : state) {
+    auto encoded = encode(spans);
+    benchmark::DoNotOptimize(encoded.data());
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(spans.size()));
+}
+
+void BM_EncodeZipkinV1Thrift(benchmark::State& state) {
+  encodeTenThousandSpans(
+      state, [](const auto& spans) { return QENZipkinThriftEncoder::encodeSpans(spans); });
+}
+BENCHMARK(BM_EncodeZipkinV1Thrift)->Unit(benchmark::kMillisecond);
+
+void BM_EncodeZipkinV2JSON(benchmark::State& state) {
+  encodeTenThousandSpans(
+      state, [](const auto& spans) { return QENZipkinV2JSONEncoder::encodeSpans(spans); });
+}
+BENCHMARK(BM_EncodeZipkinV2JSON)->Unit(benchmark::kMillisecond);
+
+void BM_EncodeChromeTrace(benchmark::State& state) {
+  encodeTenThousandSpans(
+      state, [](const auto& spans) { return QENChromeTraceEncoder::encodeSpans(spans); });
+}
+BENCHMARK(BM_EncodeChromeTrace)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -1,51 +1,198 @@
-// A small measurement: a feed render with three pieces of work under it, one of which the user
-// abandons. Prints the tree's debug description, what the completion callback reported, and the
-// spans the tree exports.
+// The demo measurement: a cold start of a feed app played through the library, exported as
+// spans, drawn as a text waterfall and written in the three wire formats.
+//
+//   QENDemo [--output FOLDER]    (default folder: qen-demo-output)
+//
+// Apart from ids and times, its output is the same on every run.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstdio>
-#include <future>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
 
+#include "QENAnimationMetric.h"
+#include "QENChromeTraceEncoder.h"
+#include "QENEndpointPerformanceMetric.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENImageDownloadPerformanceMetricManager.h"
+#include "QENMeasuredTask.h"
 #include "QENPerformanceLoggerVersion.h"
-#include "QENPerformanceMetric.h"
-#include "Span+DebugDescription.h"
+#include "QENPerformanceSignal.h"
+#include "QENReachability/QENNetworkingReachabilityManager.h"
+#include "QENURLLoading/QENHTTPURLResponse.h"
+#include "QENZipkinThriftEncoder.h"
+#include "QENZipkinV2JSONEncoder.h"
 
-int main() {
-  std::printf("QENPerformanceLogger %s\n\n", QENPerformanceLoggerVersionString);
-  QENPerformanceMetric::setUwtMetricNames(QENPerformanceMetric::MetricNameSet{"home_feed_render"});
+namespace {
 
-  auto feedRender = QENPerformanceMetric::initWithName("home_feed_render", 1.0);
-  feedRender->setMetricCause(1);  // why the user waits: a user-wait span must say
-  auto fetch = QENPerformanceMetric::initLeafMetricWithName("feed_fetch");
-  auto decode = QENPerformanceMetric::initLeafMetricWithName("feed_decode");
-  auto thumbnails = QENPerformanceMetric::initWithName("thumbnails");
-  auto avatar = QENPerformanceMetric::initLeafMetricWithName("avatar_load");
+using Metric = QENPerformanceMetric;
 
-  feedRender->addChildMetric(fetch);
-  feedRender->addChildMetric(decode);
-  feedRender->addChildMetric(thumbnails);
-  thumbnails->addChildMetric(avatar);
+// A wall-clock date `seconds` after the monotonic instant `base`.
+QENDate dateAt(double base, double seconds) {
+  return QENDate::dateWithMonotonicTime(base + seconds);
+}
 
-  std::promise<bool> feedRenderCompleted;
-  feedRender->addCompletionBlock([&](bool valid) { feedRenderCompleted.set_value(valid); });
+// Work of a start-up task: a few milliseconds of the main thread's time.
+QENMeasuredTask::Task workFor(int milliseconds) {
+  return [milliseconds] { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); };
+}
 
-  feedRender->startMetric();
-  fetch->startMetric();
-  fetch->stopMetric();
-  decode->startMetric();
-  decode->stopMetric();
-  thumbnails->startMetric();
-  avatar->startMetric();
-  avatar->invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
-  feedRender->stopMetric();  // stops the thumbnails still in flight
+// One request's transaction: lookup, connect with TLS, request, then a response of `bytes`.
+std::shared_ptr<QENURLSessionTaskTransactionMetrics> transaction(const std::string& url,
+                                                                 double base, std::int64_t bytes) {
+  auto record = std::make_shared<QENURLSessionTaskTransactionMetrics>();
+  record->request = std::make_shared<QENURLRequest>(QENURL::URLWithString(url), "GET");
+  record->response = std::make_shared<QENHTTPURLResponse>(
+      200, QENHTTPURLResponse::HeaderFields{{"x-cdn", "edge-fra"}, {"x-morvane-cache", "HIT"}});
+  record->resourceFetchType = QENURLSessionTaskMetricsResourceFetchTypeNetworkLoad;
+  record->fetchStartDate = dateAt(base, 0.000);
+  record->domainLookupStartDate = dateAt(base, 0.001);
+  record->domainLookupEndDate = dateAt(base, 0.021);
+  record->connectStartDate = dateAt(base, 0.021);
+  record->secureConnectionStartDate = dateAt(base, 0.041);
+  record->secureConnectionEndDate = dateAt(base, 0.081);
+  record->connectEndDate = dateAt(base, 0.081);
+  record->requestStartDate = dateAt(base, 0.082);
+  record->requestEndDate = dateAt(base, 0.083);
+  record->responseStartDate = dateAt(base, 0.153);
+  record->responseEndDate = dateAt(base, 0.233);
+  record->countOfResponseHeaderBytesReceived = 620;
+  record->countOfResponseBodyBytesReceived = bytes;
+  record->localAddress = "192.168.1.23";
+  return record;
+}
 
-  const bool valid = feedRenderCompleted.get_future().get();
-  std::printf("%s\n", feedRender->debugDescription().c_str());
-  std::printf("completion callback: %s; should upload: %s\n", valid ? "valid" : "invalid",
-              feedRender->shouldUpload() ? "yes" : "no");
+std::shared_ptr<QENURLSessionTaskMetrics> taskMetrics(
+    const std::shared_ptr<QENURLSessionTaskTransactionMetrics>& record) {
+  auto metrics = std::make_shared<QENURLSessionTaskMetrics>();
+  metrics->transactionMetrics = {record};
+  metrics->taskInterval = {*record->fetchStartDate, *record->responseEndDate};
+  return metrics;
+}
 
-  std::printf("\nspans:\n");
-  const QENPerformanceMetricAppContext appContext("1234", "linux-demo");
-  for (const auto& span : feedRender->spansWithAppContext(appContext)) {
-    std::printf("%s\n", QENThrift::SpanDebugDescription::debugDescription(*span).c_str());
+void loadImage(const std::shared_ptr<Metric>& feed, const std::string& url, double base) {
+  const auto image = QENImageDownloadPerformanceMetric::initWithName(
+      "image_load", 1.0, QENURL::URLWithString(url), false);
+  feed->addChildMetric(image);
+  image->startMetricWithTime(base);
+  image->imageNodeWillLoadImageFromCacheWithStartTime(base);
+  image->imageNodeDidFailToLoadImageFromCacheWithEndTime(base + 0.004);
+  image->imageNodeWillLoadImageFromNetworkWithStartTime(base + 0.004);
+  image->imageNodeDidStartFetchingDataWithStartTime(base + 0.004);
+  const auto record = transaction(url, base + 0.005, 48000);
+  image->imageNodeDidLoadImage({}, image->imageURL(), 1, {{"x-cdn", "edge-fra"}}, 200,
+                               base + 0.240);
+  QENImageDownloadPerformanceMetricManager::processMetrics(taskMetrics(record), image->imageURL());
+  image->imageNodeWillStartDisplayAsynchronously(base + 0.241);
+  image->imageNodeDidFinishDecodingWithEndTime(base + 0.252);
+  image->stopMetricWithTime(base + 0.253);
+}
+
+// Plays the cold start and returns the finished feed render.
+std::shared_ptr<Metric> playColdStart() {
+  const auto feed = Metric::initWithName("home_feed_render", 1.0);
+  feed->setMetricCause(1);
+  feed->startMetric();
+  for (const auto& [name, milliseconds] : {std::pair{&QENMeasuredTaskAppStartupCrashReporter, 6},
+                                           std::pair{&QENMeasuredTaskAppStartupSharedClient, 9},
+                                           std::pair{&QENMeasuredTaskAppStartupImageManager, 4}}) {
+    QENMeasuredTask::initWithName(*name, 1.0, feed, workFor(milliseconds))->execute();
   }
+  // The feed request, delivered by the URL-loading system once it finished.
+  const double requestStart = QENMonotonicTimeGetCurrent();
+  const auto feedRecord =
+      transaction("https://api.qen.example/v3/feeds/home/?page_size=25", requestStart, 182000);
+  feed->addChildMetric(QENEndpointPerformanceMetric::initWithRequest(
+      feedRecord->request, std::nullopt, taskMetrics(feedRecord)));
+  loadImage(feed, "https://i.qenimg.com/236x/0a/1b/2c.jpg", requestStart + 0.240);
+  loadImage(feed, "https://i.qenimg.com/236x/3d/4e/5f.jpg", requestStart + 0.245);
+  const auto animation = QENAnimationMetric::initLeafMetricWithName("feed_first_scroll");
+  animation->startMetricWithTime(requestStart + 0.30);
+  animation->setSmallDropEvents(2);
+  animation->setLargeDropEvents(0);
+  animation->setTotalFramesDropped(3);
+  animation->setTotalFramesRendered(118);
+  animation->stopMetricWithTime(requestStart + 0.50);
+  feed->addChildMetric(animation);
+  feed->stopMetricWithTime(std::max(QENMonotonicTimeGetCurrent(), requestStart + 0.5));
+  return feed;
+}
+
+void printWaterfall(const Metric::SpanList& spans) {
+  constexpr int kBarWidth = 48;
+  std::int64_t traceStart = INT64_MAX;
+  std::int64_t traceEnd = INT64_MIN;
+  for (const auto& span : spans) {
+    traceStart = std::min(traceStart, span->timestamp());
+    traceEnd = std::max(traceEnd, span->timestamp() + span->duration());
+  }
+  const double scale =
+      kBarWidth / static_cast<double>(std::max<std::int64_t>(1, traceEnd - traceStart));
+  std::map<std::int64_t, int> depths;
+  for (const auto& span : spans) {
+    const auto parent = span->parent_idIsSet() ? depths.find(span->parent_id()) : depths.end();
+    const int depth = parent == depths.end() ? 0 : parent->second + 1;
+    depths[span->id()] = depth;
+    const int from = static_cast<int>((span->timestamp() - traceStart) * scale);
+    const int length = std::max(1, static_cast<int>(std::lround(span->duration() * scale)));
+    std::string bar(kBarWidth, ' ');
+    std::fill_n(bar.begin() + std::min(from, kBarWidth - 1), std::min(length, kBarWidth - from),
+                '#');
+    const std::string label = std::string(2 * depth, ' ') + span->name();
+    std::printf("%-40.40s |%s| %8.1f ms\n", label.c_str(), bar.c_str(), span->duration() / 1000.0);
+  }
+}
+
+void write(const std::filesystem::path& file, const std::string& bytes) {
+  std::ofstream(file, std::ios::binary) << bytes;
+  std::printf("  %s (%zu bytes)\n", file.c_str(), bytes.size());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::filesystem::path output = "qen-demo-output";
+  for (int index = 1; index < argc; ++index) {
+    if (std::string(argv[index]) == "--output" && index + 1 < argc) {
+      output = argv[++index];
+    } else {
+      std::fprintf(stderr, "usage: %s [--output FOLDER]\n", argv[0]);
+      return 2;
+    }
+  }
+  std::printf("QENPerformanceLogger %s: a cold start of the home feed\n\n",
+              QENPerformanceLoggerVersionString);
+  Metric::setUwtMetricNames(Metric::MetricNameSet{"home_feed_render"});
+  QENNetworkingReachabilityManager::prohibitedManager().setStatus(
+      QENNetworkingReachabilityStatusWiFi);
+
+  const auto feed = playColdStart();
+  const auto spans =
+      feed->spansWithAppContext(QENPerformanceMetricAppContext("1234", "linux-demo"));
+  printWaterfall(spans);
+  std::printf("\n%zu spans in trace %s; sampled for upload: %s\n", spans.size(),
+              QENFoundation::qen_networkEndianHexString(feed->traceId()).c_str(),
+              feed->shouldUpload() ? "yes" : "no");
+
+  const auto preload = QENPerformanceSignal::initWithVideoUrl(
+      QENURL::URLWithString("https://v.qenimg.com/videos/hls/ab/cd.m3u8"), feed->traceId(), false,
+      true);
+  preload->setIsReadyToPlay(true);
+  std::printf("\nvideo preload headers:\n");
+  for (const auto& [name, value] : preload->getHeaderFields()) {
+    std::printf("  %s: %s\n", name.c_str(), name == "X-B3-Flags" ? value.c_str() : "<id>");
+  }
+
+  std::filesystem::create_directories(output);
+  std::printf("\nwritten:\n");
+  write(output / "spans-zipkin-v2.json", QENZipkinV2JSONEncoder::encodeSpans(spans));
+  const auto thrift = QENZipkinThriftEncoder::encodeSpans(spans);
+  write(output / "spans-zipkin-v1.thrift", std::string(thrift.begin(), thrift.end()));
+  write(output / "spans-chrome-trace.json", QENChromeTraceEncoder::encodeSpans(spans));
   return 0;
 }
