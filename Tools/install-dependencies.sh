@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  liburiparser-dev nlohmann-json3-dev
+  liburiparser-dev nlohmann-json3-dev libcurl4-openssl-dev
   python3 python3-thrift thrift-compiler python3-py-zipkin
 )
 

@@ -1,7 +1,11 @@
 // The demo measurement: a cold start of a feed app played through the library, exported as
 // spans, drawn as a text waterfall and written in the three wire formats.
 //
-//   QENDemo [--output FOLDER]    (default folder: qen-demo-output)
+//   QENDemo [--output FOLDER] [--collector URL]
+//
+// FOLDER defaults to qen-demo-output. With a collector (for example
+// http://localhost:9411/api/v2/spans for Zipkin, Jaeger or Tempo) the spans are also sent there
+// through the reporter, as Zipkin v2 JSON.
 //
 // Apart from ids and times, its output is the same on every run.
 #include <algorithm>
@@ -24,6 +28,7 @@
 #include "QENPerformanceLoggerVersion.h"
 #include "QENPerformanceSignal.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
+#include "QENSpanReporter.h"
 #include "QENURLLoading/QENHTTPURLResponse.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
@@ -157,11 +162,15 @@ void write(const std::filesystem::path& file, const std::string& bytes) {
 
 int main(int argc, char** argv) {
   std::filesystem::path output = "qen-demo-output";
+  std::string collector;
   for (int index = 1; index < argc; ++index) {
-    if (std::string(argv[index]) == "--output" && index + 1 < argc) {
+    const std::string argument = argv[index];
+    if (argument == "--output" && index + 1 < argc) {
       output = argv[++index];
+    } else if (argument == "--collector" && index + 1 < argc) {
+      collector = argv[++index];
     } else {
-      std::fprintf(stderr, "usage: %s [--output FOLDER]\n", argv[0]);
+      std::fprintf(stderr, "usage: %s [--output FOLDER] [--collector URL]\n", argv[0]);
       return 2;
     }
   }
@@ -194,5 +203,20 @@ int main(int argc, char** argv) {
   const auto thrift = QENZipkinThriftEncoder::encodeSpans(spans);
   write(output / "spans-zipkin-v1.thrift", std::string(thrift.begin(), thrift.end()));
   write(output / "spans-chrome-trace.json", QENChromeTraceEncoder::encodeSpans(spans));
+
+  if (!collector.empty()) {
+    QENSpanReporterOptions options;
+    options.collectorURL = collector;
+    QENSpanReporter reporter(options);
+    reporter.report(spans);
+    const bool delivered = reporter.shutdown(std::chrono::seconds(10));
+    const QENSpanReporterCounters counters = reporter.counters();
+    std::printf("\nsent to %s: %llu of %llu spans (%llu retried, %llu dropped)\n",
+                collector.c_str(), static_cast<unsigned long long>(counters.sent),
+                static_cast<unsigned long long>(counters.accepted),
+                static_cast<unsigned long long>(counters.retried),
+                static_cast<unsigned long long>(counters.dropped));
+    return delivered ? 0 : 1;
+  }
   return 0;
 }
