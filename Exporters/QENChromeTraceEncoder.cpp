@@ -26,16 +26,6 @@ std::map<std::int64_t, int> depthsBySpanId(
   return depths;
 }
 
-std::string hexOf(const std::optional<QENThrift::BinaryAnnotation::Bytes>& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const std::byte byte : bytes.value_or(QENThrift::BinaryAnnotation::Bytes{})) {
-    text += kDigits[std::to_integer<unsigned>(byte) >> 4];
-    text += kDigits[std::to_integer<unsigned>(byte) & 0xF];
-  }
-  return text;
-}
-
 Json argumentsOf(const QENThrift::Span& span) {
   Json arguments = {{"traceId", qen_networkEndianHexString(span.trace_id())},
                     {"spanId", qen_networkEndianHexString(span.id())}};
@@ -49,7 +39,8 @@ Json argumentsOf(const QENThrift::Span& span) {
     const auto& bytes = annotation->value();
     arguments[annotation->key()] =
         isText && bytes ? std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size())
-                        : "0x" + hexOf(bytes);
+                        : "0x" + QENFoundation::qen_hexString(
+                                     bytes.value_or(QENThrift::BinaryAnnotation::Bytes{}));
   }
   return arguments;
 }

@@ -29,6 +29,8 @@ TEST(NetworkEndianHexString, RendersTheBigEndianValueWithLeadingZeros) {
   const std::uint16_t shortValue = 0x0a0b;
   EXPECT_EQ(qen_networkEndianHexString(std::as_bytes(std::span(&shortValue, 1))), "0a0b");
   EXPECT_EQ(qen_networkEndianHexString(std::span<const std::byte>()), "");
+  EXPECT_EQ(QENFoundation::qen_hexString(std::as_bytes(std::span(&shortValue, 1))), "0b0a")
+      << "bytes as they stand in memory (little-endian here)";
 }
 
 TEST(PrependIndentationLevel, AddsOneLevelPerDepth) {

@@ -9,19 +9,13 @@
 #include <vector>
 
 #include "QENFoundation/QENChaCha20.h"
+#include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENFoundation/QENRandom.h"
 
 namespace {
 
 std::string hex(const std::byte* bytes, std::size_t count) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (std::size_t index = 0; index < count; ++index) {
-    const auto value = std::to_integer<unsigned>(bytes[index]);
-    text += kDigits[value >> 4];
-    text += kDigits[value & 0xF];
-  }
-  return text;
+  return QENFoundation::qen_hexString(std::span<const std::byte>(bytes, count));
 }
 
 // Key 00 01 .. 1f, as in the ChaCha20 test vector of RFC 8439, section 2.3.2.

@@ -12,6 +12,9 @@ namespace QENFoundation {
 // An empty buffer renders as "".
 std::string qen_networkEndianHexString(std::span<const std::byte> hostOrderBytes);
 
+// The bytes as they stand, two lower-case hexadecimal digits each ("0a0b" for {0x0a, 0x0b}).
+std::string qen_hexString(std::span<const std::byte> bytes);
+
 // The same for a 64-bit id: always 16 lower-case hexadecimal digits (the B3 header form).
 std::string qen_networkEndianHexString(std::int64_t value);
 

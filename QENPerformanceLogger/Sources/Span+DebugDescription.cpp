@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "QENFoundation/QENNetworkEndianHexString.h"
+
 namespace QENThrift {
 namespace {
 
@@ -31,19 +33,15 @@ std::string utcDate(double secondsSince1970) {
   return text;
 }
 
+// "<01020304 0506>": the bytes in groups of four.
 std::string hexDump(const std::optional<BinaryAnnotation::Bytes>& bytes) {
   if (!bytes) {
     return "(null)";
   }
-  static constexpr char kDigits[] = "0123456789abcdef";
+  const std::string digits = QENFoundation::qen_hexString(*bytes);
   std::string text = "<";
-  for (std::size_t index = 0; index < bytes->size(); ++index) {
-    if (index > 0 && index % 4 == 0) {
-      text += ' ';
-    }
-    const auto value = std::to_integer<unsigned>((*bytes)[index]);
-    text += kDigits[value >> 4];
-    text += kDigits[value & 0xF];
+  for (std::size_t index = 0; index < digits.size(); index += 8) {
+    text += (index > 0 ? " " : "") + digits.substr(index, 8);
   }
   return text + ">";
 }

@@ -9,6 +9,7 @@
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENPerformanceMetric.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENZipkinThriftEncoder.h"
@@ -17,16 +18,6 @@
 namespace {
 
 using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
-
-std::string hexOf(const QENThrift::BinaryAnnotation::Bytes& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const std::byte byte : bytes) {
-    text += kDigits[std::to_integer<unsigned>(byte) >> 4];
-    text += kDigits[std::to_integer<unsigned>(byte) & 0xF];
-  }
-  return text;
-}
 
 nlohmann::json fieldsOf(const QENThrift::Span& span) {
   nlohmann::json fields = {{"trace_id", span.trace_id()},
@@ -43,7 +34,7 @@ nlohmann::json fieldsOf(const QENThrift::Span& span) {
   for (const auto& annotation : span.binary_annotations()) {
     fields["binary_annotations"].push_back(
         {{"key", annotation->key()},
-         {"value", hexOf(*annotation->value())},
+         {"value", QENFoundation::qen_hexString(*annotation->value())},
          {"annotation_type", static_cast<int>(annotation->annotation_type())}});
   }
   return fields;
