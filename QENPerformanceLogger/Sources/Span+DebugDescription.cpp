@@ -41,7 +41,10 @@ std::string hexDump(const std::optional<BinaryAnnotation::Bytes>& bytes) {
   const std::string digits = QENFoundation::qen_hexString(*bytes);
   std::string text = "<";
   for (std::size_t index = 0; index < digits.size(); index += 8) {
-    text += (index > 0 ? " " : "") + digits.substr(index, 8);
+    if (index > 0) {
+      text += ' ';
+    }
+    text.append(digits, index, 8);
   }
   return text + ">";
 }
