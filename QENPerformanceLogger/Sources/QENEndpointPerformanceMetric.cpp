@@ -1,5 +1,6 @@
 #include "QENEndpointPerformanceMetric.h"
 
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <limits>
@@ -25,24 +26,8 @@ using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
 using Keys = performance_tracing_clientConstants;
 using ClientKeys = QENThrift::tracing_clientConstants;
 
-struct Phase {
-  std::string_view name;
-  std::optional<QENDate> QENURLSessionTaskTransactionMetrics::*start;
-  std::optional<QENDate> QENURLSessionTaskTransactionMetrics::*end;
-};
-
-constexpr Phase kPhases[] = {
-    {"dns", &QENURLSessionTaskTransactionMetrics::domainLookupStartDate,
-     &QENURLSessionTaskTransactionMetrics::domainLookupEndDate},
-    {"conn", &QENURLSessionTaskTransactionMetrics::connectStartDate,
-     &QENURLSessionTaskTransactionMetrics::connectEndDate},
-    {"tls", &QENURLSessionTaskTransactionMetrics::secureConnectionStartDate,
-     &QENURLSessionTaskTransactionMetrics::secureConnectionEndDate},
-    {"req", &QENURLSessionTaskTransactionMetrics::requestStartDate,
-     &QENURLSessionTaskTransactionMetrics::requestEndDate},
-    {"resp", &QENURLSessionTaskTransactionMetrics::responseStartDate,
-     &QENURLSessionTaskTransactionMetrics::responseEndDate},
-};
+// Child span names, one per connection phase of QENNetworkMetrics::kConnectionPhases.
+constexpr std::array<std::string_view, 5> kPhaseNames = {"dns", "conn", "tls", "req", "resp"};
 
 std::string metricNameForRequest(const std::shared_ptr<const QENURLRequest>& request) {
   const bool hasURL = request != nullptr && request->URL() != nullptr;
@@ -139,8 +124,9 @@ void QENEndpointPerformanceMetric::annotateTransaction(
   const auto* response = dynamic_cast<const QENHTTPURLResponse*>(transaction.response.get());
   addBinaryAnnotation(
       Vocabulary::annotationWithKeyBoolean("conn_reused", transaction.isReusedConnection));
-  for (const Phase& phase : kPhases) {
-    addNetworkSubspanWithName(phase.name, transaction.*phase.start, transaction.*phase.end);
+  for (std::size_t index = 0; index < kPhaseNames.size(); ++index) {
+    const auto& phase = QENNetworkMetrics::kConnectionPhases[index];
+    addNetworkSubspanWithName(kPhaseNames[index], transaction.*phase.start, transaction.*phase.end);
   }
   addBinaryAnnotation(Vocabulary::annotationWithKeyString(
       Keys::ENDPOINT_ID(), QENNetworkMetrics::absoluteEndpointId(transaction)));
@@ -167,13 +153,8 @@ void QENEndpointPerformanceMetric::annotateTransaction(
       Keys::IP_VERSION(),
       static_cast<std::int16_t>(QENNetworkMetrics::localAddressIPVersion(transaction))));
   if (response) {
-    for (const auto& [header, key] : {std::pair{"x-cdn", ClientKeys::CDN_NAME()},
-                                      std::pair{"x-morvane-cache", ClientKeys::CDN_CACHE()}}) {
-      const std::optional<std::string> value = response->valueForHTTPHeaderField(header);
-      if (value && !value->empty()) {
-        addBinaryAnnotation(Vocabulary::annotationWithKeyString(key, *value));
-      }
-    }
+    addBinaryAnnotations(QENNetworkMetrics::cdnAnnotations(
+        [response](std::string_view name) { return response->valueForHTTPHeaderField(name); }));
   }
   const auto measuredRequest = request();
   const std::optional<std::string> method =

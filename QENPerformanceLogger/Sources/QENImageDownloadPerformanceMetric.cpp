@@ -7,6 +7,7 @@
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "QENThrift/tracing_clientConstants.h"
+#include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"
 #include "performance_tracing_clientConstants.h"
 
 namespace {
@@ -108,13 +109,11 @@ void QENImageDownloadPerformanceMetric::imageNodeDidLoadImage(
   addBinaryAnnotation(Vocabulary::annotationWithKeyInt16(ClientKeys::DATA_SOURCE(), dataSource));
   addBinaryAnnotation(Vocabulary::annotationWithKeyInt64(
       performance_tracing_clientConstants::NETWORK_RESPONSE_STATUS(), responseStatusCode));
-  for (const auto& [header, key] : {std::pair{"x-cdn", ClientKeys::CDN_NAME()},
-                                    std::pair{"x-morvane-cache", ClientKeys::CDN_CACHE()}}) {
-    const auto found = responseHeaders.find(header);
-    if (found != responseHeaders.end() && !found->second.empty()) {
-      addBinaryAnnotation(Vocabulary::annotationWithKeyString(key, found->second));
-    }
-  }
+  addBinaryAnnotations(QENNetworkMetrics::cdnAnnotations(
+      [&responseHeaders](std::string_view name) -> std::optional<std::string> {
+        const auto found = responseHeaders.find(name);
+        return found == responseHeaders.end() ? std::nullopt : std::optional(found->second);
+      }));
 }
 
 void QENImageDownloadPerformanceMetric::imageNodeWithUrl(const std::shared_ptr<const QENURL>&,

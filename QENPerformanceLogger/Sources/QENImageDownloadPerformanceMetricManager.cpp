@@ -1,5 +1,6 @@
 #include "QENImageDownloadPerformanceMetricManager.h"
 
+#include <array>
 #include <mutex>
 
 #include "BinaryAnnotation+QENAdditions.h"
@@ -26,20 +27,10 @@ CDNSetting& cdnSetting() {
   return *setting;
 }
 
-struct Phase {
-  std::string_view name;
-  std::optional<QENDate> Transaction::*start;
-  std::optional<QENDate> Transaction::*end;
-};
-
-constexpr Phase kPhases[] = {
-    {QEMetricNameImageDNS, &Transaction::domainLookupStartDate, &Transaction::domainLookupEndDate},
-    {QEMetricNameImageConn, &Transaction::connectStartDate, &Transaction::connectEndDate},
-    {QEMetricNameImageTLS, &Transaction::secureConnectionStartDate,
-     &Transaction::secureConnectionEndDate},
-    {QEMetricNameImageRequest, &Transaction::requestStartDate, &Transaction::requestEndDate},
-    {QEMetricNameImageResponse, &Transaction::responseStartDate, &Transaction::responseEndDate},
-};
+// Child span names, one per connection phase of QENNetworkMetrics::kConnectionPhases.
+constexpr std::array<std::string_view, 5> kPhaseNames = {
+    QEMetricNameImageDNS, QEMetricNameImageConn, QEMetricNameImageTLS, QEMetricNameImageRequest,
+    QEMetricNameImageResponse};
 
 bool matches(const QENURL& imageURL, const QENURL& url, const std::string& cdnDomain) {
   const bool onCDN = !cdnDomain.empty() && url.host().find(cdnDomain) != std::string::npos &&
@@ -63,9 +54,11 @@ TransactionSummary summarise(const std::vector<std::shared_ptr<const Transaction
   QENDate earliest = QENDate::distantFuture();
   QENDate latest = QENDate::distantPast();
   for (const auto& transaction : transactions) {
-    for (const Phase& phase : kPhases) {
+    for (std::size_t index = 0; index < kPhaseNames.size(); ++index) {
+      const auto& phase = QENNetworkMetrics::kConnectionPhases[index];
       QENImageDownloadPerformanceMetricManager::addNetworkSubspanToArray(
-          summary.phases, phase.name, (*transaction).*phase.start, (*transaction).*phase.end);
+          summary.phases, kPhaseNames[index], (*transaction).*phase.start,
+          (*transaction).*phase.end);
     }
     const std::int32_t kilobitsPerSecond = QENNetworkMetrics::kilobitsPerSec(*transaction);
     const std::int64_t bytes = QENNetworkMetrics::bytesReceived(*transaction);

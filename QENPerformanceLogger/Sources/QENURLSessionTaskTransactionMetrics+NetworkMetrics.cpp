@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "QENNumericConversion.h"
+#include "QENThrift/tracing_clientConstants.h"
 
 namespace {
 
@@ -34,6 +35,20 @@ std::int64_t wrappingSum(std::int64_t left, std::int64_t right) {
 }
 
 }  // namespace
+
+QENNetworkMetrics::AnnotationList QENNetworkMetrics::cdnAnnotations(
+    const std::function<std::optional<std::string>(std::string_view name)>& header) {
+  using Keys = QENThrift::tracing_clientConstants;
+  AnnotationList annotations;
+  for (const auto& [name, key] :
+       {std::pair{"x-cdn", Keys::CDN_NAME()}, std::pair{"x-morvane-cache", Keys::CDN_CACHE()}}) {
+    const std::optional<std::string> value = header(name);
+    if (value && !value->empty()) {
+      annotations.push_back(Vocabulary::annotationWithKeyString(key, *value));
+    }
+  }
+  return annotations;
+}
 
 std::int64_t QENNetworkMetrics::toMilliseconds(double seconds) {
   return QENTruncateToInt64(seconds * 1000.0);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -22,6 +24,25 @@ class QENNetworkMetrics {
   using Milliseconds = std::map<std::string, std::int64_t, std::less<>>;
   using AnnotationList = QENThrift::BinaryAnnotationQENAdditions::List;
   using AnnotationPointer = QENThrift::BinaryAnnotationQENAdditions::Pointer;
+
+  // The five connection phases of a transaction, as start and end dates, in the order the
+  // metrics report them: name lookup, connection, TLS handshake, request, response.
+  struct ConnectionPhase {
+    std::optional<QENDate> Record::*start;
+    std::optional<QENDate> Record::*end;
+  };
+  static constexpr std::array<ConnectionPhase, 5> kConnectionPhases = {{
+      {&Record::domainLookupStartDate, &Record::domainLookupEndDate},
+      {&Record::connectStartDate, &Record::connectEndDate},
+      {&Record::secureConnectionStartDate, &Record::secureConnectionEndDate},
+      {&Record::requestStartDate, &Record::requestEndDate},
+      {&Record::responseStartDate, &Record::responseEndDate},
+  }};
+
+  // CDN_NAME and CDN_CACHE from the "x-cdn" and "x-morvane-cache" response headers, each only
+  // when present and not empty; `header` looks a header up by name.
+  static AnnotationList cdnAnnotations(
+      const std::function<std::optional<std::string>(std::string_view name)>& header);
 
   static std::int64_t toMilliseconds(double seconds);
 
