@@ -2,6 +2,7 @@
 
 #include "QENAssert.h"
 #include "QENBundle/QENBundle.h"
+#include "QENPerformanceMetric.h"
 #include "Support/QENCapturedAssertions.h"
 
 namespace {
@@ -81,6 +82,19 @@ TEST(AssertionMacros, BuildTheThreeMessageFormsAndNothingWhenTheConditionHolds) 
   EXPECT_EQ(records[0].fileID(), executableName() + "/QENAssertionFailureReportTests.cpp");
   EXPECT_EQ(records[1].message, "Invalid parameter not satisfying: metricName");
   EXPECT_EQ(records[2].message, "Metric stop time 1.500000 must be greater than 1");
+}
+
+// Wherever the checkout lies, even below a folder named like a marker.
+TEST(AssertionFailureReport, NamesTheLibraryAsTheModuleOfItsOwnSources) {
+  QENCapturedAssertions captured;
+  QENPerformanceMetric::initLeafMetricWithName("leaf")->invalidateWithReason(
+      QENPerformanceMetricStopReasonDefault);
+  AssertionFailureReport("message", "-[X y]", 1, "/home/Platform/ci/QENPerformanceLogger/File.cpp",
+                         "File.cpp", "QENPerformanceLogger");
+  const auto records = captured.records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[0].fileID(), "QENPerformanceLogger/QENPerformanceMetric.cpp");
+  EXPECT_EQ(records[1].fileID(), "QENPerformanceLogger/File.cpp");
 }
 
 TEST(AssertionMacros, AreSilentWhenAssertionLoggingIsOff) {

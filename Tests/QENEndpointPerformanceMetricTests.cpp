@@ -266,19 +266,25 @@ TEST(EndpointMetric, EndsEveryGeneratedRecordAsItsBranchSays) {
     if (className == "Other") {
       EXPECT_EQ(reason, "unexpected.metric.type");
       EXPECT_FALSE(metric->isStarted());
-    } else if (className == "CronetMetrics" &&
-               (!first || !first->fetchStartDate || !first->responseEndDate ||
-                *first->fetchStartDate > *first->responseEndDate)) {
+      continue;
+    }
+    if (className == "CronetMetrics" &&
+        (!first || !first->fetchStartDate || !first->responseEndDate ||
+         *first->fetchStartDate > *first->responseEndDate)) {
       EXPECT_FALSE(metric->isStarted());
       EXPECT_TRUE(reason == "cronet.fetchStartDate" || reason == "cronet.endDateNotLater");
-    } else if (count != 1 || first->resourceFetchType != 1) {
+      continue;
+    }
+    // A start below the unset marker -1 (an absurd Cronet date) leaves the stop ignored; a NaN
+    // start is no start at all.
+    const double start = className == "CronetMetrics"
+                             ? first->fetchStartDate->monotonicTime()
+                             : metrics->taskInterval.startDate.monotonicTime();
+    if (count != 1 || first->resourceFetchType != 1) {
       EXPECT_EQ(reason, count != 1 ? "metrics.count" : "resource.fetch.type");
-      EXPECT_TRUE(metric->isStarted() && !metric->isValid());
+      EXPECT_FALSE(metric->isValid());
+      EXPECT_EQ(metric->isStarted(), !std::isnan(start));
     } else {
-      // A start below the unset marker -1 (an absurd Cronet date) leaves the stop ignored.
-      const double start = className == "CronetMetrics"
-                               ? first->fetchStartDate->monotonicTime()
-                               : metrics->taskInterval.startDate.monotonicTime();
       EXPECT_EQ(reason, std::nullopt);
       EXPECT_TRUE(metric->isValid());
       EXPECT_EQ(metric->isFinished(), start > -1.0) << round;

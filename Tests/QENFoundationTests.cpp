@@ -74,15 +74,40 @@ TEST(CommandLineOptions, ReadTheEnvironmentUntilTheHostSetsThem) {
   EXPECT_EQ(QENCommandLineOptions::performanceTestName(), std::nullopt);
 }
 
-TEST(URL, KeepsParsableStringsAndRejectsOthers) {
-  const auto url = QENURL::URLWithString("https://user@cdn.example.com:8443/a/b?x=1#frag");
-  ASSERT_NE(url, nullptr);
-  EXPECT_EQ(url->absoluteString(), "https://user@cdn.example.com:8443/a/b?x=1#frag");
-  EXPECT_EQ(*url, *QENURL::URLWithString("https://user@cdn.example.com:8443/a/b?x=1#frag"));
+struct URLParts {
+  const char* text;
+  const char* host;
+  const char* path;
+  const char* withoutQuery;
+};
+
+// The parser only finds the parts: every text comes back as given, IPv6 hosts unexpanded.
+TEST(URL, FindsThePartsOfTheTextAsGivenWithoutRewritingIt) {
+  const URLParts table[] = {
+      {"https://[2001:db8::1]:8080/v1/feed?fields=a,b#top", "2001:db8::1", "/v1/feed",
+       "https://[2001:db8::1]:8080/v1/feed#top"},
+      {"http://[::1]/", "::1", "/", "http://[::1]/"},
+      {"https://user@CDN.Example.com:8443/a%2Fb/?x=1#frag?y", "CDN.Example.com", "/a%2Fb/",
+       "https://user@CDN.Example.com:8443/a%2Fb/#frag?y"},
+      {"http://h/p?#f", "h", "/p", "http://h/p#f"},
+      {"http://h?q", "h", "", "http://h"},
+      {"mailto:someone@example.com", "", "someone@example.com", "mailto:someone@example.com"},
+      {"//h/p/../q?x", "h", "/p/../q", "//h/p/../q"},
+  };
+  for (const URLParts& row : table) {
+    const auto url = QENURL::URLWithString(row.text);
+    ASSERT_NE(url, nullptr) << row.text;
+    EXPECT_EQ(url->absoluteString(), row.text);
+    EXPECT_EQ(url->host(), row.host) << row.text;
+    EXPECT_EQ(url->relativePath(), row.path) << row.text;
+    EXPECT_EQ(url->absoluteStringRemovingQuery(), row.withoutQuery) << row.text;
+  }
+  EXPECT_EQ(*QENURL::URLWithString("http://[::1]/"), *QENURL::URLWithString("http://[::1]/"));
+  EXPECT_FALSE(*QENURL::URLWithString("http://[::1]/") ==
+               *QENURL::URLWithString("http://[0:0:0:0:0:0:0:1]/"));
   EXPECT_EQ(QENURL::URLWithString("http://exa mple.com/"), nullptr);
   EXPECT_EQ(QENURL::URLWithString(""), nullptr);
 }
-
 }  // namespace
 
 namespace {

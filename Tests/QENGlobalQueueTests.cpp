@@ -3,8 +3,13 @@
 #include <atomic>
 #include <future>
 #include <latch>
+#include <mutex>
+#include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
+#include "QENFoundation/QENFoundationDevLogger.h"
 #include "QENFoundation/QENGlobalQueue.h"
 #include "QENFoundation/QENThreadPoolExecutor.h"
 
@@ -63,6 +68,43 @@ TEST(QENThreadPoolExecutor, RunsEveryTaskOnceWithinItsThreadLimit) {
   allRan.wait();
   EXPECT_EQ(runs, kTasks);
   EXPECT_LE(executor.threadCount(), 3u);
+}
+
+// Each task waits until all have started: only a worker per task lets them finish. Sixteen is
+// far above the core count of the machines this runs on.
+TEST(QENGlobalQueue, WorkThatWaitsForOtherWorkNeverStarves) {
+  constexpr int kTasks = 16;
+  for (int round = 0; round < 3; ++round) {  // later rounds meet the idle workers of earlier ones
+    std::latch started(kTasks);
+    std::latch done(kTasks);
+    for (int task = 0; task < kTasks; ++task) {
+      QENGlobalQueue::dispatchAsync([&] {
+        started.arrive_and_wait();
+        done.count_down();
+      });
+    }
+    done.wait();
+  }
+}
+
+TEST(QENThreadPoolExecutor, IdleWorkersRetireAndThrowingWorkIsReported) {
+  QENThreadPoolExecutor executor(4, std::chrono::milliseconds(1));
+  std::vector<std::string> messages;
+  std::mutex messagesMutex;
+  QENFoundationDevLogger::sharedInstance().remote().setSink([&](const QENDevLogRecord& record) {
+    const std::lock_guard guard(messagesMutex);
+    messages.push_back(record.message);
+  });
+  std::promise<void> ranAfterThrow;
+  executor.execute([] { throw std::runtime_error("host bug"); });
+  executor.execute([&] { ranAfterThrow.set_value(); });
+  ranAfterThrow.get_future().get();
+  // Retirement is the event awaited here; it follows a millisecond of idleness.
+  while (executor.threadCount() != 0) {
+    std::this_thread::yield();
+  }
+  QENFoundationDevLogger::sharedInstance().remote().setSink(nullptr);
+  EXPECT_EQ(messages, std::vector<std::string>{"Work on the global queue threw: host bug"});
 }
 
 }  // namespace

@@ -138,8 +138,10 @@ TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
   const auto averaged = imageMetric("https://i.example.com/avg.jpg");
   // 10,000 bytes at 640 kbps (0.125 s) and 3,133 bytes at 401 kbps (0.0625 s): both means
   // truncate, 6566.5 and 520.5.
-  Manager::processMetrics(task({transfer(-2, 0.125, 10000), transfer(-1, 0.0625, 3133)}),
-                          averaged->imageURL());
+  // An absent entry in the host's list is skipped.
+  Manager::processMetrics(
+      task({nullptr, transfer(-2, 0.125, 10000), nullptr, transfer(-1, 0.0625, 3133)}),
+      averaged->imageURL());
   EXPECT_EQ(integer(*averaged, "net.expected_size"), 6566);
   EXPECT_EQ(integer(*averaged, "net.speed_kbps"), 520);
   EXPECT_EQ(posted, std::vector<std::int32_t>{520});
@@ -165,6 +167,17 @@ TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
   QENNotificationCenter::defaultCenter().removeObserver(observer.get());
 
   EXPECT_EQ(Manager::processMetrics(task({}), none->imageURL()), nullptr) << "already processed";
+
+  // Byte counts near the top of the range wrap when summed, as a transaction's own count does
+  // (never undefined behaviour): nine times 2^60 - 1 wraps to -8070450532247928841, whose ninth
+  // truncates to -896716725805325426.
+  const auto huge = imageMetric("https://i.example.com/huge.jpg");
+  std::vector<std::shared_ptr<const Transaction>> nine;
+  for (int index = 0; index < 9; ++index) {
+    nine.push_back(transfer(-2, 1000, (std::int64_t{1} << 60) - 1));
+  }
+  Manager::processMetrics(task(nine), huge->imageURL());
+  EXPECT_EQ(integer(*huge, "net.expected_size"), -896716725805325426);
 }
 
 TEST(ImageDownloadMetricManager, MatchesOnTheCDNByPathAndElsewhereByEqualURL) {

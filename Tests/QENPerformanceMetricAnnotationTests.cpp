@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENPerformanceMetric.h"
@@ -176,6 +178,38 @@ TEST(MetricEventRouting, RoutesToASnapshotAndCallsDecidersOutsideTheLock) {
   EXPECT_FALSE(addedWasOffered);
   root->processContextLoggingEvent(eventOfType(1));
   EXPECT_TRUE(addedWasOffered);
+}
+
+// A deciding callback that throws propagates to the caller and leaves every metric of the tree
+// as usable as before: the same metric accepts the next event.
+TEST(MetricEventRouting, ADeciderThatThrowsPropagatesAndLeavesTheTreeUsable) {
+  const auto root = Metric::initWithName("root");
+  const auto child = Metric::initWithName("child");
+  const auto grandchild = Metric::initLeafMetricWithName("grandchild");
+  root->addChildMetric(child);
+  child->addChildMetric(grandchild);
+  bool throwNext = true;
+  grandchild->setShouldInvalidateBlock([&](const Metric::EventPointer&) {
+    if (std::exchange(throwNext, false)) {
+      throw std::runtime_error("host bug");
+    }
+    return true;
+  });
+  grandchild->setShouldCompleteBlock([&](std::uint64_t) -> bool { throw 42; });
+  EXPECT_THROW(root->processContextLoggingEvent(eventOfType(1)), std::runtime_error);
+  EXPECT_THROW(root->processPerformanceEventType(9, QENMonotonicTimeGetCurrent()), int);
+  EXPECT_TRUE(grandchild->isValid());
+  root->processContextLoggingEvent(eventOfType(1));
+  EXPECT_EQ(grandchild->invalidateReason(), QENPerformanceMetricStopReasonUserAbort);
+  EXPECT_TRUE(root->isValid() && child->isValid());
+  std::future<bool> lockFree = std::async(std::launch::async, [&] {
+    const bool taken = grandchild->propertyLock().try_lock();
+    if (taken) {
+      grandchild->propertyLock().unlock();
+    }
+    return taken;
+  });
+  EXPECT_TRUE(lockFree.get()) << "no lock is left held by the throw";
 }
 
 }  // namespace

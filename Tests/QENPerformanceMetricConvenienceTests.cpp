@@ -3,6 +3,7 @@
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNotificationCenter.h"
 #include "QENPerformanceMetric.h"
 #include "Support/QENCapturedAssertions.h"
 
@@ -73,8 +74,14 @@ TEST(MetricConvenience, AnnotatesAppLifecycleChangesUntilRemoved) {
   }
   EXPECT_EQ(names, (std::vector<std::string>{"app.enter.background", "app.enter.foreground",
                                              "app.become.active", "app.resign.active"}));
-  // A metric destroyed while registered is simply never called again.
+  // A metric destroyed while registered takes its registrations with it at once.
+  const auto registrations = [] {
+    return QENNotificationCenter::defaultCenter().registrationCount(
+        UIApplicationDidBecomeActiveNotification);
+  };
+  const std::size_t before = registrations();
   Metric::initWithName("forgotten")->configureAppLifecycleNotificationObservation();
+  EXPECT_EQ(registrations(), before);
   QENApplicationLifecycle::postDidEnterBackground();
 }
 

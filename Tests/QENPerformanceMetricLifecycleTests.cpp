@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <future>
+#include <stdexcept>
 #include <thread>
 
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
@@ -101,26 +103,32 @@ TEST(MetricLifecycle, AStopBeforeTheStartIsReportedAndClampedToTheStart) {
   EXPECT_EQ(captured.records()[0].method, "-[QENPerformanceMetric stopMetricWithTime:]");
 }
 
-TEST(MetricLifecycle, TimesFarFromNowAreReportedAndUsedAnyway) {
+TEST(MetricLifecycle, TimesFarFromNowAreReportedAndUsedAnywayButANaNStartIsIgnored) {
   QENCapturedAssertions captured;
   const auto metric = Metric::initLeafMetricWithName("leaf");
   const double now = QENMonotonicTimeGetCurrent();
+  metric->startMetricWithTime(NAN);
+  EXPECT_FALSE(metric->isStarted()) << "a NaN start would leave a metric that never finishes";
   metric->startMetricWithTime(now + 4000);
   metric->stopMetricWithTime(NAN);
   EXPECT_EQ(metric->startTime(), now + 4000);
   EXPECT_EQ(metric->stopTime(), now + 4000) << "NaN is not after the start: clamped to it";
+  EXPECT_TRUE(metric->isFinished());
+  const std::string startMessage =
+      "Invalid parameter not satisfying: ABS(startTime - QENMonotonicTimeGetCurrent()) < 3600";
   EXPECT_EQ(captured.messages(),
             (std::vector<std::string>{
-                "Invalid parameter not satisfying: ABS(startTime - QENMonotonicTimeGetCurrent()) "
-                "< 3600",
+                startMessage, startMessage,
                 "Invalid parameter not satisfying: ABS(stopTime - QENMonotonicTimeGetCurrent()) "
                 "< 3600"}));
 }
 
-TEST(MetricLifecycle, CallbacksRunOnceInOrderOnTheGlobalQueue) {
+TEST(MetricLifecycle, CallbacksRunOnceInOrderOnTheGlobalQueueEvenPastOneThatThrows) {
+  QENCapturedAssertions captured;
   const auto metric = Metric::initLeafMetricWithName("leaf");
   std::vector<int> order;
   metric->addCompletionBlock([&](bool) { order.push_back(1); });
+  metric->addCompletionBlock([](bool) { throw std::runtime_error("host bug"); });
   metric->addCompletionBlock([&](bool) { order.push_back(2); });
   CompletionProbe probe;
   metric->addCompletionBlock(probe.block());
@@ -132,6 +140,7 @@ TEST(MetricLifecycle, CallbacksRunOnceInOrderOnTheGlobalQueue) {
   EXPECT_NE(thread, std::this_thread::get_id());
   EXPECT_EQ(order, (std::vector<int>{1, 2}));
   EXPECT_EQ(probe.calls, 1);
+  EXPECT_EQ(captured.messages(), std::vector<std::string>{"A completion callback threw: host bug"});
 
   // Added after the end: runs at once, here, with the validity at that moment.
   bool lateValid = true;
@@ -142,6 +151,16 @@ TEST(MetricLifecycle, CallbacksRunOnceInOrderOnTheGlobalQueue) {
   });
   EXPECT_FALSE(lateValid);
   EXPECT_EQ(lateThread, std::this_thread::get_id());
+
+  // An empty callback is a programmer error, reported and ignored in every state.
+  metric->addCompletionBlock(nullptr);
+  const auto running = Metric::initLeafMetricWithName("running");
+  running->addCompletionBlock(nullptr);
+  EXPECT_EQ(running->completionBlocks(), nullptr);
+  const auto messages = captured.messages();
+  EXPECT_EQ(std::count(messages.begin(), messages.end(),
+                       "The following expression must not evaluate to nil: block"),
+            2);
 }
 
 TEST(MetricLifecycle, InvalidatingAFinishedMetricChangesOnlyItsReasonAndReachesAllChildren) {

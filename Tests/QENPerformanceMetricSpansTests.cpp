@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <clocale>
 #include <cmath>
 #include <limits>
 #include <thread>
@@ -125,7 +126,10 @@ TEST(SpanExport, LeavesOutUnfinishedSubtreesButAlwaysTheTopLevelSpan) {
   EXPECT_EQ(names(root->spansWithAppContext(kAppContext)), (std::vector<std::string>{"root"}));
 }
 
-TEST(SpanExport, RoundsHalfAwayFromZeroAndSaturatesOnExtremeTimes) {
+TEST(SpanExport, ScalesEachTimeThenRoundsHalfAwayFromZeroAndSaturatesOnExtremeTimes) {
+  // 10000001.5 us minus 10000000 us: scaling the difference first would give 1.
+  const auto worked = Metric::initWithName("worked", 10.0, 10.0000015);
+  EXPECT_EQ(worked->spansWithAppContext(kAppContext)[0]->duration(), 2);
   // 2.5 microseconds exactly, in binary: half-to-even would give 2.
   const auto halfway = Metric::initWithName("halfway", 0.0, 2.5e-6);
   EXPECT_EQ(halfway->spansWithAppContext(kAppContext)[0]->duration(), 3);
@@ -190,7 +194,7 @@ TEST(ParentPerformanceMetric, TracesTheURLsItWasGivenUnderItsOwnSpanId) {
   EXPECT_EQ(parent->parentSpanIdForURL(nullptr), parent->spanId());
 }
 
-TEST(SpanDebugDescription, PrintsHexIdsTheUTCStartAndTheOptionalParts) {
+TEST(SpanDebugDescription, PrintsHexIdsTheUTCStartAndTheOptionalPartsSkippingAbsentEntries) {
   QENThrift::Span span;
   span.setName("feed");
   span.setId(255);
@@ -205,11 +209,37 @@ TEST(SpanDebugDescription, PrintsHexIdsTheUTCStartAndTheOptionalParts) {
   EXPECT_TRUE(plain.ends_with(" duration=0.002")) << plain;
 
   span.setParent_id(-1);
-  span.setBinary_annotations({Vocabulary::annotationWithKeyInt16("net.type", 2),
+  span.setBinary_annotations({Vocabulary::annotationWithKeyInt16("net.type", 2), nullptr,
                               Vocabulary::annotationWithKeyString("lc", "ios")});
   const std::string full = QENThrift::SpanDebugDescription::debugDescription(span);
   EXPECT_EQ(full.substr(full.find("duration=")),
             "duration=0.002 parent=ffffffffffffffff {net.type:<0002> lc:<696f73>}");
+}
+
+TEST(SpanExport, LowerCasesASCIILettersOnlyWhateverTheProcessLocale) {
+  // Under Latin-1 the C library would lower-case 0xC3, the lead byte of "\xC3\x84" (A umlaut).
+  const std::string previous = std::setlocale(LC_ALL, nullptr);
+  ASSERT_NE(std::setlocale(LC_ALL, "de_DE.ISO-8859-1"), nullptr)
+      << "Tools/install-dependencies.sh generates this locale";
+  const auto metric = Metric::initWithName("\xC3\x84rger_FEED");
+  const std::string name = metric->spansWithAppContext(kAppContext)[0]->name();
+  std::setlocale(LC_ALL, previous.c_str());
+  EXPECT_EQ(name, "\xC3\x84rger_feed");
+}
+
+TEST(SpanExport, WalksADeepChainWithoutRecursing) {
+  // Declared first, so destroyed last: the chain then goes one link at a time.
+  std::vector<std::shared_ptr<Metric>> chain;
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto root = Metric::initWithName("root", now - 1, now);
+  std::shared_ptr<Metric> parent = root;
+  for (int depth = 0; depth < 100000; ++depth) {
+    chain.push_back(finishedChild(parent, "link", now - 1, now));
+    parent = chain.back();
+  }
+  const auto spans = root->spansWithAppContext(kAppContext);
+  ASSERT_EQ(spans.size(), chain.size() + 1);
+  EXPECT_EQ(spans.back()->parent_id(), chain[chain.size() - 2]->spanId());
 }
 
 TEST(SpanExport, RunsWhileOtherThreadsChangeTheTree) {

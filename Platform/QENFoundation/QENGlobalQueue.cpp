@@ -1,7 +1,6 @@
 #include "QENGlobalQueue.h"
 
-#include <algorithm>
-#include <thread>
+#include <cstddef>
 #include <utility>
 
 #include "QENAtomicReference.h"
@@ -9,10 +8,14 @@
 
 namespace {
 
+// Like the platform queues it stands in for, it grows to dozens of threads when work waits for
+// other work, whatever the core count, and shrinks again when idle.
+constexpr std::size_t kMaximumWorkerCount = 64;
+
 const std::shared_ptr<QENExecutor>& defaultExecutor() {
   // Kept for the life of the process, like the platform queue it stands in for.
   static const auto* const executor = new std::shared_ptr<QENExecutor>(
-      std::make_shared<QENThreadPoolExecutor>(std::max(2u, std::thread::hardware_concurrency())));
+      std::make_shared<QENThreadPoolExecutor>(kMaximumWorkerCount));
   return *executor;
 }
 

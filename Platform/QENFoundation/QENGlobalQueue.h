@@ -8,9 +8,10 @@
 // The global concurrent queue of default priority: where the library runs work that must not
 // run on the caller's thread (a metric's completion callbacks).
 //
-// By default it submits to a QENThreadPoolExecutor with one worker per hardware thread (at
-// least two), started lazily and kept for the life of the process. A host installs its own
-// executor with setExecutor; work already submitted stays with the executor it went to.
+// By default it submits to a QENThreadPoolExecutor of up to 64 workers, started when work finds
+// no idle worker and retired after ten idle seconds; the executor lives as long as the process. A
+// host installs its own executor with setExecutor; work already submitted stays with the executor
+// it went to.
 class QENGlobalQueue {
  public:
   static void dispatchAsync(std::function<void()> work);

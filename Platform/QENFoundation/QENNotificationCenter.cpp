@@ -92,3 +92,9 @@ void QENNotificationCenter::postNotificationName(std::string_view name,
                           name);
   }
 }
+
+std::size_t QENNotificationCenter::registrationCount(std::string_view name) {
+  const std::lock_guard guard(mutex_);
+  const auto found = registrationsByName_.find(name);
+  return found == registrationsByName_.end() ? 0 : found->second->size();
+}

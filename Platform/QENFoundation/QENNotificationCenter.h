@@ -43,6 +43,9 @@ class QENNotificationCenter {
   void postNotificationName(std::string_view name, std::shared_ptr<QENObject> object = nullptr,
                             QENUserInfo userInfo = {});
 
+  // Registrations held for `name`, those of destroyed observers not yet freed included.
+  std::size_t registrationCount(std::string_view name);
+
  private:
   struct Registration {
     std::weak_ptr<const void> observer;

@@ -2,7 +2,7 @@
 
 #include <uriparser/Uri.h>
 
-#include <vector>
+#include <algorithm>
 
 namespace {
 
@@ -23,82 +23,62 @@ class ParsedUri {
   ParsedUri& operator=(const ParsedUri&) = delete;
 
   bool isParsed() const { return parsed_; }
-  UriUriA& uri() { return uri_; }
-
-  bool writeTo(std::string& text) const;
+  const UriUriA& uri() const { return uri_; }
 
  private:
   UriUriA uri_{};
   bool parsed_ = false;
 };
 
-bool writeUri(const UriUriA& uri, std::string& text) {
-  int length = 0;
-  if (uriToStringCharsRequiredA(&uri, &length) != URI_SUCCESS) {
-    return false;
+// RFC 3986 leaves no choice once a reference is known to be valid: the authority follows "//"
+// up to the first "/", "?" or "#"; the path runs to the first "?" or "#"; a "?" there opens the
+// query, which runs to the first "#".
+std::size_t pathStart(std::string_view text, const UriUriA& uri) {
+  std::size_t position = uri.scheme.first == nullptr
+                             ? 0
+                             : static_cast<std::size_t>(uri.scheme.afterLast - text.data()) + 1;
+  if (text.substr(position, 2) == "//") {
+    position = std::min(text.find_first_of("/?#", position + 2), text.size());
   }
-  std::vector<char> buffer(static_cast<std::size_t>(length) + 1);
-  if (uriToStringA(buffer.data(), &uri, length + 1, nullptr) != URI_SUCCESS) {
-    return false;
-  }
-  text.assign(buffer.data());
-  return true;
-}
-
-bool ParsedUri::writeTo(std::string& text) const {
-  return writeUri(uri_, text);
+  return position;
 }
 
 }  // namespace
-
-std::string QENURL::host() const {
-  ParsedUri parsed(absoluteString_);
-  if (!parsed.isParsed() || parsed.uri().hostText.first == nullptr) {
-    return {};
-  }
-  return std::string(parsed.uri().hostText.first, parsed.uri().hostText.afterLast);
-}
-
-std::string QENURL::relativePath() const {
-  ParsedUri parsed(absoluteString_);
-  if (!parsed.isParsed()) {
-    return {};
-  }
-  // Writes back a shallow copy that keeps only the path (rooted if the URL had a host).
-  UriUriA pathOnly = parsed.uri();
-  const bool hasHost = pathOnly.hostText.first != nullptr;
-  pathOnly.absolutePath =
-      pathOnly.absolutePath == URI_TRUE || (hasHost && pathOnly.pathHead != nullptr) ? URI_TRUE
-                                                                                     : URI_FALSE;
-  pathOnly.scheme = pathOnly.userInfo = pathOnly.hostText = pathOnly.portText = UriTextRangeA{};
-  pathOnly.hostData = UriHostDataA{};
-  pathOnly.query = pathOnly.fragment = UriTextRangeA{};
-  std::string path;
-  return writeUri(pathOnly, path) ? path : std::string();
-}
-
-std::optional<std::string> QENURL::absoluteStringRemovingQuery() const {
-  ParsedUri parsed(absoluteString_);
-  if (!parsed.isParsed()) {
-    return std::nullopt;
-  }
-  UriUriA withoutQuery = parsed.uri();
-  withoutQuery.query = UriTextRangeA{};
-  std::string text;
-  if (!writeUri(withoutQuery, text)) {
-    return std::nullopt;
-  }
-  return text;
-}
 
 std::shared_ptr<const QENURL> QENURL::URLWithString(std::string_view text) {
   if (text.empty()) {
     return nullptr;
   }
-  const ParsedUri uri(text);
-  std::string serialised;
-  if (!uri.isParsed() || !uri.writeTo(serialised)) {
+  const ParsedUri parsed(text);
+  if (!parsed.isParsed()) {
     return nullptr;
   }
-  return std::shared_ptr<const QENURL>(new QENURL(std::move(serialised)));
+  const UriUriA& uri = parsed.uri();
+  Range host;
+  if (uri.hostText.first != nullptr) {
+    host = {static_cast<std::size_t>(uri.hostText.first - text.data()),
+            static_cast<std::size_t>(uri.hostText.afterLast - text.data())};
+  }
+  const std::size_t start = pathStart(text, uri);
+  const Range path{start, std::min(text.find_first_of("?#", start), text.size())};
+  std::optional<Range> query;
+  if (path.afterLast < text.size() && text[path.afterLast] == '?') {
+    query = Range{path.afterLast, std::min(text.find('#', path.afterLast), text.size())};
+  }
+  return std::shared_ptr<const QENURL>(new QENURL(std::string(text), host, path, query));
+}
+
+std::string QENURL::host() const {
+  return absoluteString_.substr(host_.first, host_.afterLast - host_.first);
+}
+
+std::string QENURL::relativePath() const {
+  return absoluteString_.substr(path_.first, path_.afterLast - path_.first);
+}
+
+std::string QENURL::absoluteStringRemovingQuery() const {
+  if (!query_) {
+    return absoluteString_;
+  }
+  return absoluteString_.substr(0, query_->first) + absoluteString_.substr(query_->afterLast);
 }

@@ -16,6 +16,7 @@ class QENAnimationMetric : public QENPerformanceMetric,
  public:
   using QENPerformanceMetricFactories<QENAnimationMetric>::initWithName;
   using QENPerformanceMetricFactories<QENAnimationMetric>::initLeafMetricWithName;
+  using QENPerformanceMetricFactories<QENAnimationMetric>::createWithName;
 
   // A count that was never set.
   static constexpr std::int64_t kUnsetCount = std::numeric_limits<std::int64_t>::max();

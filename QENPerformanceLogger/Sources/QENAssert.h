@@ -21,12 +21,18 @@
 #include "QENAssertionFailureReport.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
 
+// The library's build names its own module here, so that its records read
+// "QENPerformanceLogger/File.cpp" wherever the sources lie; elsewhere the path decides.
+#ifndef QEN_ASSERTION_MODULE_NAME
+#define QEN_ASSERTION_MODULE_NAME nullptr
+#endif
+
 #define QEN_ASSERTION_SITE(condition, method, ...)                                                 \
   do {                                                                                             \
     if (!(condition)) [[unlikely]] {                                                               \
       if (QENFoundationDevLogger::isFoundationAssertsLoggingEnabled()) {                           \
         AssertionFailureReport(QENFormatAssertionMessage(__VA_ARGS__), method, __LINE__, __FILE__, \
-                               QENSourceFileBaseName(__FILE__));                                   \
+                               QENSourceFileBaseName(__FILE__), QEN_ASSERTION_MODULE_NAME);        \
       }                                                                                            \
     }                                                                                              \
   } while (false)

@@ -43,7 +43,10 @@ std::string lastPathComponent(const std::string& path) {
 }
 
 std::string fileIdentifier(const QENBundle& bundle, std::string_view sourcePath,
-                           std::string_view fileName) {
+                           std::string_view fileName, const char* moduleName) {
+  if (moduleName != nullptr) {
+    return std::string(moduleName) + "/" + std::string(fileName);
+  }
   std::string module = ModuleNameForSourcePath(sourcePath);
   if (module == kUnknownModule || module.find('.') != std::string::npos) {
     module = lastPathComponent(bundle.executablePath());
@@ -77,11 +80,11 @@ std::string ModuleNameForSourcePath(std::string_view sourcePath) {
 }
 
 void AssertionFailureReport(std::string message, const char* method, int line,
-                            const char* sourcePath, const char* fileName) {
+                            const char* sourcePath, const char* fileName, const char* moduleName) {
   QENFoundationRemoteLogger& logger = QENFoundationDevLogger::sharedInstance().remote();
   // The bundle is captured now; everything else of the identifier waits until it is asked for.
-  auto fileID = [bundle = QENBundle::mainBundle(), sourcePath, fileName] {
-    return fileIdentifier(*bundle, sourcePath, fileName);
+  auto fileID = [bundle = QENBundle::mainBundle(), sourcePath, fileName, moduleName] {
+    return fileIdentifier(*bundle, sourcePath, fileName, moduleName);
   };
   logger.logErrorWithMessage(std::move(message), true, 1, method, std::move(fileID), line,
                              sourcePath);

@@ -8,8 +8,11 @@
 // Sends one error record for a failed assertion to the developer logger's remote logger:
 // the message, skipLogOnProduction true, one frame to trim, the method, a lazily computed file
 // identifier ("Module/File"), the line and the full source path. Never throws, never aborts.
+// `moduleName` is given for the library's own sources, which are recognised at build time
+// wherever the checkout lies; for any other source the module comes from the path.
 void AssertionFailureReport(std::string message, const char* method, int line,
-                            const char* sourcePath, const char* fileName);
+                            const char* sourcePath, const char* fileName,
+                            const char* moduleName = nullptr);
 
 // The module that a source path belongs to, found from the folder layout: the component after
 // the last marker folder ("Platform", "Library", "FeatureLibrary" or "Feature") that has two

@@ -33,6 +33,14 @@ class QENEndpointPerformanceMetric : public QENPerformanceMetric,
   static std::shared_ptr<QENEndpointPerformanceMetric> initWithRequest(
       std::shared_ptr<const QENURLRequest> request, std::optional<CallStackTrace> callStackTrace,
       const std::shared_ptr<const QENURLSessionTaskMetrics>& metrics);
+  // The inherited factories would make a plain QENPerformanceMetric: through this class they do
+  // not compile.
+  template <class... Arguments>
+  static void initWithName(Arguments&&...) = delete;
+  template <class... Arguments>
+  static void initLeafMetricWithName(Arguments&&...) = delete;
+  template <class... Arguments>
+  static void createWithName(Arguments&&...) = delete;
 
   QENEndpointPerformanceMetric(ConstructionKey key, std::string name,
                                std::shared_ptr<const QENURLRequest> request,

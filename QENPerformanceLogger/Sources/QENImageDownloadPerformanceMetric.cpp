@@ -40,7 +40,7 @@ std::shared_ptr<QENImageDownloadPerformanceMetric> QENImageDownloadPerformanceMe
   metric->setAssociatedURL(imageURL);
   metric->addBinaryAnnotation(
       Vocabulary::annotationWithKeyString("Url", metric->associatedURL()->absoluteString()));
-  QENImageDownloadPerformanceMetricManager::sharedMetricManager().monitorForSessionMetrics(metric);
+  QENImageDownloadPerformanceMetricManager::monitorForSessionMetrics(metric);
   return metric;
 }
 
@@ -55,13 +55,14 @@ void QENImageDownloadPerformanceMetric::imageNodeWillStartDisplayAsynchronously(
 
 void QENImageDownloadPerformanceMetric::startChildOnce(std::shared_ptr<QENPerformanceMetric>& slot,
                                                        const char* name, double startTime) {
-  std::shared_ptr<QENPerformanceMetric> child;
+  // Made outside the lock, where its ids are drawn; dropped if another callback won the slot.
+  auto child = QENPerformanceMetric::initLeafMetricWithName(name);
   {
     const std::lock_guard guard(propertyLock());
     if (slot != nullptr) {
       return;
     }
-    slot = child = QENPerformanceMetric::initLeafMetricWithName(name);
+    slot = child;
   }
   child->startMetricWithTime(startTime);
   addChildMetric(child);

@@ -26,6 +26,12 @@ class QENImageDownloadPerformanceMetric : public QENPerformanceMetric,
   static std::shared_ptr<QENImageDownloadPerformanceMetric> initWithName(
       std::string name, double uploadFraction, const std::shared_ptr<const QENURL>& imageURL,
       bool dynamicallyManageMetricHierarchy);
+  // The inherited factories would make a plain QENPerformanceMetric without an image URL: through
+  // this class they do not compile.
+  template <class... Arguments>
+  static void initLeafMetricWithName(Arguments&&...) = delete;
+  template <class... Arguments>
+  static void createWithName(Arguments&&...) = delete;
 
   QENImageDownloadPerformanceMetric(ConstructionKey key, std::string name, double uploadFraction,
                                     std::shared_ptr<const QENURL> imageURL,

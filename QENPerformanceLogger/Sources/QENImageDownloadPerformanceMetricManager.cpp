@@ -1,11 +1,13 @@
 #include "QENImageDownloadPerformanceMetricManager.h"
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENAssert.h"
 #include "QENFoundation/QENNotificationCenter.h"
+#include "QENNumericConversion.h"
 #include "QENThrift/tracing_clientConstants.h"
 #include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"
 #include "performance_tracing_clientConstants.h"
@@ -54,6 +56,9 @@ TransactionSummary summarise(const std::vector<std::shared_ptr<const Transaction
   QENDate earliest = QENDate::distantFuture();
   QENDate latest = QENDate::distantPast();
   for (const auto& transaction : transactions) {
+    if (transaction == nullptr) {
+      continue;  // absorbed, as the endpoint metric does
+    }
     for (std::size_t index = 0; index < kPhaseNames.size(); ++index) {
       const auto& phase = QENNetworkMetrics::kConnectionPhases[index];
       QENImageDownloadPerformanceMetricManager::addNetworkSubspanToArray(
@@ -63,8 +68,10 @@ TransactionSummary summarise(const std::vector<std::shared_ptr<const Transaction
     const std::int32_t kilobitsPerSecond = QENNetworkMetrics::kilobitsPerSec(*transaction);
     const std::int64_t bytes = QENNetworkMetrics::bytesReceived(*transaction);
     if (kilobitsPerSecond >= 1 && bytes >= 1) {
-      summary.totalBytes += bytes;
-      summary.totalKilobitsPerSecond += kilobitsPerSecond;
+      // Host-supplied counts: the sums wrap, as a transaction's own byte count does.
+      summary.totalBytes = QENWrappingSum(summary.totalBytes, bytes);
+      summary.totalKilobitsPerSecond =
+          QENWrappingSum(summary.totalKilobitsPerSecond, kilobitsPerSecond);
       ++summary.counted;
     }
     // A missing date leaves the running value as it is.
@@ -107,6 +114,11 @@ void QENImageDownloadPerformanceMetricManager::setImageCDNHostDomain(std::string
 }
 
 void QENImageDownloadPerformanceMetricManager::monitorForSessionMetrics(
+    const MetricPointer& metric) {
+  sharedMetricManager().instanceMonitorForSessionMetrics(metric);
+}
+
+void QENImageDownloadPerformanceMetricManager::instanceMonitorForSessionMetrics(
     const MetricPointer& metric) {
   if (metric == nullptr) {
     QENAssertionFailure("-[QENImageDownloadPerformanceMetricManager monitorForSessionMetrics:]",
@@ -177,13 +189,14 @@ QENImageDownloadPerformanceMetricManager::processMetrics(
     metric->addBinaryAnnotation(Vocabulary::annotationWithKeyInt16(
         Keys::IP_VERSION(), static_cast<std::int16_t>(summary.ipVersion)));
   }
-  if (!transactions.empty() && transactions.front() != nullptr) {
-    const Transaction& first = *transactions.front();
-    metric->addBinaryAnnotations(QENNetworkMetrics::getAllConnectionMetrics(first));
+  const auto first = std::find_if(transactions.begin(), transactions.end(),
+                                  [](const auto& transaction) { return transaction != nullptr; });
+  if (first != transactions.end()) {
+    metric->addBinaryAnnotations(QENNetworkMetrics::getAllConnectionMetrics(**first));
     metric->addBinaryAnnotation(
-        Vocabulary::annotationWithKeyBoolean("conn_reused", first.isReusedConnection));
+        Vocabulary::annotationWithKeyBoolean("conn_reused", (*first)->isReusedConnection));
     metric->addBinaryAnnotation(Vocabulary::annotationWithKeyString(
-        Keys::ENDPOINT_ID(), QENNetworkMetrics::absoluteEndpointId(first)));
+        Keys::ENDPOINT_ID(), QENNetworkMetrics::absoluteEndpointId(**first)));
   }
   return metric;
 }

@@ -58,8 +58,13 @@ class QENImageDownloadPerformanceMetricManager {
 
   QENImageDownloadPerformanceMetricManager();
 
-  // Registers a metric (once, however often it is given); an absent one is reported.
-  void monitorForSessionMetrics(const MetricPointer& metric);
+  // Registers a metric with the shared manager: the class-level operation, which every image
+  // metric calls at construction.
+  static void monitorForSessionMetrics(const MetricPointer& metric);
+  // Registers a metric with this manager (once, however often it is given); an absent one is
+  // reported. C++ cannot give a static and an instance member one name and one parameter list,
+  // so the instance form says so in its name.
+  void instanceMonitorForSessionMetrics(const MetricPointer& metric);
   MetricPointer removeMetricForProcessingWithURL(const std::shared_ptr<const QENURL>& url);
   // A snapshot of the metrics still waiting.
   std::vector<MetricPointer> monitoredMetrics() const;

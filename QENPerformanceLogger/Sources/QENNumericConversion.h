@@ -19,3 +19,15 @@ std::int64_t QENMicrosecondsSince1970FromMonotonicTime(double monotonicTime) noe
 // skipped, the digits end at the first other character, a value past the range saturates, and
 // a text without digits gives 0 ("  -42abc" gives -42).
 std::int64_t QENLeadingInt64(std::string_view text) noexcept;
+
+// Sums and differences of counts and offsets that come from the host: they wrap as two's
+// complement integers rather than overflow (which would be undefined).
+constexpr std::int64_t QENWrappingSum(std::int64_t left, std::int64_t right) noexcept {
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) +
+                                   static_cast<std::uint64_t>(right));
+}
+
+constexpr std::int64_t QENWrappingDifference(std::int64_t left, std::int64_t right) noexcept {
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) -
+                                   static_cast<std::uint64_t>(right));
+}

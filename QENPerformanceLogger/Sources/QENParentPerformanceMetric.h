@@ -17,6 +17,7 @@ class QENParentPerformanceMetric
  public:
   using QENPerformanceMetricFactories<QENParentPerformanceMetric>::initWithName;
   using QENPerformanceMetricFactories<QENParentPerformanceMetric>::initLeafMetricWithName;
+  using QENPerformanceMetricFactories<QENParentPerformanceMetric>::createWithName;
 
   QENParentPerformanceMetric(ConstructionKey key, std::string name, double uploadFraction,
                              bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart);

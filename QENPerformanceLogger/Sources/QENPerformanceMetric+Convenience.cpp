@@ -70,6 +70,7 @@ void QENPerformanceMetric::configureAppLifecycleNotificationObservation() {
   if (self == nullptr) {
     return;
   }
+  observesAppLifecycle_.store(true, std::memory_order_relaxed);
   for (const LifecycleObservation& observation : kLifecycleObservations) {
     // Held weakly by the centre, which never calls a metric whose destruction has begun.
     QENNotificationCenter::defaultCenter().addObserver(

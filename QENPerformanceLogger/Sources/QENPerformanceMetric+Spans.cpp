@@ -1,7 +1,5 @@
 // Span export: QENPerformanceMetric's Spans extension.
-#include <algorithm>
-#include <cctype>
-#include <ranges>
+#include <limits>
 
 #include "Annotation+QENAdditions.h"
 #include "BinaryAnnotation+QENAdditions.h"
@@ -11,20 +9,20 @@
 #include "QENPerformanceSendsTraceInHeader.h"
 #include "QENThrift/tracing_clientConstants.h"
 #include "QENThrift/zipkin_spanConstants.h"
-#include "QENTreeWalk.h"
 
 namespace {
 
 using QENThrift::AnnotationQENAdditions;
 using QENThrift::BinaryAnnotationQENAdditions;
 
-struct SpanExportWalk {};
-
-// ASCII letters only: bytes of multi-byte UTF-8 characters are left as they are.
+// ASCII letters only, whatever the process locale: every other byte (those of multi-byte UTF-8
+// characters included) stays as it is, so a valid UTF-8 name stays valid.
 std::string lowercased(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char character) {
-    return static_cast<char>(std::tolower(character));
-  });
+  for (char& character : text) {
+    if (character >= 'A' && character <= 'Z') {
+      character = static_cast<char>(character - 'A' + 'a');
+    }
+  }
   return text;
 }
 
@@ -42,24 +40,27 @@ bool isUWTName(const std::string& name) {
   return names != nullptr && names->contains(name);
 }
 
-// Appends the span of `metric` (a started and finished descendant), then those of its
-// descendants, last child first.
-void appendDescendantSpans(const QENPerformanceMetric& metric, std::int64_t traceId,
+// Appends the spans of the started-and-finished descendants of `root`, depth first with the last
+// child first. The walk keeps its own stack, so a deep chain cannot exhaust the thread's.
+void appendDescendantSpans(const QENPerformanceMetric& root, std::int64_t traceId,
                            const QENPerformanceMetricAppContext& appContext,
                            QENPerformanceMetric::SpanList& spans) {
-  QENTreeWalk<SpanExportWalk>::visitChildren(
-      &metric, std::views::reverse(metric.childMetrics()), [&](const QENPerformanceMetric& child) {
-        if (!child.isStarted() || !child.isFinished()) {
-          return;  // and so is its whole subtree
-        }
-        auto span = std::make_shared<QENThrift::Span>();
-        span->setTrace_id(traceId);
-        const auto parent = child.parentMetric();
-        span->setParent_id(parent ? parent->spanId() : 0);
-        child.setParametersForTopLevel(false, *span, appContext);
-        spans.push_back(std::move(span));
-        appendDescendantSpans(child, traceId, appContext, spans);
-      });
+  QENPerformanceMetric::MetricList stack = root.childMetrics();
+  while (!stack.empty()) {
+    const std::shared_ptr<QENPerformanceMetric> candidate = std::move(stack.back());
+    stack.pop_back();
+    if (!candidate->isStarted() || !candidate->isFinished()) {
+      continue;  // and so is its whole subtree
+    }
+    auto span = std::make_shared<QENThrift::Span>();
+    span->setTrace_id(traceId);
+    const auto parent = candidate->parentMetric();
+    span->setParent_id(parent ? parent->spanId() : 0);
+    candidate->setParametersForTopLevel(false, *span, appContext);
+    spans.push_back(std::move(span));
+    const QENPerformanceMetric::MetricList children = candidate->childMetrics();
+    stack.insert(stack.end(), children.begin(), children.end());
+  }
 }
 
 }  // namespace
@@ -85,7 +86,9 @@ void QENPerformanceMetric::setParametersForTopLevel(
   const double start = startTime();
   const double stop = stopTime();
   span.setTimestamp(QENMicrosecondsSince1970FromMonotonicTime(start));
-  span.setDuration(QENRoundToInt64((stop - start) * 1000000));
+  // Each time is scaled before the difference is taken: 10.0 s to 10.0000015 s gives 2 us, as
+  // the times read in microseconds say, where scaling the difference would give 1.
+  span.setDuration(QENRoundToInt64(stop * 1000000 - start * 1000000));
 
   // Client-send and client-receive take the span's microsecond times where a monotonic time is
   // expected, and so convert them a second time: that is the intended behaviour, and with the

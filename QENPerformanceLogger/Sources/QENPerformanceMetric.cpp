@@ -5,16 +5,18 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <mutex>
+#include <unordered_set>
 #include <utility>
 
 #include "QENAssert.h"
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
+#include "QENFoundation/QENCurrentExceptionDescription.h"
 #include "QENFoundation/QENGlobalQueue.h"
 #include "QENFoundation/QENIndentation.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENFoundation/QENRandom.h"
-#include "QENTreeWalk.h"
 
 namespace {
 
@@ -36,13 +38,16 @@ QENPerformanceMetric::RandomIdentifiers QENPerformanceMetric::drawIdentifiers() 
 
 namespace {
 
-struct InvalidationWalk {};
-struct ContextLoggingEventWalk {};
-struct PerformanceEventWalk {};
-struct DescriptionWalk {};
-
 constexpr const char* kClassPropertyLockLabel =
     "com.qen.performance_logger.metric.class_property_lock";
+
+// Serialises every change of a child list, so that the test for a cycle and the append that
+// follows it see one tree: two threads adding each metric under the other cannot both pass.
+// Held only by addChildMetric, which takes one metric lock (the parent's) under it.
+std::mutex& treeStructureMutex() {
+  static auto* const mutex = new std::mutex();
+  return *mutex;
+}
 
 }  // namespace
 
@@ -62,6 +67,9 @@ QENPerformanceMetric::QENPerformanceMetric(ConstructionKey, std::string name, do
 QENPerformanceMetric::~QENPerformanceMetric() {
   if (shouldObserveMetricWillStart()) {
     stopObservingMetricWillStartNotificationsIfNeeded();
+  }
+  if (observesAppLifecycle_.load(std::memory_order_relaxed)) {
+    removeAppLifecycleNotificationObservation();
   }
 }
 
@@ -85,6 +93,9 @@ void QENPerformanceMetric::startMetricWithTime(double startTime) {
   QENParameterAssert(std::fabs(startTime - QENMonotonicTimeGetCurrent()) < kMaximumDistanceFromNow,
                      "ABS(startTime - QENMonotonicTimeGetCurrent()) < 3600",
                      "-[QENPerformanceMetric startMetricWithTime:]");
+  if (std::isnan(startTime)) {
+    return;  // reported above; a start that compares with nothing would never let it finish
+  }
   if (shouldPostMetricWillStart()) {
     postMetricWillStart();
   }
@@ -160,9 +171,9 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
 
 void QENPerformanceMetric::invalidateChildren(const MetricList& children,
                                               QENPerformanceMetricStopReason reason) {
-  QENTreeWalk<InvalidationWalk>::visitChildren(
-      this, children,
-      [reason](QENPerformanceMetric& child) { child.invalidateWithReason(reason); });
+  for (const auto& child : children) {
+    child->invalidateWithReason(reason);
+  }
 }
 
 void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason reason,
@@ -181,6 +192,11 @@ void QENPerformanceMetric::invalidateWithReasonAndQENLogEventType(
 }
 
 void QENPerformanceMetric::addCompletionBlock(CompletionBlock block) {
+  if (!block) {
+    QENAssertionFailure("-[QENPerformanceMetric addCompletionBlock:]",
+                        "The following expression must not evaluate to nil: %s", "block");
+    return;
+  }
   std::shared_ptr<const CompletionBlockList> replaced;
   bool valid = false;
   {
@@ -201,11 +217,25 @@ void QENPerformanceMetric::dispatchCompletionBlocks(
     std::shared_ptr<const CompletionBlockList> blocks, bool valid) {
   QENGlobalQueue::dispatchAsync([blocks = std::move(blocks), valid] {
     for (const CompletionBlock& block : *blocks) {
-      if (block) {
-        block(valid);
-      }
+      runCompletionBlock(block, valid);
     }
   });
+}
+
+// A callback that throws is the host's fault, but it runs where the host cannot catch it: it is
+// reported, and the callbacks after it still run.
+void QENPerformanceMetric::runCompletionBlock(const CompletionBlock& block, bool valid) {
+#if defined(__cpp_exceptions)
+  try {
+    block(valid);
+  } catch (...) {
+    QENAssertionFailure("-[QENPerformanceMetric addCompletionBlock:]",
+                        "A completion callback threw: %s",
+                        QENCurrentExceptionDescription().c_str());
+  }
+#else
+  block(valid);
+#endif
 }
 
 // MARK: - Queries
@@ -278,11 +308,38 @@ void QENPerformanceMetric::addChildMetric(std::shared_ptr<QENPerformanceMetric> 
                         "Metric should not be nil unless disabled");
     return;
   }
+  const std::lock_guard structureGuard(treeStructureMutex());
+  if (isSelfOrDescendantOf(*child)) {
+    QENAssertionFailure("-[QENPerformanceMetric addChildMetric:]",
+                        "A metric cannot become a child of itself or of one of its descendants");
+    return;
+  }
   const std::lock_guard guard(propertyLock_);
   QENAssert(child->parentMetric_.load().expired(), "-[QENPerformanceMetric addChildMetric:]",
             "Child metric should not already have a parent.");
   child->setParentMetric(weak_from_this());
   childMetrics_.push_back(std::move(child));
+}
+
+// Child lists change only under the tree-structure mutex, which the caller holds, so they are
+// read here without each metric's lock. The walk keeps its own stack: a deep tree cannot
+// exhaust the thread's.
+bool QENPerformanceMetric::isSelfOrDescendantOf(const QENPerformanceMetric& start) const {
+  std::vector<const QENPerformanceMetric*> stack{&start};
+  std::unordered_set<const QENPerformanceMetric*> seen;
+  while (!stack.empty()) {
+    const QENPerformanceMetric* metric = stack.back();
+    stack.pop_back();
+    if (metric == this) {
+      return true;
+    }
+    for (const auto& child : metric->childMetrics_) {
+      if (seen.insert(child.get()).second) {
+        stack.push_back(child.get());
+      }
+    }
+  }
+  return false;
 }
 
 QENPerformanceMetric::MetricList QENPerformanceMetric::childMetrics() const {
@@ -404,9 +461,9 @@ void QENPerformanceMetric::processContextLoggingEvent(const EventPointer& event)
     invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
     return;
   }
-  QENTreeWalk<ContextLoggingEventWalk>::visitChildren(
-      this, childMetrics(),
-      [&event](QENPerformanceMetric& child) { child.processContextLoggingEvent(event); });
+  for (const auto& child : childMetrics()) {
+    child->processContextLoggingEvent(event);
+  }
 }
 
 void QENPerformanceMetric::processPerformanceEventType(std::uint64_t performanceEventType,
@@ -417,10 +474,9 @@ void QENPerformanceMetric::processPerformanceEventType(std::uint64_t performance
     stopMetricWithTime(time);
     return;
   }
-  QENTreeWalk<PerformanceEventWalk>::visitChildren(
-      this, childMetrics(), [performanceEventType, time](QENPerformanceMetric& child) {
-        child.processPerformanceEventType(performanceEventType, time);
-      });
+  for (const auto& child : childMetrics()) {
+    child->processPerformanceEventType(performanceEventType, time);
+  }
 }
 
 // MARK: - Process-wide settings and factories
@@ -474,23 +530,6 @@ void QENPerformanceMetric::setUwtMetricNames(const std::optional<MetricNameSet>&
       names ? std::make_shared<const MetricNameSet>(*names) : nullptr;
   const std::lock_guard guard(classPropertyLock());
   classSettings().uwtMetricNames.swap(copy);
-}
-
-std::shared_ptr<QENPerformanceMetric> QENPerformanceMetric::createWithName(
-    std::string name, const std::function<void()>& work) {
-  auto metric = initLeafMetricWithName(std::move(name));
-  metric->startMetricWithTime(QENMonotonicTimeGetCurrent());
-  if (work) {
-    work();
-  }
-  metric->stopMetricWithTime(QENMonotonicTimeGetCurrent());
-  return metric;
-}
-
-std::shared_ptr<QENPerformanceMetric> QENPerformanceMetric::createWithName(std::string name,
-                                                                           double startTime,
-                                                                           double stopTime) {
-  return initLeafMetricWithName(std::move(name), startTime, stopTime);
 }
 
 // MARK: - Hooks
@@ -549,10 +588,9 @@ std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
                 static_cast<int>(reasonName.size()), reasonName.data(), stop - start, start, stop,
                 eventText.c_str());
   std::string description = QENFoundation::prependIndentationLevel(line, indentationAmount);
-  QENTreeWalk<DescriptionWalk>::visitChildren(
-      this, childMetrics(), [&](const QENPerformanceMetric& child) {
-        description += child._debugDescriptionWithIndentationAmount(indentationAmount + 1);
-      });
+  for (const auto& child : childMetrics()) {
+    description += child->_debugDescriptionWithIndentationAmount(indentationAmount + 1);
+  }
   return description;
 }
 

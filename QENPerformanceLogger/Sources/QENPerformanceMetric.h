@@ -93,7 +93,8 @@ class QENPerformanceMetric : public QENObject,
   QENPerformanceMetric& operator=(const QENPerformanceMetric&) = delete;
 
   // Lifecycle. The first start wins: a later start with another time is ignored. A stop before
-  // any start, and a second stop, change nothing.
+  // any start, and a second stop, change nothing. A start at NaN is reported and ignored; a stop
+  // at NaN is reported and clamped to the start.
   void startMetric();
   void stopMetric();
   void startMetricWithTime(double startTime);
@@ -111,7 +112,10 @@ class QENPerformanceMetric : public QENObject,
                                               std::int64_t invalidatingQenLogEventType);
 
   // Runs `block` once when the metric stops or is invalidated, on the global queue. On a metric
-  // that has already finished it runs at once, on the calling thread.
+  // that has already finished it runs at once, on the calling thread. An empty block is reported
+  // and ignored. A block that throws on the global queue is reported through the developer
+  // logger and the blocks after it still run; one that throws on the calling thread propagates
+  // to the caller.
   void addCompletionBlock(CompletionBlock block);
 
   // Queries, each under the lock.
@@ -132,7 +136,10 @@ class QENPerformanceMetric : public QENObject,
   QENLock& propertyLock() const { return propertyLock_; }
 
   // Tree. addChildMetric appends the child and makes this metric its parent; a child that
-  // already has a parent is reported, re-parented and appended anyway.
+  // already has a parent is reported, re-parented and appended anyway. A child that would close
+  // a cycle (this metric itself, or one this metric descends from) is reported and not added:
+  // the metrics of a tree can therefore always finish, be freed and be walked. Must not be
+  // called while holding a metric's lock.
   void addChildMetric(std::shared_ptr<QENPerformanceMetric> child);
   // A snapshot, in insertion order; empty when there are no children.
   MetricList childMetrics() const;
@@ -215,13 +222,6 @@ class QENPerformanceMetric : public QENObject,
   // Null until set; the setter stores a copy, replaced as a whole.
   static std::shared_ptr<const MetricNameSet> uwtMetricNames();
   static void setUwtMetricNames(const std::optional<MetricNameSet>& names);
-
-  // A finished leaf metric that measured `work`, run here and now.
-  static std::shared_ptr<QENPerformanceMetric> createWithName(std::string name,
-                                                              const std::function<void()>& work);
-  // A leaf metric with the given times, stored unchecked.
-  static std::shared_ptr<QENPerformanceMetric> createWithName(std::string name, double startTime,
-                                                              double stopTime);
 
   // Identity and sampling.
   const std::string& name() const noexcept { return name_; }
@@ -343,6 +343,9 @@ class QENPerformanceMetric : public QENObject,
   void postMetricWillStart();
   static void dispatchCompletionBlocks(std::shared_ptr<const CompletionBlockList> blocks,
                                        bool valid);
+  static void runCompletionBlock(const CompletionBlock& block, bool valid);
+  // Whether this metric is `start` or one of its descendants; under the tree-structure mutex.
+  bool isSelfOrDescendantOf(const QENPerformanceMetric& start) const;
   void invalidateChildren(const MetricList& children, QENPerformanceMetricStopReason reason);
 
   // Guarded by propertyLock_.
@@ -379,4 +382,5 @@ class QENPerformanceMetric : public QENObject,
   std::atomic<bool> shouldObserveMetricWillStart_;
   std::atomic<bool> shouldPostMetricWillStart_;
   std::atomic<bool> isObservingMetricWillStart_{false};
+  std::atomic<bool> observesAppLifecycle_{false};
 };

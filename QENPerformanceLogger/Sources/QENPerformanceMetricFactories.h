@@ -1,8 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "QENFoundation/QENMonotonicTime.h"
 
 // The construction paths of a metric class, as static factories that return the class itself.
 //
@@ -79,5 +83,23 @@ class QENPerformanceMetricFactories {
   static std::shared_ptr<Metric> initWithName(std::string name, std::int64_t spanId) {
     return Metric::template makeMetricWithIdentifiers<Metric>(std::move(name), std::nullopt,
                                                               spanId);
+  }
+
+  // A finished leaf metric that measured `work`, run here and now.
+  static std::shared_ptr<Metric> createWithName(std::string name,
+                                                const std::function<void()>& work) {
+    auto metric = initLeafMetricWithName(std::move(name));
+    metric->startMetricWithTime(QENMonotonicTimeGetCurrent());
+    if (work) {
+      work();
+    }
+    metric->stopMetricWithTime(QENMonotonicTimeGetCurrent());
+    return metric;
+  }
+
+  // A leaf metric with the given times, stored unchecked.
+  static std::shared_ptr<Metric> createWithName(std::string name, double startTime,
+                                                double stopTime) {
+    return initLeafMetricWithName(std::move(name), startTime, stopTime);
   }
 };

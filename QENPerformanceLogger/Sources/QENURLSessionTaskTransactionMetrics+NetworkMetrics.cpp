@@ -23,17 +23,6 @@ std::int64_t offsetInMilliseconds(const Record& record, PhaseDate phase) {
   return QENNetworkMetrics::toMilliseconds(seconds);
 }
 
-// Differences of offsets wrap rather than overflow: offsets come from the host's dates.
-std::int64_t wrappingDifference(std::int64_t left, std::int64_t right) {
-  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) -
-                                   static_cast<std::uint64_t>(right));
-}
-
-std::int64_t wrappingSum(std::int64_t left, std::int64_t right) {
-  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) +
-                                   static_cast<std::uint64_t>(right));
-}
-
 }  // namespace
 
 QENNetworkMetrics::AnnotationList QENNetworkMetrics::cdnAnnotations(
@@ -122,15 +111,15 @@ QENNetworkMetrics::Milliseconds QENNetworkMetrics::getCalculatedConnectionMetric
     const Record& record) {
   // tcp_time ends at the TLS start, because the platform's connect end includes the handshake.
   const std::int64_t dnsTime =
-      wrappingDifference(dnsEndInMilliseconds(record), dnsStartInMilliseconds(record));
+      QENWrappingDifference(dnsEndInMilliseconds(record), dnsStartInMilliseconds(record));
   const std::int64_t tcpTime =
-      wrappingDifference(tlsStartInMilliseconds(record), tcpStartInMilliseconds(record));
+      QENWrappingDifference(tlsStartInMilliseconds(record), tcpStartInMilliseconds(record));
   const std::int64_t tlsTime =
-      wrappingDifference(tcpEndInMilliseconds(record), tlsStartInMilliseconds(record));
+      QENWrappingDifference(tcpEndInMilliseconds(record), tlsStartInMilliseconds(record));
   const std::int64_t ttfb =
-      wrappingDifference(respStartInMilliseconds(record), reqStartInMilliseconds(record));
+      QENWrappingDifference(respStartInMilliseconds(record), reqStartInMilliseconds(record));
   const std::int64_t ttlb =
-      wrappingDifference(respEndInMilliseconds(record), respStartInMilliseconds(record));
+      QENWrappingDifference(respEndInMilliseconds(record), respStartInMilliseconds(record));
   return {
       {"dns_time", dnsTime},
       {"tcp_time", tcpTime},
@@ -138,9 +127,9 @@ QENNetworkMetrics::Milliseconds QENNetworkMetrics::getCalculatedConnectionMetric
       {"ttfb", ttfb},
       {"ttlb", ttlb},
       // Leaves the name lookup out on purpose.
-      {"latency", wrappingSum(wrappingSum(tlsTime, tcpTime), wrappingSum(ttfb, ttlb))},
+      {"latency", QENWrappingSum(QENWrappingSum(tlsTime, tcpTime), QENWrappingSum(ttfb, ttlb))},
       {"latency_sanity_check",
-       wrappingDifference(respEndInMilliseconds(record), tcpStartInMilliseconds(record))},
+       QENWrappingDifference(respEndInMilliseconds(record), tcpStartInMilliseconds(record))},
   };
 }
 
@@ -169,8 +158,8 @@ QENNetworkMetrics::AnnotationList QENNetworkMetrics::getAllConnectionMetrics(con
 }
 
 std::int64_t QENNetworkMetrics::bytesReceived(const Record& record) {
-  return wrappingSum(record.countOfResponseBodyBytesReceived,
-                     record.countOfResponseHeaderBytesReceived);
+  return QENWrappingSum(record.countOfResponseBodyBytesReceived,
+                        record.countOfResponseHeaderBytesReceived);
 }
 
 std::int32_t QENNetworkMetrics::kilobitsPerSec(const Record& record) {
@@ -199,7 +188,7 @@ std::int64_t QENNetworkMetrics::localAddressIPVersion(const Record& record) {
   return isLocalAddressIPV6(record) ? 6 : 4;
 }
 
-std::optional<std::string> QENNetworkMetrics::absoluteEndpointId(const Record& record) {
+std::string QENNetworkMetrics::absoluteEndpointId(const Record& record) {
   if (record.request == nullptr || record.request->URL() == nullptr) {
     return std::string();
   }

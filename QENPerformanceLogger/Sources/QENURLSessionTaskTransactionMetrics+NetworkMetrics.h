@@ -80,7 +80,7 @@ class QENNetworkMetrics {
   static bool isLocalAddressIPV6(const Record& record);
   // 6 for a local address with a colon, else 4 (an absent address too).
   static std::int64_t localAddressIPVersion(const Record& record);
-  // The request URL without its query; "" without a request URL; absent if it cannot be
-  // written back.
-  static std::optional<std::string> absoluteEndpointId(const Record& record);
+  // The request URL's text without its query; "" without a request URL. Every other part stays
+  // exactly as the host gave it.
+  static std::string absoluteEndpointId(const Record& record);
 };

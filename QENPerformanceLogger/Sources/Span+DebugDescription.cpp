@@ -66,6 +66,9 @@ std::string SpanDebugDescription::debugDescription(const Span& span) {
   if (!span.binary_annotations().empty()) {
     std::string joined;
     for (const auto& annotation : span.binary_annotations()) {
+      if (annotation == nullptr) {
+        continue;  // as the encoders skip it
+      }
       if (!joined.empty()) {
         joined += ' ';
       }
