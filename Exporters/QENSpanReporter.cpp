@@ -4,12 +4,20 @@
 
 #include <algorithm>
 
+#include "QENAssert.h"
+#include "QENFoundation/QENFoundationDevLogger.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr const char* kConstructor = "QENSpanReporter::QENSpanReporter(QENSpanReporterOptions)";
+// How long a transfer waits on its sockets before it looks at the deadline again, should no
+// wake-up reach it: a bound, not a poll interval (shutdown wakes it at once).
+constexpr milliseconds kLongestPoll{1000};
 
 void initialiseCurlOnce() {
   static const bool initialised = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
@@ -20,10 +28,9 @@ std::size_t discardResponse(char*, std::size_t size, std::size_t count, void*) {
   return size * count;
 }
 
-// Ends a transfer once shutdown's time is up.
-int abortPastDeadline(void* reporterDeadline, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-  const auto* deadline = static_cast<const std::atomic<Clock::rep>*>(reporterDeadline);
-  return Clock::now().time_since_epoch().count() >= deadline->load() ? 1 : 0;
+void logReporterError(const std::string& message, int line) {
+  QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
+      message, true, 1, "QENSpanReporter", nullptr, line, __FILE__);
 }
 
 std::string encode(const QENSpanReporter::SpanList& spans, QENSpanReporterEncoding encoding) {
@@ -39,15 +46,48 @@ std::size_t encodedSize(const std::shared_ptr<QENThrift::Span>& span,
   return encode({span}, encoding).size();
 }
 
+// Replaces a setting below its floor by the floor, reporting it.
+template <class Value>
+void raiseToFloor(Value& value, Value floor, const char* conditionText) {
+  QENAssert(value >= floor, kConstructor, "Invalid parameter not satisfying: %s", conditionText);
+  value = std::max(value, floor);
+}
+
 }  // namespace
 
-QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options) : options_(std::move(options)) {
+struct QENSpanReporter::Transfers {
+  Transfers() : multi(curl_multi_init()) {}
+  ~Transfers() { curl_multi_cleanup(multi); }
+  Transfers(const Transfers&) = delete;
+  Transfers& operator=(const Transfers&) = delete;
+
+  CURLM* const multi;
+};
+
+QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options) {
+  raiseToFloor<std::size_t>(options.maximumQueuedSpans, 1, "maximumQueuedSpans >= 1");
+  raiseToFloor<std::size_t>(options.maximumBatchSpans, 1, "maximumBatchSpans >= 1");
+  raiseToFloor<std::size_t>(options.maximumBatchBytes, 1, "maximumBatchBytes >= 1");
+  raiseToFloor(options.flushInterval, milliseconds(0), "flushInterval >= 0");
+  raiseToFloor(options.maximumRetries, 0, "maximumRetries >= 0");
+  raiseToFloor(options.initialBackoff, milliseconds(0), "initialBackoff >= 0");
+  raiseToFloor(options.maximumBackoff, options.initialBackoff, "maximumBackoff >= initialBackoff");
+  raiseToFloor(options.requestTimeout, milliseconds(1), "requestTimeout >= 1 ms");
+  raiseToFloor(options.destructionShutdownLimit, milliseconds(0), "destructionShutdownLimit >= 0");
+  QENAssert(!options.collectorURL.empty(), kConstructor, "Invalid parameter not satisfying: %s",
+            "collectorURL is not empty");
+  return options;
+}
+
+QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
+    : options_(validated(std::move(options))) {
   initialiseCurlOnce();
+  transfers_ = std::make_unique<Transfers>();
   worker_ = std::thread([this] { run(); });
 }
 
 QENSpanReporter::~QENSpanReporter() {
-  shutdown();
+  shutdown(options_.destructionShutdownLimit);
 }
 
 void QENSpanReporter::report(const SpanList& spans) {
@@ -59,12 +99,12 @@ void QENSpanReporter::report(const SpanList& spans) {
       }
       ++counters_.accepted;
       if (stopping_) {
-        ++counters_.dropped;
+        ++counters_.droppedShutDown;
         continue;
       }
       if (queue_.size() >= options_.maximumQueuedSpans) {
         queue_.pop_front();  // the oldest make room
-        ++counters_.dropped;
+        ++counters_.droppedQueueFull;
       }
       queue_.push_back(span);
     }
@@ -72,20 +112,42 @@ void QENSpanReporter::report(const SpanList& spans) {
   changed_.notify_one();
 }
 
-bool QENSpanReporter::shutdown(std::chrono::milliseconds limit) {
+bool QENSpanReporter::shutdown(milliseconds limit) {
   {
     const std::lock_guard guard(mutex_);
-    if (!stopping_) {
-      stopping_ = true;
-      deadline_.store((Clock::now() + limit).time_since_epoch().count());
-    }
+    const Clock::rep deadline =
+        (Clock::now() + std::max(limit, milliseconds(0))).time_since_epoch().count();
+    stopping_ = true;
+    deadline_.store(std::min(deadline_.load(), deadline));
   }
   changed_.notify_all();
-  if (worker_.joinable()) {
-    worker_.join();
+  curl_multi_wakeup(transfers_->multi);
+  {
+    // Later callers wait here for the first one's join; the worker meets the earliest deadline.
+    const std::lock_guard joinGuard(joinMutex_);
+    if (worker_.joinable()) {
+      worker_.join();
+    }
   }
+  std::call_once(stopReported_, [this] { reportStop(); });
   const std::lock_guard guard(mutex_);
-  return counters_.sent == counters_.accepted;
+  return counters_.delivered == counters_.accepted;
+}
+
+void QENSpanReporter::reportStop() {
+  const QENSpanReporterCounters counters = this->counters();
+  if (counters.dropped() > 0) {
+    logReporterError("QENSpanReporter stopped with " + std::to_string(counters.dropped()) + " of " +
+                         std::to_string(counters.accepted) + " spans undelivered (queue full " +
+                         std::to_string(counters.droppedQueueFull) + ", client error " +
+                         std::to_string(counters.droppedClientError) + ", gave up " +
+                         std::to_string(counters.droppedGaveUp) + ", shut down " +
+                         std::to_string(counters.droppedShutDown) + ")",
+                     __LINE__);
+  }
+  if (options_.didStop) {
+    options_.didStop(counters);
+  }
 }
 
 QENSpanReporterCounters QENSpanReporter::counters() const {
@@ -100,20 +162,26 @@ bool QENSpanReporter::pastDeadline() const {
 void QENSpanReporter::run() {
   std::unique_lock lock(mutex_);
   for (;;) {
-    changed_.wait_for(lock, options_.flushInterval,
-                      [&] { return stopping_ || queue_.size() >= options_.maximumBatchSpans; });
+    waitForWork(lock);
     if (stopping_ && (queue_.empty() || pastDeadline())) {
-      counters_.dropped += queue_.size();  // out of time
+      counters_.droppedShutDown += queue_.size();  // out of time
       queue_.clear();
       return;
-    }
-    if (queue_.empty()) {
-      continue;
     }
     const SpanList batch = takeBatch(lock);
     lock.unlock();
     deliver(batch);
     lock.lock();
+  }
+}
+
+// Returns once there is a batch to send or the reporter stops. An empty queue is waited on with
+// no timer at all, so an idle reporter costs nothing whatever its flush interval.
+void QENSpanReporter::waitForWork(std::unique_lock<std::mutex>& lock) {
+  changed_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+  if (!stopping_ && queue_.size() < options_.maximumBatchSpans) {
+    changed_.wait_for(lock, options_.flushInterval,
+                      [&] { return stopping_ || queue_.size() >= options_.maximumBatchSpans; });
   }
 }
 
@@ -133,18 +201,31 @@ QENSpanReporter::SpanList QENSpanReporter::takeBatch(std::unique_lock<std::mutex
 
 void QENSpanReporter::deliver(const SpanList& batch) {
   const std::string body = encode(batch, options_.encoding);
-  std::chrono::milliseconds backoff = options_.initialBackoff;
+  milliseconds backoff = options_.initialBackoff;
   for (int attempt = 0;; ++attempt) {
     const Outcome outcome = post(body);
     std::unique_lock lock(mutex_);
-    if (outcome == Outcome::kSent) {
-      counters_.sent += batch.size();
-      return;
+    std::uint64_t* droppedFor = nullptr;
+    switch (outcome) {
+      case Outcome::kDelivered:
+        counters_.delivered += batch.size();
+        return;
+      case Outcome::kRefused:
+        droppedFor = &counters_.droppedClientError;
+        break;
+      case Outcome::kCutOff:
+        droppedFor = &counters_.droppedShutDown;
+        break;
+      case Outcome::kRetry:
+        if (attempt >= options_.maximumRetries) {
+          droppedFor = &counters_.droppedGaveUp;
+        } else if (!waitForRetry(lock, backoff)) {
+          droppedFor = &counters_.droppedShutDown;
+        }
+        break;
     }
-    const bool retry = outcome == Outcome::kRetry && attempt < options_.maximumRetries &&
-                       waitForRetry(lock, backoff);
-    if (!retry) {
-      counters_.dropped += batch.size();
+    if (droppedFor != nullptr) {
+      *droppedFor += batch.size();
       return;
     }
     counters_.retried += batch.size();
@@ -152,8 +233,7 @@ void QENSpanReporter::deliver(const SpanList& batch) {
   }
 }
 
-bool QENSpanReporter::waitForRetry(std::unique_lock<std::mutex>& lock,
-                                   std::chrono::milliseconds backoff) {
+bool QENSpanReporter::waitForRetry(std::unique_lock<std::mutex>& lock, milliseconds backoff) {
   const auto until = Clock::now() + backoff;
   while (!pastDeadline() && Clock::now() < until) {
     const auto deadline = Clock::time_point(Clock::duration(deadline_.load()));
@@ -179,19 +259,50 @@ QENSpanReporter::Outcome QENSpanReporter::post(const std::string& body) {
   curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(options_.requestTimeout.count()));
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, discardResponse);
-  curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, abortPastDeadline);
-  curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &deadline_);
-  const CURLcode result = curl_easy_perform(curl);
+
+  CURLM* multi = transfers_->multi;
+  curl_multi_add_handle(multi, curl);
+  int running = 1;
+  bool cutOff = false;
+  while (curl_multi_perform(multi, &running) == CURLM_OK && running > 0) {
+    if (pastDeadline()) {
+      cutOff = true;
+      break;
+    }
+    const auto untilDeadline = std::chrono::duration_cast<milliseconds>(
+        Clock::time_point(Clock::duration(deadline_.load())) - Clock::now());
+    const auto wait = std::clamp(untilDeadline, milliseconds(0), kLongestPoll);
+    curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()) + 1, nullptr);
+  }
+  CURLcode result = CURLE_FAILED_INIT;
+  int remaining = 0;
+  while (const CURLMsg* message = curl_multi_info_read(multi, &remaining)) {
+    if (message->msg == CURLMSG_DONE && message->easy_handle == curl) {
+      result = message->data.result;
+    }
+  }
   long status = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+  curl_multi_remove_handle(multi, curl);
   curl_slist_free_all(headers);
   curl_easy_cleanup(curl);
+
+  if (cutOff) {
+    return Outcome::kCutOff;
+  }
   if (result == CURLE_OK && status >= 200 && status < 300) {
-    return Outcome::kSent;
+    return Outcome::kDelivered;
+  }
+  if (result == CURLE_OK && status >= 300 && status < 400) {
+    logReporterError("The collector at " + options_.collectorURL + " answered " +
+                         std::to_string(status) +
+                         ": a collector URL that redirects is a configuration error; the batch "
+                         "is dropped",
+                     __LINE__);
+    return Outcome::kRefused;
   }
   if (result == CURLE_OK && status >= 400 && status < 500) {
-    return Outcome::kGiveUp;  // the collector will not take this batch, however often it is sent
+    return Outcome::kRefused;  // the collector will not take this batch, however often it is sent
   }
-  return Outcome::kRetry;  // no connection, no answer, or a server error
+  return Outcome::kRetry;  // no connection, no (whole) answer, or a server error
 }

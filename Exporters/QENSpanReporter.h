@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,40 +17,68 @@
 
 enum class QENSpanReporterEncoding { kZipkinV2JSON, kZipkinV1Thrift };
 
-struct QENSpanReporterOptions {
-  // Where batches are posted, e.g. "http://localhost:9411/api/v2/spans" (or /api/v1/spans for
-  // Thrift).
-  std::string collectorURL;
-  QENSpanReporterEncoding encoding = QENSpanReporterEncoding::kZipkinV2JSON;
-  // Past this many waiting spans the oldest are dropped.
-  std::size_t maximumQueuedSpans = 10000;
-  std::size_t maximumBatchSpans = 100;
-  // A batch stops growing once its spans' encoded size reaches this.
-  std::size_t maximumBatchBytes = 512 * 1024;
-  // How long spans may wait for a batch to fill.
-  std::chrono::milliseconds flushInterval{1000};
-  // Attempts after the first, for connection errors and 5xx answers; 4xx answers are final.
-  int maximumRetries = 4;
-  std::chrono::milliseconds initialBackoff{100};
-  std::chrono::milliseconds maximumBackoff{5000};
-  std::chrono::milliseconds requestTimeout{5000};
+// What happened to the spans handed to a reporter. Once it has stopped,
+// accepted == delivered + dropped(), and delivered is what the collector acknowledged.
+struct QENSpanReporterCounters {
+  std::uint64_t accepted = 0;   // handed to report
+  std::uint64_t delivered = 0;  // in a batch the collector answered with 2xx
+  std::uint64_t retried = 0;    // sent again after a failed attempt, per span and attempt
+  // Undelivered, by cause:
+  std::uint64_t droppedQueueFull = 0;    // pushed out of a full queue by newer spans
+  std::uint64_t droppedClientError = 0;  // refused with a 3xx or 4xx answer (final)
+  std::uint64_t droppedGaveUp = 0;       // connection errors or 5xx answers past the retries
+  std::uint64_t droppedShutDown = 0;     // queued, waiting to retry or in flight when the
+                                         // reporter's time ran out, or reported after it stopped
+
+  std::uint64_t dropped() const {
+    return droppedQueueFull + droppedClientError + droppedGaveUp + droppedShutDown;
+  }
 };
 
-// What happened to the spans handed to a reporter. Once it has shut down,
-// accepted == sent + dropped.
-struct QENSpanReporterCounters {
-  std::uint64_t accepted = 0;  // handed to report
-  std::uint64_t sent = 0;      // in a batch the collector accepted (2xx)
-  std::uint64_t retried = 0;   // sent again after a failed attempt, counted per span and attempt
-  std::uint64_t dropped = 0;   // pushed out of a full queue, refused (4xx), out of retries, or
-                               // still waiting when shutdown ran out of time
+// Every setting has a floor. A value below it is reported through the assertion facility and
+// the floor is used instead, so that no setting can make the reporter crash, hang or spin.
+struct QENSpanReporterOptions {
+  // Where batches are posted, e.g. "http://localhost:9411/api/v2/spans" (or /api/v1/spans for
+  // Thrift). A URL that redirects is a configuration error: its batches are refused.
+  std::string collectorURL;
+  QENSpanReporterEncoding encoding = QENSpanReporterEncoding::kZipkinV2JSON;
+  // Past this many waiting spans the oldest are dropped. At least 1.
+  std::size_t maximumQueuedSpans = 10000;
+  // At least 1.
+  std::size_t maximumBatchSpans = 100;
+  // A batch stops growing once its spans' encoded size reaches this. At least 1 (a batch always
+  // takes one span).
+  std::size_t maximumBatchBytes = 512 * 1024;
+  // How long queued spans may wait for a batch to fill. At least 0: 0 sends what is queued at
+  // once. An empty queue is waited on without any timer.
+  std::chrono::milliseconds flushInterval{1000};
+  // Attempts after the first, for connection errors and 5xx answers. At least 0.
+  int maximumRetries = 4;
+  // The first wait before a retry, doubled each time up to maximumBackoff. At least 0, and
+  // maximumBackoff at least initialBackoff.
+  std::chrono::milliseconds initialBackoff{100};
+  std::chrono::milliseconds maximumBackoff{5000};
+  // One attempt's limit. At least 1 ms.
+  std::chrono::milliseconds requestTimeout{5000};
+  // The limit the destructor gives shutdown. At least 0.
+  std::chrono::milliseconds destructionShutdownLimit{5000};
+  // Called once, when the reporter has stopped, with its final counters; it runs on the thread
+  // that stopped it. Whatever it does, undelivered spans are also logged through the developer
+  // logger.
+  std::function<void(const QENSpanReporterCounters&)> didStop;
 };
 
 // Delivers spans to a Zipkin-compatible collector by HTTP POST (libcurl) from a thread of its
-// own. report never blocks on the network: it queues and returns. Batches are cut by count and
+// own. report never waits on the network: it queues and returns. Batches are cut by count and
 // encoded size and sent in the chosen encoding; connection errors and 5xx answers are retried
-// with exponential back-off (bounded), 4xx answers are final. shutdown (or destruction) sends
-// what is queued within a time limit and then stops, abandoning what is left.
+// with exponential back-off (bounded); 3xx and 4xx answers are final.
+//
+// shutdown sends what is queued within a time limit, cuts a transfer still running when the
+// limit is reached, and stops. It may be called any number of times, from any threads at once:
+// every call returns within the shortest limit given so far plus a few milliseconds (the time to
+// finish encoding a batch and to abandon a transfer). The destructor calls it with
+// destructionShutdownLimit. No span is lost silently: each one that is not delivered is counted
+// by cause, logged, and reported to didStop.
 class QENSpanReporter {
  public:
   using SpanList = std::vector<std::shared_ptr<QENThrift::Span>>;
@@ -60,22 +89,27 @@ class QENSpanReporter {
   QENSpanReporter& operator=(const QENSpanReporter&) = delete;
 
   void report(const SpanList& spans);
-  // Sends what is queued, for at most `limit`; returns whether everything accepted was sent.
+  // Sends what is queued, for at most `limit`; returns whether everything accepted was delivered.
   bool shutdown(std::chrono::milliseconds limit = std::chrono::seconds(5));
   QENSpanReporterCounters counters() const;
 
  private:
-  enum class Outcome { kSent, kRetry, kGiveUp };
+  enum class Outcome { kDelivered, kRetry, kRefused, kCutOff };
+  struct Transfers;  // libcurl's multi handle, which lets shutdown cut a transfer at once
 
+  static QENSpanReporterOptions validated(QENSpanReporterOptions options);
   void run();
+  void waitForWork(std::unique_lock<std::mutex>& lock);
   SpanList takeBatch(std::unique_lock<std::mutex>& lock);
   void deliver(const SpanList& batch);
   Outcome post(const std::string& body);
   bool pastDeadline() const;
   // Waits `backoff`, cut short by shutdown's deadline; false once that has passed.
   bool waitForRetry(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds backoff);
+  void reportStop();
 
   const QENSpanReporterOptions options_;
+  std::unique_ptr<Transfers> transfers_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::shared_ptr<QENThrift::Span>> queue_;
@@ -84,5 +118,7 @@ class QENSpanReporter {
   // When shutdown's time is up, in steady-clock ticks; the largest value until shutdown.
   std::atomic<std::chrono::steady_clock::rep> deadline_{
       std::chrono::steady_clock::duration::max().count()};
+  std::mutex joinMutex_;
+  std::once_flag stopReported_;
   std::thread worker_;
 };

@@ -227,10 +227,10 @@ int main(int argc, char** argv) {
     const bool delivered = reporter.shutdown(std::chrono::seconds(10));
     const QENSpanReporterCounters counters = reporter.counters();
     std::printf("\nsent to %s: %llu of %llu spans (%llu retried, %llu dropped)\n",
-                collector.c_str(), static_cast<unsigned long long>(counters.sent),
+                collector.c_str(), static_cast<unsigned long long>(counters.delivered),
                 static_cast<unsigned long long>(counters.accepted),
                 static_cast<unsigned long long>(counters.retried),
-                static_cast<unsigned long long>(counters.dropped));
+                static_cast<unsigned long long>(counters.dropped()));
     return delivered ? 0 : 1;
   }
   return 0;

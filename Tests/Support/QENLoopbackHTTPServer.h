@@ -7,74 +7,140 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-// A one-connection-at-a-time HTTP server on 127.0.0.1 for reporter tests. Each request is
-// answered as `behaviour` says for its index: a status code, a dropped connection, or a status
-// after a delay. Bodies are recorded with the status they were answered with.
+// A one-connection-at-a-time HTTP collector on 127.0.0.1 for reporter tests. Each request is
+// answered as `behaviour` says for its index, with a status or a fault. Every request is recorded
+// before it is answered, so a test that has seen the reporter finish sees every request.
 class QENLoopbackHTTPServer {
  public:
+  enum class Fault {
+    kNone,          // answers with the status
+    kReset,         // resets the connection without answering
+    kStall,         // never answers; waits until the client gives up
+    kTrickle,       // answers with the status one byte at a time
+    kCloseMidBody,  // announces a body, sends part of it and closes
+  };
   struct Answer {
-    int status = 200;                    // 0: close the connection without answering
-    std::chrono::milliseconds delay{0};  // before answering
+    int status = 200;
+    Fault fault = Fault::kNone;
   };
   struct Request {
     std::string body;
-    int status;
+    Answer answer;
+    // Whether the client was told its batch was taken.
+    bool acknowledged() const {
+      const bool whole = answer.fault == Fault::kNone || answer.fault == Fault::kTrickle;
+      return whole && answer.status >= 200 && answer.status < 300;
+    }
   };
 
   explicit QENLoopbackHTTPServer(std::function<Answer(int requestIndex)> behaviour)
       : behaviour_(std::move(behaviour)) {
     listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length);
+    port_ = bindToAnyLoopbackPort(listener_);
     ::listen(listener_, 16);
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
     thread_ = std::thread([this] { serve(); });
   }
 
   ~QENLoopbackHTTPServer() {
     stopping_ = true;
     ::shutdown(listener_, SHUT_RDWR);
-    ::close(listener_);
+    ::shutdown(connection_.load(), SHUT_RDWR);  // ends a stall
     thread_.join();
+    ::close(listener_);
   }
 
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/api/v2/spans"; }
+
+  // A URL on which nobody listens: every connection is refused.
+  static std::string refusingURL() {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int port = bindToAnyLoopbackPort(socket);
+    ::close(socket);
+    return "http://127.0.0.1:" + std::to_string(port) + "/api/v2/spans";
+  }
 
   std::vector<Request> requests() const {
     const std::lock_guard guard(mutex_);
     return requests_;
   }
 
+  // Returns once `count` requests have been recorded.
+  void waitForRequests(std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    recorded_.wait(lock, [&] { return requests_.size() >= count; });
+  }
+
  private:
+  static int bindToAnyLoopbackPort(int socket) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ::bind(socket, reinterpret_cast<sockaddr*>(&address), length);
+    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
+    return ntohs(address.sin_port);
+  }
+
   void serve() {
     for (int index = 0; !stopping_; ++index) {
       const int connection = ::accept(listener_, nullptr, nullptr);
       if (connection < 0) {
         return;
       }
+      connection_ = connection;
       const std::string body = readBody(connection);
       const Answer answer = behaviour_(index);
-      std::this_thread::sleep_for(answer.delay);  // the injected slowness itself
-      if (answer.status != 0) {
-        const std::string response = "HTTP/1.1 " + std::to_string(answer.status) +
-                                     " X\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
-        [[maybe_unused]] const auto sent =
-            ::send(connection, response.data(), response.size(), MSG_NOSIGNAL);
+      {
+        const std::lock_guard guard(mutex_);
+        requests_.push_back({body, answer});
       }
+      recorded_.notify_all();
+      this->answer(connection, answer);
+      connection_ = -1;
       ::close(connection);
-      const std::lock_guard guard(mutex_);
-      requests_.push_back({body, answer.status});
     }
+  }
+
+  void answer(int connection, const Answer& answer) const {
+    const std::string response = "HTTP/1.1 " + std::to_string(answer.status) +
+                                 " X\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+    switch (answer.fault) {
+      case Fault::kNone:
+        send(connection, response);
+        break;
+      case Fault::kReset: {
+        const linger abortive{1, 0};
+        ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
+        break;
+      }
+      case Fault::kStall: {
+        char ignored[256];
+        while (!stopping_ && ::recv(connection, ignored, sizeof ignored, 0) > 0) {
+        }
+        break;
+      }
+      case Fault::kTrickle:
+        for (const char byte : response) {
+          send(connection, std::string(1, byte));
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the slowness itself
+        }
+        break;
+      case Fault::kCloseMidBody:
+        send(connection, "HTTP/1.1 " + std::to_string(answer.status) +
+                             " X\r\nContent-Length: 64\r\nConnection: close\r\n\r\npartial");
+        break;
+    }
+  }
+
+  static void send(int connection, const std::string& data) {
+    [[maybe_unused]] const auto sent = ::send(connection, data.data(), data.size(), MSG_NOSIGNAL);
   }
 
   static std::string readBody(int connection) {
@@ -102,8 +168,10 @@ class QENLoopbackHTTPServer {
   std::function<Answer(int)> behaviour_;
   int listener_ = -1;
   int port_ = 0;
+  std::atomic<int> connection_{-1};
   std::atomic<bool> stopping_{false};
   mutable std::mutex mutex_;
+  mutable std::condition_variable recorded_;
   std::vector<Request> requests_;
   std::thread thread_;
 };
