@@ -156,6 +156,7 @@ class TracedRequestMetric : public QENPerformanceMetric,
  public:
   using QENPerformanceMetricFactories<TracedRequestMetric>::initWithName;
   using QENPerformanceMetric::QENPerformanceMetric;
+  const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const override { return this; }
   std::shared_ptr<const QENURL> urlHeaderSentTo() const override {
     return QENURL::URLWithString("https://api.example.com/feed");
   }

@@ -32,6 +32,7 @@ class QENHTTPURLResponse : public QENURLResponse {
         statusCode_(statusCode),
         allHeaderFields_(std::move(allHeaderFields)) {}
 
+  const QENHTTPURLResponse* asHTTPURLResponse() const override { return this; }
   std::int64_t statusCode() const noexcept { return statusCode_; }
   const HeaderFields& allHeaderFields() const noexcept { return allHeaderFields_; }
   std::optional<std::string> valueForHTTPHeaderField(std::string_view name) const {

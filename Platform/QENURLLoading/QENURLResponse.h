@@ -2,8 +2,10 @@
 
 #include <cstdint>
 
-// A response of the URL-loading system. Polymorphic so that an HTTP response
-// (QENHTTPURLResponse) can be told apart with dynamic_cast.
+class QENHTTPURLResponse;
+
+// A response of the URL-loading system; an HTTP response (QENHTTPURLResponse) tells itself apart
+// through asHTTPURLResponse, without run-time type information.
 class QENURLResponse {
  public:
   static constexpr std::int64_t kUnknownContentLength = -1;
@@ -14,6 +16,8 @@ class QENURLResponse {
 
   // The announced length of the body, or -1 when unknown.
   std::int64_t expectedContentLength() const noexcept { return expectedContentLength_; }
+  // This response as an HTTP response, or null.
+  virtual const QENHTTPURLResponse* asHTTPURLResponse() const { return nullptr; }
 
  private:
   std::int64_t expectedContentLength_;

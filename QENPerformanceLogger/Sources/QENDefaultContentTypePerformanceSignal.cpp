@@ -11,7 +11,7 @@ QENDefaultContentTypePerformanceSignal::QENDefaultContentTypePerformanceSignal(
 QENContentTypePerformanceSignal::Pointer
 QENDefaultContentTypePerformanceSignal::signalBySubstractingFromSignal(
     const Pointer& signal) const {
-  const auto* other = dynamic_cast<const QENDefaultContentTypePerformanceSignal*>(signal.get());
+  const auto* other = signal ? signal->asDefaultContentTypeSignal() : nullptr;
   if (other == nullptr) {
     return nullptr;
   }
@@ -28,7 +28,7 @@ QENDefaultContentTypePerformanceSignal::signalBySubstractingFromSignal(
 
 QENContentTypePerformanceSignal::Pointer
 QENDefaultContentTypePerformanceSignal::signalByMergingWithSignal(const Pointer& signal) const {
-  const auto* other = dynamic_cast<const QENDefaultContentTypePerformanceSignal*>(signal.get());
+  const auto* other = signal ? signal->asDefaultContentTypeSignal() : nullptr;
   Counts sum = counts_;
   if (other != nullptr) {
     for (std::size_t index = 0; index < kCountNumber; ++index) {

@@ -28,6 +28,9 @@ class QENDefaultContentTypePerformanceSignal : public QENContentTypePerformanceS
 
   Pointer signalBySubstractingFromSignal(const Pointer& signal) const override;
   Pointer signalByMergingWithSignal(const Pointer& signal) const override;
+  const QENDefaultContentTypePerformanceSignal* asDefaultContentTypeSignal() const override {
+    return this;
+  }
 
   std::uint64_t modelCount() const { return counts_[0]; }
   std::uint64_t videoStoryQenCount() const { return counts_[1]; }

@@ -121,7 +121,7 @@ void QENEndpointPerformanceMetric::handleMetrics(
 
 void QENEndpointPerformanceMetric::annotateTransaction(
     const QENURLSessionTaskTransactionMetrics& transaction) {
-  const auto* response = dynamic_cast<const QENHTTPURLResponse*>(transaction.response.get());
+  const auto* response = transaction.response ? transaction.response->asHTTPURLResponse() : nullptr;
   addBinaryAnnotation(
       Vocabulary::annotationWithKeyBoolean("conn_reused", transaction.isReusedConnection));
   for (std::size_t index = 0; index < kPhaseNames.size(); ++index) {

@@ -131,7 +131,7 @@ std::int64_t QENPerformanceMetric::generateAndStoreSpanIdForURL(
 }
 
 std::int64_t QENPerformanceMetric::overriddenSpanId() const {
-  const auto* sender = dynamic_cast<const QENPerformanceSendsTraceInHeader*>(this);
+  const auto* sender = asTraceHeaderSender();
   if (sender == nullptr) {
     return 0;
   }

@@ -73,6 +73,10 @@ QENPerformanceMetric::~QENPerformanceMetric() {
   }
 }
 
+const void* QENPerformanceMetric::objectAs(const QENObjectClassKey& key) const {
+  return &key == &kObjectClassKey ? this : QENObject::objectAs(key);
+}
+
 void QENPerformanceMetric::didFinishConstruction() {
   if (shouldObserveMetricWillStart()) {
     startObservingMetricWillStartNotificationsIfNeeded();
@@ -392,7 +396,7 @@ void QENPerformanceMetric::stopObservingMetricWillStartNotificationsIfNeeded() {
 }
 
 void QENPerformanceMetric::metricWillStartWithNotification(const QENNotification& notification) {
-  const auto metric = std::dynamic_pointer_cast<QENPerformanceMetric>(notification.object);
+  const auto metric = QENObjectCast<QENPerformanceMetric>(notification.object);
   if (metric == nullptr || metric.get() == this || metric->parentMetric() != nullptr ||
       isFinished()) {
     return;

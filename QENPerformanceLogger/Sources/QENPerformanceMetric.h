@@ -26,6 +26,8 @@
 #include "QENThrift/Span.h"
 #include "QENURLLoading/QENURL.h"
 
+class QENPerformanceSendsTraceInHeader;
+
 // Why a metric stopped. Any value may be stored; these are the defined ones.
 using QENPerformanceMetricStopReason = std::int64_t;
 inline constexpr QENPerformanceMetricStopReason QENPerformanceMetricStopReasonDefault = -1;
@@ -91,6 +93,13 @@ class QENPerformanceMetric : public QENObject,
   ~QENPerformanceMetric() override;
   QENPerformanceMetric(const QENPerformanceMetric&) = delete;
   QENPerformanceMetric& operator=(const QENPerformanceMetric&) = delete;
+
+  // Recognised as the object of a notification without run-time type information.
+  static constexpr QENObjectClassKey kObjectClassKey{};
+  const void* objectAs(const QENObjectClassKey& key) const override;
+  // A metric that adopts QENPerformanceSendsTraceInHeader returns itself here (the library's
+  // own do); export then reports the span id sent in its request's headers.
+  virtual const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const { return nullptr; }
 
   // Lifecycle. The first start wins: a later start with another time is ignored. A stop before
   // any start, and a second stop, change nothing. A start at NaN is reported and ignored; a stop
