@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cmath>
@@ -7,12 +6,17 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <random>
 
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
 #include "QENFoundation/QENDate.h"
 #include "QENFoundation/QENIndentation.h"
+#include "QENFoundation/QENJSONSerialization.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENHost/Linux/QENLinuxNetworkInterfaces.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENURLLoading/QENURL.h"
 
@@ -123,7 +127,7 @@ TEST(Reachability, LinuxProbeTellsWiFiFromWiredAndIgnoresLoopback) {
     }
   };
   const auto status = [&] {
-    return QENNetworkingReachabilityManager::linuxStatus(folder.string());
+    return QENLinuxNetworkInterfaces::reachabilityStatus(folder.string());
   };
   addInterface("lo", "unknown", false);
   EXPECT_EQ(status(), QENNetworkingReachabilityStatusUnknown);
@@ -134,6 +138,57 @@ TEST(Reachability, LinuxProbeTellsWiFiFromWiredAndIgnoresLoopback) {
   EXPECT_EQ(status(), QENNetworkingReachabilityStatusWiFi);
   fs::remove_all(folder);
   EXPECT_EQ(status(), QENNetworkingReachabilityStatusUnknown) << "no folder, no network";
+}
+
+}  // namespace
+
+namespace {
+
+// Random strings of every byte value, valid and invalid UTF-8 alike: the writer must agree with
+// nlohmann-json on every document it can write and refuse the ones nlohmann cannot.
+TEST(JSONSerialization, WritesWhatNlohmannWritesAndRefusesInvalidUTF8) {
+  std::mt19937 random(20261123);
+  const auto text = [&] {
+    const char* pieces[] = {"a",
+                            "\"",
+                            "\\",
+                            "\n",
+                            "\x01",
+                            "\x1f",
+                            "\x7f",
+                            "/",
+                            "\xC3\xA9",
+                            "\xE2\x82\xAC",
+                            "\xF0\x9F\x98\x80",
+                            "\xC3",
+                            "\xED\xA0\x80",
+                            "\xC0\xAF",
+                            "\xF4\x90\x80\x80",
+                            "\t"};
+    std::string made;
+    for (unsigned count = random() % 6; count > 0; --count) {
+      made += pieces[random() % std::size(pieces)];
+    }
+    return made;
+  };
+  int written = 0;
+  for (int round = 0; round < 2000; ++round) {
+    std::map<std::string, std::vector<std::string>> object;
+    for (unsigned keys = random() % 3; keys > 0; --keys) {
+      auto& list = object[text()];
+      for (unsigned entries = random() % 4; entries > 0; --entries) {
+        list.push_back(text());
+      }
+    }
+    std::optional<std::string> expected;
+    try {
+      expected = nlohmann::json(object).dump(4);
+    } catch (const nlohmann::json::exception&) {
+    }
+    EXPECT_EQ(QENJSONSerialization::prettyPrintedObject(object), expected);
+    written += expected.has_value();
+  }
+  EXPECT_GT(written, 500) << "the table must give valid documents too";
 }
 
 }  // namespace

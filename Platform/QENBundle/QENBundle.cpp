@@ -1,22 +1,14 @@
 #include "QENBundle.h"
 
-#include <unistd.h>
-
-#include <climits>
 #include <mutex>
 
 #include "QENFoundation/QENAtomicReference.h"
+#include "QENHost/QENHostSystem.h"
 
 namespace {
 
-std::string runningExecutablePath() {
-  char path[PATH_MAX];
-  const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path - 1);
-  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
-}
-
 std::shared_ptr<const QENBundle> runningExecutableBundle() {
-  std::string path = runningExecutablePath();
+  std::string path = QENHostSystem::runningExecutablePath();
   const std::string name = path.substr(path.rfind('/') + 1);
   return std::make_shared<const QENBundle>(
       std::move(path),

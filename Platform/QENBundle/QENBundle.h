@@ -8,8 +8,9 @@
 
 // The bundle that holds the running code: its executable and its information dictionary.
 //
-// On Linux the library is linked into the host's executable, so every class lives in the main
-// bundle, whose executable is the running program (/proc/self/exe). Its information starts with
+// The library is linked into the host's executable, so every class lives in the main bundle,
+// whose executable is the running program as the host system names it (on Linux from /proc; a
+// host without such a source sets it with setMainBundleExecutablePath). Its information starts with
 // "CFBundleName" (the executable's file name) and "CFBundleShortVersionString" ("unknown"); a
 // host sets its real version (and anything else it wants exported) at start-up, before the
 // first export.

@@ -1,17 +1,14 @@
 #include "QENChaCha20Generator.h"
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/random.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstring>
 #include <random>
 #include <span>
 
 #include "QENChaCha20.h"
+#include "QENHost/QENHostSystem.h"
 
 namespace QENFoundation {
 namespace {
@@ -29,42 +26,6 @@ std::uint64_t currentForkGeneration() noexcept {
 void watchForForks() noexcept {
   static const bool registered = pthread_atfork(nullptr, nullptr, noteFork) == 0;
   (void)registered;
-}
-
-bool readWithGetrandom(std::byte* destination, std::size_t size) noexcept {
-  while (size > 0) {
-    const ssize_t got = ::getrandom(destination, size, 0);
-    if (got < 0) {
-      if (errno == EINTR) {
-        continue;
-      }
-      return false;
-    }
-    destination += got;
-    size -= static_cast<std::size_t>(got);
-  }
-  return true;
-}
-
-bool readFromDevURandom(std::byte* destination, std::size_t size) noexcept {
-  const int descriptor = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return false;
-  }
-  while (size > 0) {
-    const ssize_t got = ::read(descriptor, destination, size);
-    if (got <= 0) {
-      if (got < 0 && errno == EINTR) {
-        continue;
-      }
-      ::close(descriptor);
-      return false;
-    }
-    destination += got;
-    size -= static_cast<std::size_t>(got);
-  }
-  ::close(descriptor);
-  return true;
 }
 
 void wipe(void* memory, std::size_t size) noexcept {
@@ -95,11 +56,6 @@ void copyAndWipe(std::byte* destination, std::byte* source, std::size_t size) no
 
 }  // namespace
 
-bool QENReadKernelRandomBytes(void* destination, std::size_t size) noexcept {
-  auto* bytes = static_cast<std::byte*>(destination);
-  return readWithGetrandom(bytes, size) || readFromDevURandom(bytes, size);
-}
-
 bool QENChaCha20Generator::needsSeed() const noexcept {
   return !seeded_ || bytesSinceSeed_ >= kReseedInterval ||
          forkGeneration_ != currentForkGeneration();
@@ -108,9 +64,9 @@ bool QENChaCha20Generator::needsSeed() const noexcept {
 void QENChaCha20Generator::seed() noexcept {
   watchForForks();
   std::uint32_t key[kKeySize / 4];
-  if (!QENReadKernelRandomBytes(key, sizeof key)) {
-    // Neither kernel interface answered (a sandbox without /dev and without getrandom). The
-    // standard library's device is the last source there is.
+  if (!QENHostSystem::readRandomBytes(key, sizeof key)) {
+    // The system's source did not answer (a sandbox without it). The standard library's device
+    // is the last source there is.
     std::random_device device;
     for (std::uint32_t& word : key) {
       word = device();

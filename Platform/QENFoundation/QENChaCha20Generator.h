@@ -46,8 +46,4 @@ class QENChaCha20Generator {
   bool seeded_ = false;
 };
 
-// Reads `size` bytes from the kernel's random source (getrandom, then /dev/urandom).
-// Returns false only if neither could be read.
-bool QENReadKernelRandomBytes(void* destination, std::size_t size) noexcept;
-
 }  // namespace QENFoundation

@@ -5,8 +5,10 @@
 
 // Cryptographically secure random numbers with the contract of the BSD functions of the same
 // names: they never fail, never block after the first seeding, and are safe to call from any
-// thread and after fork. Each thread draws from its own ChaCha20 generator
-// (QENChaCha20Generator), so a draw costs tens of nanoseconds instead of a system call.
+// thread and after fork. Where the C library has them natively (Apple platforms, Android's
+// bionic, the BSDs) they are those. On glibc hosts, whose arc4random is a system call per draw,
+// each thread draws from its own ChaCha20 generator (QENChaCha20Generator), seeded from the host
+// system, so a draw costs tens of nanoseconds.
 //
 // They live in this namespace so that they never collide with the C library's own functions of
 // the same names (glibc 2.36 has them, as a system call per draw).

@@ -1,18 +1,6 @@
 #include "QENNetworkingReachabilityManager.h"
 
-#include <filesystem>
-#include <fstream>
-#include <system_error>
-
-namespace {
-
-bool isUp(const std::filesystem::path& interface) {
-  std::ifstream operstate(interface / "operstate");
-  std::string state;
-  return std::getline(operstate, state) && state == "up";
-}
-
-}  // namespace
+#include "QENHost/QENHostSystem.h"
 
 QENNetworkingReachabilityManager& QENNetworkingReachabilityManager::prohibitedManager() {
   static auto* const manager = new QENNetworkingReachabilityManager();
@@ -26,7 +14,7 @@ std::int64_t QENNetworkingReachabilityManager::statusWithTimeout(double) const {
       return *status_;
     }
   }
-  return linuxStatus();
+  return QENHostSystem::networkReachabilityStatus();
 }
 
 std::int64_t QENNetworkingReachabilityManager::cellularType() const {
@@ -52,21 +40,4 @@ void QENNetworkingReachabilityManager::setCellularType(std::int64_t cellularType
 void QENNetworkingReachabilityManager::setCarrierNames(std::vector<std::string> carrierNames) {
   const std::lock_guard guard(mutex_);
   carrierNames_ = std::move(carrierNames);
-}
-
-std::int64_t QENNetworkingReachabilityManager::linuxStatus(
-    const std::string& networkInterfacesFolder) {
-  std::error_code error;
-  std::int64_t status = QENNetworkingReachabilityStatusUnknown;
-  for (const auto& entry : std::filesystem::directory_iterator(networkInterfacesFolder, error)) {
-    const std::filesystem::path& interface = entry.path();
-    if (interface.filename() == "lo" || !isUp(interface)) {
-      continue;
-    }
-    if (std::filesystem::exists(interface / "wireless", error)) {
-      return QENNetworkingReachabilityStatusWiFi;
-    }
-    status = QENNetworkingReachabilityStatusWired;
-  }
-  return status;
 }

@@ -19,9 +19,9 @@ inline constexpr std::int64_t QENNetworkingCellularTypeUnknown = 0;
 // What the device's network looks like now.
 //
 // The host feeds it: setStatus when its reachability observer learns of a change, and the
-// cellular type and carrier names when it knows them. Until the host sets a status, Linux
-// answers from /sys/class/net: an interface that is up and wireless means Wi-Fi, any other
-// non-loopback interface that is up means wired, none means unknown. Safe from any thread.
+// cellular type and carrier names when it knows them. Until the host sets a status, the host
+// system's backend answers (QENHostSystem): on Linux from its network interfaces, elsewhere
+// unknown. Safe from any thread.
 class QENNetworkingReachabilityManager {
  public:
   // The shared instance.
@@ -33,13 +33,10 @@ class QENNetworkingReachabilityManager {
   std::int64_t cellularType() const;
   std::vector<std::string> carrierNames() const;
 
-  // A value replaces the Linux probe until cleared with std::nullopt.
+  // A value replaces the system probe until cleared with std::nullopt.
   void setStatus(std::optional<std::int64_t> status);
   void setCellularType(std::int64_t cellularType);
   void setCarrierNames(std::vector<std::string> carrierNames);
-
-  // The status Linux reports from /sys/class/net (or the given folder, for tests).
-  static std::int64_t linuxStatus(const std::string& networkInterfacesFolder = "/sys/class/net");
 
  private:
   mutable std::mutex mutex_;

@@ -1,0 +1,46 @@
+// The Linux backend (Android included): the kernel's random source, /proc and /sys.
+#include "QENHost/QENHostSystem.h"
+
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+
+#include "QENHost/QENRandomDevice.h"
+#include "QENLinuxNetworkInterfaces.h"
+
+namespace {
+
+bool readWithGetrandom(std::byte* destination, std::size_t size) noexcept {
+  while (size > 0) {
+    const ssize_t got = ::getrandom(destination, size, 0);
+    if (got < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return false;  // ENOSYS before Linux 3.17 (and Android before API 28)
+    }
+    destination += got;
+    size -= static_cast<std::size_t>(got);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool QENHostSystem::readRandomBytes(void* destination, std::size_t size) noexcept {
+  auto* bytes = static_cast<std::byte*>(destination);
+  return readWithGetrandom(bytes, size) || QENReadRandomDevice(destination, size);
+}
+
+std::string QENHostSystem::runningExecutablePath() {
+  char path[PATH_MAX];
+  const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path - 1);
+  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
+}
+
+std::int64_t QENHostSystem::networkReachabilityStatus() {
+  return QENLinuxNetworkInterfaces::reachabilityStatus();
+}
