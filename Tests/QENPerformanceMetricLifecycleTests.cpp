@@ -240,7 +240,6 @@ TEST(MetricLifecycle, UploadFollowsTheWholePercentageDrawAndSkipsUnknownInvalida
 
 TEST(MetricLifecycle, PerformanceTestModeUploadsEverythingButUnknownInvalidations) {
   // The mode is read once per process, so the check runs in a fresh one.
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         QENCommandLineOptions::setPerformanceTestMode(true);

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Installs, from Debian's packages, everything the build, the tests and the benchmarks need.
-# Does nothing when everything is already there, so it is cheap to run before each build.
+# Installs, from Debian's packages, everything the build, the tests and the benchmarks need: the
+# build machine's toolchain, clang with libc++ (14 and 19), the ARM64 cross toolchain with qemu
+# and Debian's arm64 libraries. Does nothing when everything is already there, so it is cheap to
+# run before each build.
 set -euo pipefail
 
 packages=(
@@ -9,7 +11,20 @@ packages=(
   liburiparser-dev nlohmann-json3-dev libcurl4-openssl-dev
   python3 python3-thrift thrift-compiler python3-py-zipkin
   locales
+  clang-14 clang-19 libc++-19-dev libc++abi-19-dev
+  g++-aarch64-linux-gnu qemu-user
+  libcurl4-openssl-dev:arm64 liburiparser1:arm64 libstdc++6:arm64
 )
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+  sudo="sudo"
+fi
+
+# The ARM64 build takes its libraries from Debian's arm64 architecture.
+if ! dpkg --print-foreign-architectures | grep -qx arm64; then
+  $sudo dpkg --add-architecture arm64
+fi
 
 missing=()
 for package in "${packages[@]}"; do
@@ -18,15 +33,24 @@ for package in "${packages[@]}"; do
   fi
 done
 
-sudo=""
-if [ "$(id -u)" -ne 0 ]; then
-  sudo="sudo"
-fi
-
 if [ "${#missing[@]}" -gt 0 ]; then
   echo "Installing: ${missing[*]}"
   $sudo apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# libc++ 14 and libc++ 19 cannot be installed side by side (their packages conflict), so the
+# clang 14 build takes libc++ 14 from Debian's packages unpacked into a folder of its own.
+libcxx14=/opt/qen-libc++-14
+if [ ! -f "$libcxx14/usr/lib/llvm-14/include/c++/v1/vector" ]; then
+  downloads=$(mktemp -d)
+  chmod 777 "$downloads"  # apt's download user writes there
+  (cd "$downloads" && apt-get download -qq libc++1-14 libc++abi1-14 libunwind-14 libc++-14-dev \
+    libc++abi-14-dev libunwind-14-dev)
+  for package in "$downloads"/*.deb; do
+    $sudo dpkg-deb -x "$package" "$libcxx14"
+  done
+  rm -rf "$downloads"
 fi
 
 # A Latin-1 locale, for the test that span names are lower-cased the same under any locale.

@@ -111,9 +111,10 @@ def check_v2_json(spans, ours):
 
 
 def main():
-    writer, idl = sys.argv[1], sys.argv[2]
+    # The writer may be preceded by an emulator and its arguments (a cross build's tests).
+    *writer, idl = sys.argv[1:]
     with tempfile.TemporaryDirectory() as folder:
-        subprocess.run([writer, folder], check=True)
+        subprocess.run([*writer, folder], check=True)
         spans = decode_spans(folder, idl)
         with open(os.path.join(folder, "expected.json")) as expected:
             check_thrift_fields(spans, json.load(expected))

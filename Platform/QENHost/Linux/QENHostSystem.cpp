@@ -14,18 +14,24 @@
 namespace {
 
 bool readWithGetrandom(std::byte* destination, std::size_t size) noexcept {
+#if defined(__ANDROID__) && __ANDROID_API__ < 28
+  // Bionic declares getrandom from API 28 on; Android draws its ids from arc4random anyway.
+  (void)destination;
+  return size == 0;
+#else
   while (size > 0) {
     const ssize_t got = ::getrandom(destination, size, 0);
     if (got < 0) {
       if (errno == EINTR) {
         continue;
       }
-      return false;  // ENOSYS before Linux 3.17 (and Android before API 28)
+      return false;  // ENOSYS before Linux 3.17
     }
     destination += got;
     size -= static_cast<std::size_t>(got);
   }
   return true;
+#endif
 }
 
 }  // namespace

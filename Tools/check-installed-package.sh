@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs a configured build into a temporary prefix and proves the package usable from outside:
+# the consumer project in Examples/Consumer configures with find_package, builds with no path of
+# this source tree on its include path, and runs; and every installed header compiles on its own.
+# Usage: check-installed-package.sh BUILD_DIRECTORY
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=$1
+prefix=$(mktemp -d)
+trap 'rm -rf "$prefix"' EXIT
+
+cmake --install "$build" --prefix "$prefix/install" >/dev/null
+cmake -S Examples/Consumer -B "$prefix/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/install" \
+  -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
+cmake --build "$prefix/consumer" >/dev/null
+if grep -q -- "-I$PWD\|isystem $PWD" "$prefix/consumer/compile_commands.json"; then
+  echo "the consumer's include path reaches into the source tree" >&2
+  exit 1
+fi
+"$prefix/consumer/QENConsumer"
+
+headers=$(cd "$prefix/install/include/QENPerformanceLogger" && find . -name '*.h' | sed 's|^\./||')
+for header in $headers; do
+  case "$header" in QENAssert.h | QENNumericConversion.h | QENHost/*)
+    echo "internal header installed: $header" >&2
+    exit 1
+    ;;
+  esac
+done
+printf '%s\n' $headers | xargs -P 2 -I{} sh -c \
+  "printf '#include <{}>\n' | ${CXX:-c++} -std=c++20 -fsyntax-only -x c++ -I'$prefix/install/include/QENPerformanceLogger' -"
+echo "installed package: $(printf '%s\n' $headers | wc -l) headers compile alone; the consumer builds and runs"

@@ -1,0 +1,42 @@
+# `cmake --install` installs the platform layer, the library and (when built) the exporters as a
+# CMake package with namespaced targets, plus a pkg-config file:
+#   find_package(QENPerformanceLogger 0.1 REQUIRED)        # or REQUIRED COMPONENTS Exporters
+#   target_link_libraries(app PRIVATE QENPerformanceLogger::QENPerformanceLogger)
+# Public headers go to include/QENPerformanceLogger, which the targets put on the include path.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(QEN_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/QENPerformanceLogger)
+set(QEN_HEADER_DIR ${CMAKE_INSTALL_INCLUDEDIR}/QENPerformanceLogger)
+
+set_target_properties(QENPlatform PROPERTIES EXPORT_NAME Platform)
+install(TARGETS QENPlatform QENPerformanceLogger EXPORT QENPerformanceLoggerTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        FILE_SET HEADERS DESTINATION ${QEN_HEADER_DIR}
+        FILE_SET generated DESTINATION ${QEN_HEADER_DIR})
+install(EXPORT QENPerformanceLoggerTargets NAMESPACE QENPerformanceLogger::
+        DESTINATION ${QEN_PACKAGE_DIR})
+
+set(QEN_PACKAGE_HAS_EXPORTERS ${QEN_BUILD_EXPORTERS})
+if(QEN_BUILD_EXPORTERS)
+  set_target_properties(QENExporters PROPERTIES EXPORT_NAME Exporters)
+  install(TARGETS QENExporters EXPORT QENPerformanceLoggerExportersTargets
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          FILE_SET HEADERS DESTINATION ${QEN_HEADER_DIR})
+  install(EXPORT QENPerformanceLoggerExportersTargets NAMESPACE QENPerformanceLogger::
+          DESTINATION ${QEN_PACKAGE_DIR})
+endif()
+
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/QENPerformanceLoggerConfig.cmake.in
+                              ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerConfig.cmake
+                              INSTALL_DESTINATION ${QEN_PACKAGE_DIR})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerConfigVersion.cmake
+        DESTINATION ${QEN_PACKAGE_DIR})
+
+configure_file(${CMAKE_CURRENT_LIST_DIR}/QENPerformanceLogger.pc.in
+               ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLogger.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLogger.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
