@@ -10,11 +10,13 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENThrift/tracing_clientConstants.h"
+#include "Support/QENAnnotationReaders.h"
 #include "Support/QENCapturedAssertions.h"
 
 namespace {
 
-using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+using QENTest::keysOf;
+using QENTest::Vocabulary;
 using Constants = QENThrift::tracing_clientConstants;
 using QENThrift::AnnotationType;
 
@@ -24,14 +26,6 @@ std::vector<int> bytesOf(const Vocabulary::Pointer& annotation) {
     bytes.push_back(std::to_integer<int>(byte));
   }
   return bytes;
-}
-
-std::vector<std::string> keysOf(const Vocabulary::List& annotations) {
-  std::vector<std::string> keys;
-  for (const auto& annotation : annotations) {
-    keys.push_back(annotation->key());
-  }
-  return keys;
 }
 
 TEST(BinaryAnnotationVocabulary, EncodesBigEndianIntegersBooleansAndUnterminatedStrings) {

@@ -7,28 +7,28 @@
 
 namespace {
 
+// The module follows the last marker folder with two components after it; the second of them
+// decides whether it joins the name. Empty components from doubled slashes count as positions.
 TEST(ModuleNameForSourcePath, FindsTheModuleAfterTheLastQualifyingMarker) {
-  EXPECT_EQ(ModuleNameForSourcePath("/build/Platform/Kit/Sources/File"), "Kit");
-  EXPECT_EQ(ModuleNameForSourcePath("/build/Feature/Home/Tests/File"), "HomeTests");
-  EXPECT_EQ(ModuleNameForSourcePath("/build/Library/Net/Impl/File"), "NetImpl");
-  EXPECT_EQ(ModuleNameForSourcePath("/build/Platform/Kit/File.x"), "KitFile.x");
-  EXPECT_EQ(ModuleNameForSourcePath("/src/Other/File"), "unknown");
-  EXPECT_EQ(ModuleNameForSourcePath("/a/Platform/Kit/Sources/Feature/Ui/Sources/File"), "Ui");
-  EXPECT_EQ(ModuleNameForSourcePath("/build/FeatureLibrary/Feed/Sources/File"), "Feed");
-}
-
-TEST(ModuleNameForSourcePath, StopsAtAMarkerThatHasFewerThanTwoComponentsAfterIt) {
-  EXPECT_EQ(ModuleNameForSourcePath("/a/Platform/Kit/Sources/x/Library/File"), "Kit");
-  EXPECT_EQ(ModuleNameForSourcePath("/x/Platform/Kit"), "unknown");
-  EXPECT_EQ(ModuleNameForSourcePath("/x/Library"), "unknown");
-  // Empty components from doubled slashes count as positions.
-  EXPECT_EQ(ModuleNameForSourcePath("/x/Platform//Sources/File"), "");
-}
-
-TEST(ModuleNameForSourcePath, DecidesByTheComponentTwoAfterTheMarkerOnly) {
-  EXPECT_EQ(ModuleNameForSourcePath("/x/Feature/Tests/Sources/File"), "Tests");
-  EXPECT_EQ(ModuleNameForSourcePath("/x/platform/Kit/Sources/File"), "unknown");
-  EXPECT_EQ(ModuleNameForSourcePath("/x/Platforms/Kit/Sources/File"), "unknown");
+  const std::pair<const char*, const char*> table[] = {
+      {"/build/Platform/Kit/Sources/File", "Kit"},
+      {"/build/Feature/Home/Tests/File", "HomeTests"},
+      {"/build/Library/Net/Impl/File", "NetImpl"},
+      {"/build/Platform/Kit/File.x", "KitFile.x"},
+      {"/src/Other/File", "unknown"},
+      {"/a/Platform/Kit/Sources/Feature/Ui/Sources/File", "Ui"},
+      {"/build/FeatureLibrary/Feed/Sources/File", "Feed"},
+      {"/a/Platform/Kit/Sources/x/Library/File", "Kit"},
+      {"/x/Platform/Kit", "unknown"},
+      {"/x/Library", "unknown"},
+      {"/x/Platform//Sources/File", ""},
+      {"/x/Feature/Tests/Sources/File", "Tests"},
+      {"/x/platform/Kit/Sources/File", "unknown"},
+      {"/x/Platforms/Kit/Sources/File", "unknown"},
+  };
+  for (const auto& [path, module] : table) {
+    EXPECT_EQ(ModuleNameForSourcePath(path), module) << path;
+  }
 }
 
 std::string executableName() {

@@ -3,19 +3,18 @@
 #include <cmath>
 #include <random>
 
-#include "BinaryAnnotation+QENAdditions.h"
 #include "QENBundle/QENBundle.h"
 #include "QENEndpointPerformanceMetric.h"
-#include "QENFoundation/QENNotificationCenter.h"
 #include "QENURLLoading/QENHTTPURLResponse.h"
 #include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"
+#include "Support/QENAnnotationReaders.h"
 #include "Support/QENCapturedAssertions.h"
 
 namespace {
 
 using Metric = QENEndpointPerformanceMetric;
 using Transaction = QENURLSessionTaskTransactionMetrics;
-using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+using QENTest::Vocabulary;
 
 // A whole second, so that the quarter and eighth seconds below stay exact.
 const QENDate kNow = QENDate::dateWithTimeIntervalSinceReferenceDate(
@@ -66,33 +65,17 @@ std::shared_ptr<Metric> measure(const std::shared_ptr<const Transaction>& transa
 }
 
 Vocabulary::Pointer find(const Metric& metric, std::string_view key) {
-  for (const auto& annotation : metric.binaryAnnotations()) {
-    if (annotation->key() == key) {
-      return annotation;
-    }
-  }
-  return nullptr;
+  return QENTest::find(metric.binaryAnnotations(), key);
 }
 
 std::vector<std::string> childNames(const Metric& metric) {
-  std::vector<std::string> names;
-  for (const auto& child : metric.childMetrics()) {
-    names.push_back(child->name());
-  }
-  return names;
+  return QENTest::namesOf(metric.childMetrics());
 }
 
 TEST(EndpointMetric, MeasuresAnAcceptedRequestWithPhasesSizeSpeedAndNotification) {
-  auto observer = std::make_shared<int>(0);
-  std::vector<std::int32_t> postedSpeeds;
-  QENNotificationCenter::defaultCenter().addObserver(
-      observer, QENPerformanceMetricResourceDownloadNetworkSpeedNotification, nullptr,
-      [&](const QENNotification& notification) {
-        postedSpeeds.push_back(
-            std::any_cast<std::int32_t>(notification.userInfo.at("net.speed_kbps")));
-      });
+  QENTest::PostedIntegers postedSpeeds(QENPerformanceMetricResourceDownloadNetworkSpeedNotification,
+                                       "net.speed_kbps");
   const auto metric = measure(networkLoad());
-  QENNotificationCenter::defaultCenter().removeObserver(observer.get());
 
   EXPECT_EQ(metric->name(), "resource_/v3/users/me/");
   EXPECT_TRUE(metric->isFinished() && metric->isValid());
@@ -100,10 +83,7 @@ TEST(EndpointMetric, MeasuresAnAcceptedRequestWithPhasesSizeSpeedAndNotification
   EXPECT_EQ(childNames(*metric), (std::vector<std::string>{"dns", "conn", "tls", "req", "resp"}));
   EXPECT_EQ(metric->annotations().size(), 10u);
   EXPECT_EQ(metric->annotations().front()->value(), "dns_start");
-  std::vector<std::string> keys;
-  for (const auto& annotation : metric->binaryAnnotations()) {
-    keys.push_back(annotation->key());
-  }
+  auto keys = QENTest::keysOf(metric->binaryAnnotations());
   keys.resize(10);
   EXPECT_EQ(keys,
             (std::vector<std::string>{"has_valid_metrics", "conn_reused", "endpoint_id",
@@ -111,7 +91,8 @@ TEST(EndpointMetric, MeasuresAnAcceptedRequestWithPhasesSizeSpeedAndNotification
                                       "ip.version", "cdn.name", "http.method", "dns_start"}));
   EXPECT_EQ(metric->binaryAnnotations().size(), 9u + 15u);
   EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(find(*metric, "net.expected_size")), 10500);
-  EXPECT_EQ(postedSpeeds, std::vector<std::int32_t>{672}) << "10500 bytes x 8 / 0.125 s / 1000";
+  EXPECT_EQ(postedSpeeds.values, std::vector<std::int32_t>{672})
+      << "10500 bytes x 8 / 0.125 s / 1000";
   EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*metric, "endpoint_id")),
             "https://api.example.com/v3/users/me/");
   EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*metric, "cdn.name")), "edge");

@@ -12,7 +12,6 @@
 
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
 #include "QENFoundation/QENDate.h"
-#include "QENFoundation/QENIndentation.h"
 #include "QENFoundation/QENJSONSerialization.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
@@ -35,11 +34,6 @@ TEST(NetworkEndianHexString, RendersTheBigEndianValueWithLeadingZeros) {
   EXPECT_EQ(qen_networkEndianHexString(std::span<const std::byte>()), "");
   EXPECT_EQ(QENFoundation::qen_hexString(std::as_bytes(std::span(&shortValue, 1))), "0b0a")
       << "bytes as they stand in memory (little-endian here)";
-}
-
-TEST(PrependIndentationLevel, AddsOneLevelPerDepth) {
-  EXPECT_EQ(QENFoundation::prependIndentationLevel("line\n", 0), "line\n");
-  EXPECT_EQ(QENFoundation::prependIndentationLevel("line\n", 2), "    line\n");
 }
 
 TEST(MonotonicTime, MapsToTheWallClockAndBackAsAFixedTranslation) {
@@ -112,10 +106,6 @@ TEST(URL, FindsThePartsOfTheTextAsGivenWithoutRewritingIt) {
   EXPECT_EQ(QENURL::URLWithString("http://exa mple.com/"), nullptr);
   EXPECT_EQ(QENURL::URLWithString(""), nullptr);
 }
-}  // namespace
-
-namespace {
-
 TEST(Reachability, LinuxProbeTellsWiFiFromWiredAndIgnoresLoopback) {
   namespace fs = std::filesystem;
   const fs::path folder = fs::temp_directory_path() / ("qen-net-" + std::to_string(::getpid()));
@@ -139,10 +129,6 @@ TEST(Reachability, LinuxProbeTellsWiFiFromWiredAndIgnoresLoopback) {
   fs::remove_all(folder);
   EXPECT_EQ(status(), QENNetworkingReachabilityStatusUnknown) << "no folder, no network";
 }
-
-}  // namespace
-
-namespace {
 
 // Random strings of every byte value, valid and invalid UTF-8 alike: the writer must agree with
 // nlohmann-json on every document it can write and refuse the ones nlohmann cannot.

@@ -7,17 +7,15 @@
 #include <mutex>
 #include <thread>
 
-#include "BinaryAnnotation+QENAdditions.h"
 #include "QENFoundation/QENMonotonicTime.h"
-#include "QENFoundation/QENNotificationCenter.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
+#include "Support/QENAnnotationReaders.h"
 
 namespace {
 
 using ImageMetric = QENImageDownloadPerformanceMetric;
 using Manager = QENImageDownloadPerformanceMetricManager;
 using Transaction = QENURLSessionTaskTransactionMetrics;
-using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
 
 std::shared_ptr<ImageMetric> imageMetric(std::string_view url) {
   return ImageMetric::initWithName("image_load", 1.0, QENURL::URLWithString(url), false);
@@ -25,22 +23,14 @@ std::shared_ptr<ImageMetric> imageMetric(std::string_view url) {
 
 std::shared_ptr<QENPerformanceMetric> child(const QENPerformanceMetric& metric,
                                             std::string_view name) {
-  for (const auto& candidate : metric.childMetrics()) {
-    if (candidate->name() == name) {
-      return candidate;
-    }
-  }
-  return nullptr;
+  const auto children = metric.childMetrics();
+  const auto found = std::find_if(children.begin(), children.end(),
+                                  [&](const auto& candidate) { return candidate->name() == name; });
+  return found == children.end() ? nullptr : *found;
 }
 
 std::optional<std::int64_t> integer(const QENPerformanceMetric& metric, std::string_view key) {
-  for (const auto& annotation : metric.binaryAnnotations()) {
-    if (annotation->key() == key) {
-      const auto bits = static_cast<int>(annotation->value()->size()) * 8;
-      return Vocabulary::int64ValueFromBinaryAnnotation(annotation) >> (64 - bits);
-    }
-  }
-  return std::nullopt;
+  return QENTest::integerFor(metric.binaryAnnotations(), key);
 }
 
 TEST(ImageDownloadMetric, TimesACacheMissThenTheNetworkLoad) {
@@ -92,16 +82,8 @@ TEST(ImageDownloadMetric, KeepsTheCacheChildRunningOnAnEarlierEndAndMarksAHit) {
   EXPECT_EQ(child(*metric, "display_did_finish")->startTime(), t + 0.03);
   EXPECT_EQ(ImageMetric::initWithName("x", 1.0, nullptr, false), nullptr);
 
-  const auto eventOfType = [](std::int32_t type) {
-    auto event = std::make_shared<QENThrift::Event>();
-    event->setEventType(type);
-    return event;
-  };
-  for (const std::int32_t type : {103, 8353}) {
-    EXPECT_TRUE(metric->shouldInvalidate(eventOfType(type))) << type;
-  }
-  for (const std::int32_t type : {104, 800, 7072}) {
-    EXPECT_FALSE(metric->shouldInvalidate(eventOfType(type))) << type;
+  for (const std::int32_t type : {103, 8353, 104, 800, 7072}) {
+    EXPECT_EQ(metric->shouldInvalidate(QENTest::eventOfType(type)), type == 103 || type == 8353);
   }
   Manager::processMetrics(nullptr, metric->imageURL());
 }
@@ -128,13 +110,8 @@ std::shared_ptr<QENURLSessionTaskMetrics> task(
 }
 
 TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
-  auto observer = std::make_shared<int>(0);
-  std::vector<std::int32_t> posted;
-  QENNotificationCenter::defaultCenter().addObserver(
-      observer, QENPerformanceMetricImageDownloadNetworkSpeedNotification, nullptr,
-      [&](const QENNotification& notification) {
-        posted.push_back(std::any_cast<std::int32_t>(notification.userInfo.at("net.speed_kbps")));
-      });
+  QENTest::PostedIntegers posted(QENPerformanceMetricImageDownloadNetworkSpeedNotification,
+                                 "net.speed_kbps");
   const auto averaged = imageMetric("https://i.example.com/avg.jpg");
   // 10,000 bytes at 640 kbps (0.125 s) and 3,133 bytes at 401 kbps (0.0625 s): both means
   // truncate, 6566.5 and 520.5.
@@ -144,7 +121,7 @@ TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
       averaged->imageURL());
   EXPECT_EQ(integer(*averaged, "net.expected_size"), 6566);
   EXPECT_EQ(integer(*averaged, "net.speed_kbps"), 520);
-  EXPECT_EQ(posted, std::vector<std::int32_t>{520});
+  EXPECT_EQ(posted.values, std::vector<std::int32_t>{520});
   const auto total = child(*averaged, "image_network_total");
   ASSERT_NE(total, nullptr);
   EXPECT_EQ(total->childMetrics().size(), 2u) << "one response child per transaction";
@@ -163,8 +140,7 @@ TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
   EXPECT_EQ(integer(*none, "net.expected_size"), std::nullopt);
   EXPECT_NE(integer(*none, "conn_reused"), std::nullopt);
   EXPECT_NE(child(*none, "image_network_total"), nullptr);
-  EXPECT_EQ(posted.size(), 2u);
-  QENNotificationCenter::defaultCenter().removeObserver(observer.get());
+  EXPECT_EQ(posted.values.size(), 2u);
 
   EXPECT_EQ(Manager::processMetrics(task({}), none->imageURL()), nullptr) << "already processed";
 

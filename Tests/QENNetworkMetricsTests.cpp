@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"
+#include "Support/QENAnnotationReaders.h"
 
 namespace {
 
@@ -28,19 +29,11 @@ Record fullRecord() {
   return record;
 }
 
-std::vector<std::pair<std::string, std::int64_t>> annotated(const Metrics::AnnotationList& list) {
-  std::vector<std::pair<std::string, std::int64_t>> values;
-  for (const auto& annotation : list) {
-    values.emplace_back(
-        annotation->key(),
-        QENThrift::BinaryAnnotationQENAdditions::int64ValueFromBinaryAnnotation(annotation));
-  }
-  return values;
-}
+using QENTest::integersOf;
 
 TEST(NetworkMetrics, OffsetsAndDurationsOfASecureConnection) {
   const Record record = fullRecord();
-  EXPECT_EQ(annotated(Metrics::getConnectionMetrics(record)),
+  EXPECT_EQ(integersOf(Metrics::getConnectionMetrics(record)),
             (std::vector<std::pair<std::string, std::int64_t>>{{"dns_start", 0},
                                                                {"dns_end", 10},
                                                                {"tcp_start", 10},
@@ -64,7 +57,7 @@ TEST(NetworkMetrics, MissingDatesReadAsTheFetchStart) {
   Record noFetchStart = fullRecord();
   noFetchStart.fetchStartDate.reset();
   noFetchStart.countOfResponseBodyBytesReceived = 125000;
-  for (const auto& [key, value] : annotated(Metrics::getAllConnectionMetrics(noFetchStart))) {
+  for (const auto& [key, value] : integersOf(Metrics::getAllConnectionMetrics(noFetchStart))) {
     EXPECT_EQ(value, 0) << key;
   }
   EXPECT_EQ(Metrics::kilobitsPerSec(noFetchStart), 5000) << "speed needs only the response dates";
@@ -92,12 +85,12 @@ TEST(NetworkMetrics, CalculatedAnnotationsCarryTheLow32Bits) {
   record.fetchStartDate = at(0);
   record.responseEndDate = at(3000000);  // 3,000,000,000 ms after a response start of 0
   EXPECT_EQ(Metrics::getCalculatedConnectionMetricsInMilliseconds(record).at("ttlb"), 3000000000);
-  for (const auto& [key, value] : annotated(Metrics::getCalculatedConnectionMetrics(record))) {
+  for (const auto& [key, value] : integersOf(Metrics::getCalculatedConnectionMetrics(record))) {
     if (key == "ttlb") {
       EXPECT_EQ(value, -1294967296);
     }
   }
-  EXPECT_EQ(annotated(Metrics::getConnectionMetrics(record)).back().second, 3000000000);
+  EXPECT_EQ(integersOf(Metrics::getConnectionMetrics(record)).back().second, 3000000000);
 }
 
 TEST(NetworkMetrics, SpeedBytesAddressAndEndpoint) {

@@ -7,11 +7,14 @@
 
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENPerformanceMetric.h"
+#include "Support/QENAnnotationReaders.h"
 #include "Support/QENCapturedAssertions.h"
 
 namespace {
 
 using Metric = QENPerformanceMetric;
+using QENTest::eventOfType;
+using QENTest::keysOf;
 using QENThrift::AnnotationType;
 
 Metric::BinaryAnnotationPointer binary(std::string key, bool withValue = true) {
@@ -21,21 +24,6 @@ Metric::BinaryAnnotationPointer binary(std::string key, bool withValue = true) {
   }
   return std::make_shared<const QENThrift::BinaryAnnotation>(std::move(key), std::move(value),
                                                              AnnotationType::BOOL, nullptr);
-}
-
-std::vector<std::string> keys(const std::vector<Metric::BinaryAnnotationPointer>& annotations) {
-  std::vector<std::string> keys;
-  for (const auto& annotation : annotations) {
-    keys.push_back(annotation->key());
-  }
-  return keys;
-}
-
-// An event that metrics recognise by its type.
-Metric::EventPointer eventOfType(std::int32_t type) {
-  auto event = std::make_shared<QENThrift::Event>();
-  event->setEventType(type);
-  return event;
 }
 
 TEST(MetricAnnotations, AbsentEntriesAreReportedAndEntriesWithoutValueDroppedSilently) {
@@ -58,9 +46,9 @@ TEST(MetricAnnotations, AbsentEntriesAreReportedAndEntriesWithoutValueDroppedSil
       binary("first"), binary("second", false), nullptr, binary("third")};
   metric->addBinaryAnnotations(list);
   metric->addAnnotation(std::make_shared<const QENThrift::Annotation>(1, "cs", nullptr));
-  EXPECT_EQ(keys(metric->binaryAnnotations()),
+  EXPECT_EQ(keysOf(metric->binaryAnnotations()),
             (std::vector<std::string>{"single", "first", "third"}));
-  EXPECT_EQ(keys(snapshot), (std::vector<std::string>{"single"}));
+  EXPECT_EQ(keysOf(snapshot), (std::vector<std::string>{"single"}));
   EXPECT_EQ(metric->annotations().size(), 1u);
   EXPECT_EQ(captured.records().size(), 2u);
 }
@@ -95,6 +83,19 @@ TEST(MetricAnnotations, ConcurrentAddsLoseNothingWhileSnapshotsAreTaken) {
   reader.join();
   EXPECT_EQ(metric->annotations().size(), std::size_t{kThreads * kAddsPerThread});
   EXPECT_EQ(metric->binaryAnnotations().size(), std::size_t{2 * kThreads * kAddsPerThread});
+}
+
+// Whether another thread can take the metric's lock now.
+bool isLockFreeElsewhere(const Metric& metric) {
+  return std::async(std::launch::async,
+                    [&] {
+                      const bool taken = metric.propertyLock().try_lock();
+                      if (taken) {
+                        metric.propertyLock().unlock();
+                      }
+                      return taken;
+                    })
+      .get();
 }
 
 TEST(MetricEventRouting, AContextEventInvalidatesOnlyTheSubtreeThatAcceptsIt) {
@@ -159,13 +160,7 @@ TEST(MetricEventRouting, RoutesToASnapshotAndCallsDecidersOutsideTheLock) {
   bool lockFreeDuringDecision = false;
   first->setShouldInvalidateBlock([&](const Metric::EventPointer&) {
     root->addChildMetric(added);
-    lockFreeDuringDecision = std::async(std::launch::async, [&] {
-                               const bool taken = first->propertyLock().try_lock();
-                               if (taken) {
-                                 first->propertyLock().unlock();
-                               }
-                               return taken;
-                             }).get();
+    lockFreeDuringDecision = isLockFreeElsewhere(*first);
     return false;
   });
   bool addedWasOffered = false;
@@ -202,14 +197,7 @@ TEST(MetricEventRouting, ADeciderThatThrowsPropagatesAndLeavesTheTreeUsable) {
   root->processContextLoggingEvent(eventOfType(1));
   EXPECT_EQ(grandchild->invalidateReason(), QENPerformanceMetricStopReasonUserAbort);
   EXPECT_TRUE(root->isValid() && child->isValid());
-  std::future<bool> lockFree = std::async(std::launch::async, [&] {
-    const bool taken = grandchild->propertyLock().try_lock();
-    if (taken) {
-      grandchild->propertyLock().unlock();
-    }
-    return taken;
-  });
-  EXPECT_TRUE(lockFree.get()) << "no lock is left held by the throw";
+  EXPECT_TRUE(isLockFreeElsewhere(*grandchild)) << "no lock is left held by the throw";
 }
 
 }  // namespace

@@ -1,26 +1,19 @@
 #include <gtest/gtest.h>
 
-#include "BinaryAnnotation+QENAdditions.h"
+#include <algorithm>
+
 #include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENPerformanceMetric.h"
+#include "Support/QENAnnotationReaders.h"
 #include "Support/QENCapturedAssertions.h"
 
 namespace {
 
 using Metric = QENPerformanceMetric;
-using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
-
 std::vector<std::pair<std::string, std::int64_t>> keysAndValues(const Metric& metric) {
-  std::vector<std::pair<std::string, std::int64_t>> result;
-  for (const auto& annotation : metric.binaryAnnotations()) {
-    // Integers are big-endian: shift the value down from the top of the 64-bit reading.
-    const auto width = static_cast<int>(annotation->value()->size()) * 8;
-    result.emplace_back(annotation->key(),
-                        Vocabulary::int64ValueFromBinaryAnnotation(annotation) >> (64 - width));
-  }
-  return result;
+  return QENTest::integersOf(metric.binaryAnnotations());
 }
 
 TEST(MetricConvenience, AddsResultAnnotationsAndReportsThemOnUwtMetrics) {
@@ -69,9 +62,8 @@ TEST(MetricConvenience, AnnotatesAppLifecycleChangesUntilRemoved) {
   QENApplicationLifecycle::postDidEnterBackground();
 
   std::vector<std::string> names;
-  for (const auto& annotation : metric->annotations()) {
-    names.push_back(annotation->value());
-  }
+  std::ranges::transform(metric->annotations(), std::back_inserter(names),
+                         [](const auto& annotation) { return annotation->value(); });
   EXPECT_EQ(names, (std::vector<std::string>{"app.enter.background", "app.enter.foreground",
                                              "app.become.active", "app.resign.active"}));
   // A metric destroyed while registered takes its registrations with it at once.

@@ -6,36 +6,24 @@
 #include <limits>
 #include <thread>
 
-#include "BinaryAnnotation+QENAdditions.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENParentPerformanceMetric.h"
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceSendsTraceInHeader.h"
 #include "Span+DebugDescription.h"
+#include "Support/QENAnnotationReaders.h"
 
 namespace {
 
 using Metric = QENPerformanceMetric;
-using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+using QENTest::namesOf;
+using QENTest::Vocabulary;
 constexpr std::int64_t kMaxInt64 = std::numeric_limits<std::int64_t>::max();
 
 const QENPerformanceMetricAppContext kAppContext("1234", "iphone");
 
-std::vector<std::string> names(const Metric::SpanList& spans) {
-  std::vector<std::string> names;
-  for (const auto& span : spans) {
-    names.push_back(span->name());
-  }
-  return names;
-}
-
 Vocabulary::Pointer find(const QENThrift::Span& span, std::string_view key) {
-  for (const auto& annotation : span.binary_annotations()) {
-    if (annotation->key() == key) {
-      return annotation;
-    }
-  }
-  return nullptr;
+  return QENTest::find(span.binary_annotations(), key);
 }
 
 std::shared_ptr<Metric> finishedChild(const std::shared_ptr<Metric>& parent, std::string name,
@@ -68,7 +56,7 @@ TEST(SpanExport, ATypicalMeasurementBecomesOneTraceInDepthFirstLastChildFirstOrd
   EXPECT_EQ(root->shouldUpload(), root->randomUploadFraction() <= 0.5);
 
   const auto spans = root->spansWithAppContext(kAppContext);
-  EXPECT_EQ(names(spans),
+  EXPECT_EQ(namesOf(spans),
             (std::vector<std::string>{"uwt_home_feed_render", "abandoned", "b", "a", "a2", "a1"}));
   for (const auto& span : spans) {
     EXPECT_EQ(span->trace_id(), root->traceId());
@@ -123,7 +111,7 @@ TEST(SpanExport, LeavesOutUnfinishedSubtreesButAlwaysTheTopLevelSpan) {
   running->startMetric();
   root->addChildMetric(running);
   finishedChild(running, "finished_below_running", now - 1, now);
-  EXPECT_EQ(names(root->spansWithAppContext(kAppContext)), (std::vector<std::string>{"root"}));
+  EXPECT_EQ(namesOf(root->spansWithAppContext(kAppContext)), (std::vector<std::string>{"root"}));
 }
 
 TEST(SpanExport, ScalesEachTimeThenRoundsHalfAwayFromZeroAndSaturatesOnExtremeTimes) {
