@@ -3,8 +3,10 @@
 #include <limits>
 
 void QENThriftBinaryWriter::writeBigEndian(std::uint64_t value, int byteCount) {
-  for (int shift = 8 * (byteCount - 1); shift >= 0; shift -= 8) {
-    bytes_.push_back(static_cast<std::uint8_t>(value >> shift));
+  const std::size_t at = bytes_.size();
+  bytes_.resize(at + static_cast<std::size_t>(byteCount));
+  for (int index = byteCount - 1; index >= 0; --index, value >>= 8) {
+    bytes_[at + static_cast<std::size_t>(index)] = static_cast<std::uint8_t>(value);
   }
 }
 

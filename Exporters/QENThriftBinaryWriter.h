@@ -29,6 +29,7 @@ class QENThriftBinaryWriter {
   void writeBinary(const std::byte* data, std::size_t size);
   void writeString(std::string_view text);
 
+  void reserve(std::size_t byteCount) { bytes_.reserve(byteCount); }
   const std::vector<std::uint8_t>& bytes() const { return bytes_; }
   std::vector<std::uint8_t> takeBytes() { return std::move(bytes_); }
 

@@ -8,12 +8,11 @@ namespace {
 
 using Writer = QENThriftBinaryWriter;
 
-template <class Pointer>
-std::vector<Pointer> present(const std::vector<Pointer>& entries) {
-  std::vector<Pointer> kept;
-  std::copy_if(entries.begin(), entries.end(), std::back_inserter(kept),
-               [](const Pointer& entry) { return entry != nullptr; });
-  return kept;
+// Absent entries are left out of every list, so a list's size is the count of present ones.
+template <class Range>
+std::int32_t presentCount(const Range& entries) {
+  return static_cast<std::int32_t>(
+      std::count_if(entries.begin(), entries.end(), [](const auto& entry) { return entry; }));
 }
 
 void writeEndpoint(Writer& writer, const QENThrift::Endpoint& endpoint) {
@@ -63,11 +62,12 @@ void writeBinaryAnnotation(Writer& writer, const QENThrift::BinaryAnnotation& an
 template <class Entry, class WriteEntry>
 void writeStructList(Writer& writer, std::int16_t fieldId, const std::vector<Entry>& entries,
                      const WriteEntry& writeEntry) {
-  const auto kept = present(entries);
   writer.writeFieldBegin(Writer::kList, fieldId);
-  writer.writeListBegin(Writer::kStruct, static_cast<std::int32_t>(kept.size()));
-  for (const auto& entry : kept) {
-    writeEntry(writer, *entry);
+  writer.writeListBegin(Writer::kStruct, presentCount(entries));
+  for (const auto& entry : entries) {
+    if (entry) {
+      writeEntry(writer, *entry);
+    }
   }
 }
 
@@ -100,11 +100,12 @@ void writeSpan(Writer& writer, const QENThrift::Span& span) {
 std::vector<std::uint8_t> QENZipkinThriftEncoder::encodeSpans(
     std::span<const std::shared_ptr<QENThrift::Span>> spans) {
   Writer writer;
-  const auto kept =
-      present(std::vector<std::shared_ptr<QENThrift::Span>>(spans.begin(), spans.end()));
-  writer.writeListBegin(Writer::kStruct, static_cast<std::int32_t>(kept.size()));
-  for (const auto& span : kept) {
-    writeSpan(writer, *span);
+  writer.reserve(spans.size() * 256);
+  writer.writeListBegin(Writer::kStruct, presentCount(spans));
+  for (const auto& span : spans) {
+    if (span) {
+      writeSpan(writer, *span);
+    }
   }
   return writer.takeBytes();
 }

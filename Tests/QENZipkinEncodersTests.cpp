@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <random>
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENChromeTraceEncoder.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
+#include "Support/QENDocumentEncoders.h"
 
 namespace {
 
@@ -72,6 +74,91 @@ TEST(ChromeTraceEncoder, PutsSpansOnTheTrackOfTheirDepthWithTheirAnnotations) {
   }
   EXPECT_EQ(tracks, (std::vector<int>{0, 1, 2, 0})) << "an unknown parent starts a new tree";
   EXPECT_EQ(instants, 4);
+}
+
+// Random spans of any bytes and any field values, present or absent: the streaming encoders must
+// write the same documents as the document-building ones they replaced.
+class RandomSpans {
+ public:
+  std::vector<std::shared_ptr<QENThrift::Span>> make(int count) {
+    std::vector<std::shared_ptr<QENThrift::Span>> spans;
+    for (int index = 0; index < count; ++index) {
+      spans.push_back(chance(3) ? nullptr : span());
+    }
+    return spans;
+  }
+
+ private:
+  bool chance(int percent) { return static_cast<int>(random_() % 100) < percent; }
+  std::int64_t number() {
+    const std::int64_t extremes[] = {0, -1, 1, INT64_MIN, INT64_MAX, 255};
+    return chance(40) ? extremes[random_() % 6] : static_cast<std::int64_t>(random_());
+  }
+  std::string text() {
+    const char* pieces[] = {"a",    "cs",       "cr",           "lc",
+                            "\"",   "\\",       "\n",           "\x01",
+                            "\x1f", "\x7f",     "\xC3\xA9",     "\xF0\x9F\x98\x80",
+                            "\xC3", "\xE0\x80", "\xED\xA0\x80", "\xF4\x90",
+                            "\xFF", "traceId",  "spanId",       "parentId"};
+    std::string made;
+    for (unsigned pieceCount = random_() % 3; pieceCount > 0; --pieceCount) {
+      made += pieces[random_() % std::size(pieces)];
+    }
+    return made;
+  }
+  std::shared_ptr<const QENThrift::BinaryAnnotation> binary() {
+    std::optional<QENThrift::BinaryAnnotation::Bytes> value;
+    if (!chance(10)) {
+      value.emplace(random_() % 10);
+      for (auto& byte : *value) {
+        byte = static_cast<std::byte>(random_());
+      }
+    }
+    const auto type = static_cast<QENThrift::AnnotationType>(random_() % 8);
+    return std::make_shared<const QENThrift::BinaryAnnotation>(text(), value, type, nullptr);
+  }
+  std::shared_ptr<QENThrift::Span> span() {
+    auto made = std::make_shared<QENThrift::Span>();
+    made->setTrace_id(number());
+    made->setId(chance(30) ? static_cast<std::int64_t>(random_() % 4) : number());
+    made->setName(text());
+    if (chance(70))
+      made->setParent_id(chance(30) ? static_cast<std::int64_t>(random_() % 4) : number());
+    if (chance(80))
+      made->setTimestamp(number());
+    if (chance(80))
+      made->setDuration(number());
+    QENThrift::Span::AnnotationList annotations;
+    for (unsigned count = random_() % 4; count > 0; --count) {
+      annotations.push_back(
+          chance(10) ? nullptr
+                     : std::make_shared<const QENThrift::Annotation>(number(), text(), nullptr));
+    }
+    made->setAnnotations(annotations);
+    QENThrift::Span::BinaryAnnotationList binaries;
+    for (unsigned count = random_() % 6; count > 0; --count) {
+      binaries.push_back(chance(10) ? nullptr : binary());
+    }
+    made->setBinary_annotations(binaries);
+    return made;
+  }
+
+  std::mt19937_64 random_{20261123};
+};
+
+TEST(StreamingEncoders, WriteTheDocumentsTheDocumentBuildersWrote) {
+  RandomSpans random;
+  for (int round = 0; round < 400; ++round) {
+    const auto spans = random.make(round % 7);
+    const auto v2 = QENZipkinV2JSONEncoder::encodeSpans(spans);
+    EXPECT_EQ(nlohmann::json::parse(v2),
+              nlohmann::json::parse(QENDocumentEncoders::V2::zipkinV2JSON(spans)))
+        << v2;
+    const auto chrome = QENChromeTraceEncoder::encodeSpans(spans);
+    EXPECT_EQ(nlohmann::json::parse(chrome),
+              nlohmann::json::parse(QENDocumentEncoders::Chrome::chromeTrace(spans)))
+        << chrome;
+  }
 }
 
 }  // namespace

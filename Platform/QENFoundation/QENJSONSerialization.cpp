@@ -2,48 +2,10 @@
 
 #include <string_view>
 
+#include "QENJSONWriter.h"
 #include "QENUTF8Validation.h"
 
 namespace {
-
-void appendQuoted(std::string& out, std::string_view text) {
-  static constexpr char kHexDigits[] = "0123456789abcdef";
-  out += '"';
-  for (const char character : text) {
-    switch (character) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\b':
-        out += "\\b";
-        break;
-      case '\f':
-        out += "\\f";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (static_cast<unsigned char>(character) < 0x20) {
-          out += "\\u00";
-          out += kHexDigits[(character >> 4) & 0x0F];
-          out += kHexDigits[character & 0x0F];
-        } else {
-          out += character;
-        }
-    }
-  }
-  out += '"';
-}
 
 void appendList(std::string& out, const std::vector<std::string>& list) {
   if (list.empty()) {
@@ -53,7 +15,7 @@ void appendList(std::string& out, const std::vector<std::string>& list) {
   out += "[\n";
   for (std::size_t index = 0; index < list.size(); ++index) {
     out += "        ";
-    appendQuoted(out, list[index]);
+    QENJSONWriter::appendQuoted(out, list[index]);
     out += index + 1 < list.size() ? ",\n" : "\n";
   }
   out += "    ]";
@@ -78,7 +40,7 @@ std::optional<std::string> QENJSONSerialization::prettyPrintedObject(
       }
     }
     out += "    ";
-    appendQuoted(out, key);
+    QENJSONWriter::appendQuoted(out, key);
     out += ": ";
     appendList(out, list);
     out += --remaining > 0 ? ",\n" : "\n";

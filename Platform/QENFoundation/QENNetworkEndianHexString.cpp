@@ -1,7 +1,6 @@
 #include "QENNetworkEndianHexString.h"
 
 #include <bit>
-#include <cstring>
 
 namespace QENFoundation {
 
@@ -31,9 +30,17 @@ std::string qen_hexString(std::span<const std::byte> bytes) {
 }
 
 std::string qen_networkEndianHexString(std::int64_t value) {
-  std::byte bytes[sizeof value];
-  std::memcpy(bytes, &value, sizeof value);
-  return qen_networkEndianHexString(std::span<const std::byte>(bytes));
+  std::string text(16, '0');
+  qen_writeNetworkEndianHex(value, std::span<char, 16>(text.data(), 16));
+  return text;
+}
+
+void qen_writeNetworkEndianHex(std::int64_t value, std::span<char, 16> digits) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  auto bits = static_cast<std::uint64_t>(value);
+  for (std::size_t position = 16; position > 0; --position, bits >>= 4) {
+    digits[position - 1] = kDigits[bits & 0xF];
+  }
 }
 
 }  // namespace QENFoundation

@@ -18,4 +18,7 @@ std::string qen_hexString(std::span<const std::byte> bytes);
 // The same for a 64-bit id: always 16 lower-case hexadecimal digits (the B3 header form).
 std::string qen_networkEndianHexString(std::int64_t value);
 
+// The same 16 digits written into a buffer, for writers that allocate nothing per id.
+void qen_writeNetworkEndianHex(std::int64_t value, std::span<char, 16> digits);
+
 }  // namespace QENFoundation

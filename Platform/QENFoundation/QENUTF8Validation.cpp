@@ -1,42 +1,62 @@
 #include "QENUTF8Validation.h"
 
-#include <cstdint>
+namespace {
+
+// The lead bytes of multi-byte sequences, with how many continuation bytes follow and the range
+// the first of them must fall in: that range is what rules out overlong forms, surrogates and code
+// points past U+10FFFF. Every later continuation byte is 0x80 to 0xBF.
+struct LeadRule {
+  unsigned char leadLow, leadHigh;
+  std::size_t continuations;
+  unsigned char firstLow, firstHigh;
+};
+constexpr LeadRule kLeadRules[] = {
+    {0xC2, 0xDF, 1, 0x80, 0xBF}, {0xE0, 0xE0, 2, 0xA0, 0xBF}, {0xE1, 0xEC, 2, 0x80, 0xBF},
+    {0xED, 0xED, 2, 0x80, 0x9F}, {0xEE, 0xEF, 2, 0x80, 0xBF}, {0xF0, 0xF0, 3, 0x90, 0xBF},
+    {0xF1, 0xF3, 3, 0x80, 0xBF}, {0xF4, 0xF4, 3, 0x80, 0x8F},
+};
+
+const LeadRule* ruleForLead(unsigned char lead) noexcept {
+  for (const LeadRule& rule : kLeadRules) {
+    if (lead >= rule.leadLow && lead <= rule.leadHigh) {
+      return &rule;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+QENUTF8Sequence QENUTF8SequenceAt(std::string_view bytes, std::size_t index) noexcept {
+  const auto lead = static_cast<unsigned char>(bytes[index]);
+  if (lead < 0x80) {
+    return {1, true};
+  }
+  const LeadRule* const rule = ruleForLead(lead);
+  if (rule == nullptr) {
+    return {1, false};
+  }
+  for (std::size_t offset = 1; offset <= rule->continuations; ++offset) {
+    if (index + offset >= bytes.size()) {
+      return {offset, false};
+    }
+    const auto next = static_cast<unsigned char>(bytes[index + offset]);
+    const unsigned char low = offset == 1 ? rule->firstLow : 0x80;
+    const unsigned char high = offset == 1 ? rule->firstHigh : 0xBF;
+    if (next < low || next > high) {
+      return {offset, false};
+    }
+  }
+  return {rule->continuations + 1, true};
+}
 
 bool QENIsValidUTF8(std::string_view bytes) noexcept {
-  std::size_t index = 0;
-  while (index < bytes.size()) {
-    const auto lead = static_cast<unsigned char>(bytes[index]);
-    std::size_t length = 0;
-    std::uint32_t codePoint = 0;
-    if (lead < 0x80) {
-      ++index;
-      continue;
-    } else if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2, codePoint = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      length = 3, codePoint = lead & 0x0F;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      length = 4, codePoint = lead & 0x07;
-    } else {
+  for (std::size_t index = 0; index < bytes.size();) {
+    const QENUTF8Sequence sequence = QENUTF8SequenceAt(bytes, index);
+    if (!sequence.wellFormed) {
       return false;
     }
-    if (index + length > bytes.size()) {
-      return false;
-    }
-    for (std::size_t offset = 1; offset < length; ++offset) {
-      const auto continuation = static_cast<unsigned char>(bytes[index + offset]);
-      if ((continuation & 0xC0) != 0x80) {
-        return false;
-      }
-      codePoint = codePoint << 6 | (continuation & 0x3F);
-    }
-    const bool overlong =
-        (length == 3 && codePoint < 0x800) || (length == 4 && codePoint < 0x10000);
-    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
-    if (overlong || surrogate || codePoint > 0x10FFFF) {
-      return false;
-    }
-    index += length;
+    index += sequence.length;
   }
   return true;
 }

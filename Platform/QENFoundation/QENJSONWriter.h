@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+// Writes compact JSON straight into a string the caller owns and may reuse: no document is built,
+// nothing is allocated but the string's own growth, and nothing throws but that growth. The caller
+// writes a well-nested sequence (keys only inside objects); the writer places the commas.
+//
+// Strings are written as JSON needs them: quotes, backslashes and control characters escaped
+// (\b \f \n \r \t, else \u00XX), and each ill-formed UTF-8 part replaced by U+FFFD, one per maximal
+// subpart (see QENUTF8SequenceAt), so that any bytes make a valid document.
+class QENJSONWriter {
+ public:
+  explicit QENJSONWriter(std::string& out) : out_(out) {}
+
+  void beginObject();
+  void endObject();
+  void beginArray();
+  void endArray();
+  void key(std::string_view name);
+  void string(std::string_view text);
+  void integer(std::int64_t value);
+
+  // Appends the text as a quoted JSON string.
+  static void appendQuoted(std::string& out, std::string_view text);
+
+ private:
+  void separate();
+
+  std::string& out_;
+  bool needsComma_ = false;
+};
