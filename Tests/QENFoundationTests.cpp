@@ -48,6 +48,10 @@ TEST(MonotonicTime, MapsToTheWallClockAndBackAsAFixedTranslation) {
   EXPECT_DOUBLE_EQ(QENDate::dateWithTimeIntervalSince1970(kCFAbsoluteTimeIntervalSince1970)
                        .timeIntervalSinceReferenceDate(),
                    0.0);
+  // The coarse reading is the same clock, at most a few ticks behind.
+  const double coarse = QENMonotonicTimeGetCoarse();
+  EXPECT_GE(coarse, now - 0.1);
+  EXPECT_LE(coarse, QENMonotonicTimeGetCurrent());
   EXPECT_TRUE(QENIsValidMonotonicTime(now));
   EXPECT_FALSE(QENIsValidMonotonicTime(-1.0));
   EXPECT_FALSE(QENIsValidMonotonicTime(NAN));

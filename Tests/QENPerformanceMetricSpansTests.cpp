@@ -12,6 +12,7 @@
 #include "QENPerformanceSendsTraceInHeader.h"
 #include "Span+DebugDescription.h"
 #include "Support/QENAnnotationReaders.h"
+#include "Support/QENCapturedAssertions.h"
 
 namespace {
 
@@ -112,6 +113,20 @@ TEST(SpanExport, LeavesOutUnfinishedSubtreesButAlwaysTheTopLevelSpan) {
   root->addChildMetric(running);
   finishedChild(running, "finished_below_running", now - 1, now);
   EXPECT_EQ(namesOf(root->spansWithAppContext(kAppContext)), (std::vector<std::string>{"root"}));
+}
+
+TEST(SpanExport, AChildAddedUnderASecondParentCarriesThatParentsId) {
+  const QENCapturedAssertions captured;  // re-parenting is reported
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto first = Metric::initWithName("first", now - 1, now);
+  const auto second = Metric::initWithName("second", now - 1, now);
+  const auto child = finishedChild(first, "child", now - 1, now);
+  finishedChild(child, "grandchild", now - 1, now);
+  second->addChildMetric(child);
+  const auto spans = first->spansWithAppContext(kAppContext);
+  ASSERT_EQ(spans.size(), 3u);
+  EXPECT_EQ(spans[1]->parent_id(), second->spanId());
+  EXPECT_EQ(spans[2]->parent_id(), child->spanId());
 }
 
 TEST(SpanExport, ScalesEachTimeThenRoundsHalfAwayFromZeroAndSaturatesOnExtremeTimes) {

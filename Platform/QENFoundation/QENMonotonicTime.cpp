@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cmath>
 
+#include "QENHost/QENHostSystem.h"
+
 namespace {
 
 double secondsSinceEpochOf(std::chrono::nanoseconds sinceEpoch) {
@@ -38,6 +40,10 @@ double absoluteTimeOffset() {
 
 double QENMonotonicTimeGetCurrent() noexcept {
   return secondsSinceEpochOf(std::chrono::steady_clock::now().time_since_epoch());
+}
+
+double QENMonotonicTimeGetCoarse() noexcept {
+  return QENHostSystem::coarseMonotonicSeconds();
 }
 
 double QENMonotonicTimeGetAbsoluteTime(double monotonicTime) noexcept {

@@ -13,6 +13,10 @@ inline constexpr double kCFAbsoluteTimeIntervalSince1970 = 978307200.0;
 // The current reading of the monotonic clock, in seconds.
 double QENMonotonicTimeGetCurrent() noexcept;
 
+// The same clock read cheaply, up to a few milliseconds behind the current reading (the last
+// kernel tick on Linux): enough to tell whether a time lies an hour away, and no more.
+double QENMonotonicTimeGetCoarse() noexcept;
+
 // Maps a monotonic time to absolute time: seconds since the reference date 2001-01-01 UTC.
 // The offset between the wall clock and the monotonic clock is measured once per process, so
 // the mapping is a fixed translation: differences between monotonic times are kept exactly,

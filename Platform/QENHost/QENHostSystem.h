@@ -18,4 +18,7 @@ class QENHostSystem {
   // A QENNetworkingReachabilityStatus value from what the system shows of its network
   // interfaces; Unknown (0) when it shows nothing.
   static std::int64_t networkReachabilityStatus();
+  // The monotonic clock (the steady clock's origin, in seconds) read as cheaply as the system
+  // allows, a few milliseconds coarse where that is cheaper: for checks that only tell an hour.
+  static double coarseMonotonicSeconds() noexcept;
 };

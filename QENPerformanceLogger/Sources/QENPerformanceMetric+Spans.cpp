@@ -40,28 +40,27 @@ bool isUWTName(const std::string& name) {
   return names != nullptr && names->contains(name);
 }
 
-// Appends the spans of the started-and-finished descendants of `root`, depth first with the last
-// child first. The walk keeps its own stack, so a deep chain cannot exhaust the thread's.
-void appendDescendantSpans(const QENPerformanceMetric& root, std::int64_t traceId,
-                           const QENPerformanceMetricAppContext& appContext,
-                           QENPerformanceMetric::SpanList& spans) {
-  QENPerformanceMetric::MetricList stack = root.childMetrics();
-  while (!stack.empty()) {
-    const std::shared_ptr<QENPerformanceMetric> candidate = std::move(stack.back());
-    stack.pop_back();
-    if (!candidate->isStarted() || !candidate->isFinished()) {
-      continue;  // and so is its whole subtree
-    }
-    auto span = std::make_shared<QENThrift::Span>();
-    span->setTrace_id(traceId);
-    const auto parent = candidate->parentMetric();
-    span->setParent_id(parent ? parent->spanId() : 0);
-    candidate->setParametersForTopLevel(false, *span, appContext);
-    spans.push_back(std::move(span));
-    const QENPerformanceMetric::MetricList children = candidate->childMetrics();
-    stack.insert(stack.end(), children.begin(), children.end());
+// Client-send and client-receive annotations: almost always both saturated (see fillSpan), and
+// then the same two immutable annotations serve every span of the process.
+std::shared_ptr<const QENThrift::Annotation> clientAnnotation(std::string_view name,
+                                                              std::int64_t microseconds) {
+  using Constants = QENThrift::zipkin_spanConstants;
+  static const auto* const saturated =
+      new std::pair(AnnotationQENAdditions::annotationWithName(Constants::CLIENT_SEND(), 1e300),
+                    AnnotationQENAdditions::annotationWithName(Constants::CLIENT_RECV(), 1e300));
+  const double time = static_cast<double>(microseconds);
+  if (QENMicrosecondsSince1970FromMonotonicTime(time) == std::numeric_limits<std::int64_t>::max()) {
+    return name == Constants::CLIENT_SEND() ? saturated->first : saturated->second;
   }
+  return AnnotationQENAdditions::annotationWithName(name, time);
 }
+
+// A metric still to visit, with the metric whose children list it was found in.
+struct PendingMetric {
+  std::shared_ptr<QENPerformanceMetric> metric;
+  const QENPerformanceMetric* listedUnder;
+  std::int64_t listedUnderSpanId;
+};
 
 }  // namespace
 
@@ -69,22 +68,91 @@ QENPerformanceMetric::SpanList QENPerformanceMetric::spansWithAppContext(
     const QENPerformanceMetricAppContext& appContext) const {
   auto topLevel = std::make_shared<QENThrift::Span>();
   topLevel->setTrace_id(traceId());
-  setParametersForTopLevel(true, *topLevel, appContext);
+  const std::int64_t ownSpanId = spanId();
+  ExportSnapshot snapshot = exportSnapshot(true);
+  MetricList children = std::move(snapshot.childMetrics);
+  fillSpan(true, *topLevel, appContext, ownSpanId, std::move(snapshot));
   SpanList spans = {topLevel};
-  appendDescendantSpans(*this, topLevel->trace_id(), appContext, spans);
+  appendDescendantSpans(*this, ownSpanId, std::move(children), topLevel->trace_id(), appContext,
+                        spans);
   return spans;
+}
+
+// Appends the spans of the started-and-finished descendants, depth first with the last child
+// first. The walk keeps its own stack, so a deep chain cannot exhaust the thread's, and reads each
+// metric once. A child's parent id is its parent metric's span id: the span id of the metric it
+// was listed under, known already, unless it has since been added under another parent.
+void QENPerformanceMetric::appendDescendantSpans(const QENPerformanceMetric& root,
+                                                 std::int64_t rootSpanId, MetricList children,
+                                                 std::int64_t traceId,
+                                                 const QENPerformanceMetricAppContext& appContext,
+                                                 SpanList& spans) {
+  std::vector<PendingMetric> stack;
+  stack.reserve(children.size());
+  for (auto& child : children) {
+    stack.push_back({std::move(child), &root, rootSpanId});
+  }
+  while (!stack.empty()) {
+    const PendingMetric pending = std::move(stack.back());
+    stack.pop_back();
+    const QENPerformanceMetric& candidate = *pending.metric;
+    ExportSnapshot snapshot = candidate.exportSnapshot(false);
+    if (!snapshot.started || !snapshot.finished) {
+      continue;  // and so is its whole subtree
+    }
+    auto span = std::make_shared<QENThrift::Span>();
+    span->setTrace_id(traceId);
+    const auto parent = candidate.parentMetric();
+    span->setParent_id(parent.get() == pending.listedUnder ? pending.listedUnderSpanId
+                       : parent                            ? parent->spanId()
+                                                           : 0);
+    const std::int64_t candidateSpanId = candidate.spanId();
+    for (auto& child : snapshot.childMetrics) {
+      stack.push_back({std::move(child), &candidate, candidateSpanId});
+    }
+    candidate.fillSpan(false, *span, appContext, candidateSpanId, std::move(snapshot));
+    spans.push_back(std::move(span));
+  }
+}
+
+QENPerformanceMetric::ExportSnapshot QENPerformanceMetric::exportSnapshot(bool isTopLevel) const {
+  ExportSnapshot snapshot{};
+  const std::lock_guard guard(propertyLock_);
+  snapshot.started = startTime_ != kUnsetTime;
+  snapshot.finished = _locked_isFinished();
+  snapshot.startTime = startTime_;
+  snapshot.stopTime = stopTime_;
+  snapshot.metricCause = metricCause_;
+  snapshot.invalidateReason = invalidateReason_;
+  snapshot.viewType = viewType_;
+  snapshot.viewParameter = viewParameter_;
+  // Room for what export adds: client send and receive; the local component, and on a top-level
+  // span the uwt and top-level annotations.
+  snapshot.annotations.reserve(annotations_.size() + 2);
+  snapshot.annotations.assign(annotations_.begin(), annotations_.end());
+  snapshot.binaryAnnotations.reserve(binaryAnnotations_.size() + (isTopLevel ? 24 : 1));
+  snapshot.binaryAnnotations.assign(binaryAnnotations_.begin(), binaryAnnotations_.end());
+  snapshot.childMetrics = childMetrics_;
+  return snapshot;
 }
 
 void QENPerformanceMetric::setParametersForTopLevel(
     bool isTopLevel, QENThrift::Span& span,
     const QENPerformanceMetricAppContext& appContext) const {
+  const std::int64_t ownSpanId = spanId();
+  fillSpan(isTopLevel, span, appContext, ownSpanId, exportSnapshot(isTopLevel));
+}
+
+void QENPerformanceMetric::fillSpan(bool isTopLevel, QENThrift::Span& span,
+                                    const QENPerformanceMetricAppContext& appContext,
+                                    std::int64_t spanId, ExportSnapshot snapshot) const {
   using Constants = QENThrift::tracing_clientConstants;
   const bool isUWTSpan = isTopLevel && isUWTName(name_);
-  span.setId(spanId());
+  span.setId(spanId);
   span.setName(isUWTSpan ? std::string(Constants::UWT_SPAN_PREFIX()) + lowercased(name_)
                          : lowercased(name_));
-  const double start = startTime();
-  const double stop = stopTime();
+  const double start = snapshot.startTime;
+  const double stop = snapshot.stopTime;
   span.setTimestamp(QENMicrosecondsSince1970FromMonotonicTime(start));
   // Each time is scaled before the difference is taken: 10.0 s to 10.0000015 s gives 2 us, as
   // the times read in microseconds say, where scaling the difference would give 1.
@@ -93,29 +161,28 @@ void QENPerformanceMetric::setParametersForTopLevel(
   // Client-send and client-receive take the span's microsecond times where a monotonic time is
   // expected, and so convert them a second time: that is the intended behaviour, and with the
   // offset-adding clock both saturate at the largest 64-bit value.
-  QENThrift::Span::AnnotationList spanAnnotations = annotations();
-  spanAnnotations.push_back(AnnotationQENAdditions::annotationWithName(
-      QENThrift::zipkin_spanConstants::CLIENT_SEND(), static_cast<double>(span.timestamp())));
-  spanAnnotations.push_back(AnnotationQENAdditions::annotationWithName(
-      QENThrift::zipkin_spanConstants::CLIENT_RECV(),
-      static_cast<double>(saturatingSum(span.timestamp(), span.duration()))));
-  span.setAnnotations(std::move(spanAnnotations));
+  snapshot.annotations.push_back(
+      clientAnnotation(QENThrift::zipkin_spanConstants::CLIENT_SEND(), span.timestamp()));
+  snapshot.annotations.push_back(
+      clientAnnotation(QENThrift::zipkin_spanConstants::CLIENT_RECV(),
+                       saturatingSum(span.timestamp(), span.duration())));
+  span.setAnnotations(std::move(snapshot.annotations));
 
-  QENThrift::Span::BinaryAnnotationList spanBinaryAnnotations = binaryAnnotations();
-  spanBinaryAnnotations.push_back(
+  auto& binaryAnnotations = snapshot.binaryAnnotations;
+  binaryAnnotations.push_back(
       BinaryAnnotationQENAdditions::localComponentAnnotationForUWTSpan(isUWTSpan));
   if (isUWTSpan) {
     const auto uwt = BinaryAnnotationQENAdditions::uwtAnnotationsForStartReason(
-        metricCause(), invalidateReason(), completingEvent(),
+        snapshot.metricCause, snapshot.invalidateReason, completingEvent(),
         static_cast<std::int32_t>(invalidatingQenLogEventType()), invalidatingEvent());
-    spanBinaryAnnotations.insert(spanBinaryAnnotations.end(), uwt.begin(), uwt.end());
+    binaryAnnotations.insert(binaryAnnotations.end(), uwt.begin(), uwt.end());
   }
   if (isTopLevel) {
     const auto topLevel = BinaryAnnotationQENAdditions::topLevelAnnotationsForViewType(
-        viewType(), viewParameter(), appContext);
-    spanBinaryAnnotations.insert(spanBinaryAnnotations.end(), topLevel.begin(), topLevel.end());
+        snapshot.viewType, snapshot.viewParameter, appContext);
+    binaryAnnotations.insert(binaryAnnotations.end(), topLevel.begin(), topLevel.end());
   }
-  span.setBinary_annotations(std::move(spanBinaryAnnotations));
+  span.setBinary_annotations(std::move(binaryAnnotations));
 }
 
 std::int64_t QENPerformanceMetric::generateAndStoreSpanIdForURL(

@@ -21,6 +21,9 @@
 namespace {
 
 constexpr const char* kPropertyLockLabel = "com.qen.performance_logger.metric.property_lock";
+// Start and stop times this far from now are reported (and used anyway). The check compares with
+// the coarse clock: a few milliseconds cannot matter against an hour, and the precise clock would
+// double what a start or stop of the current time costs.
 constexpr double kMaximumDistanceFromNow = 3600;
 
 double drawRandomUploadFraction() {
@@ -94,7 +97,7 @@ void QENPerformanceMetric::stopMetric() {
 }
 
 void QENPerformanceMetric::startMetricWithTime(double startTime) {
-  QENParameterAssert(std::fabs(startTime - QENMonotonicTimeGetCurrent()) < kMaximumDistanceFromNow,
+  QENParameterAssert(std::fabs(startTime - QENMonotonicTimeGetCoarse()) < kMaximumDistanceFromNow,
                      "ABS(startTime - QENMonotonicTimeGetCurrent()) < 3600",
                      "-[QENPerformanceMetric startMetricWithTime:]");
   if (std::isnan(startTime)) {
@@ -110,7 +113,7 @@ void QENPerformanceMetric::startMetricWithTime(double startTime) {
 }
 
 void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
-  QENParameterAssert(std::fabs(stopTime - QENMonotonicTimeGetCurrent()) < kMaximumDistanceFromNow,
+  QENParameterAssert(std::fabs(stopTime - QENMonotonicTimeGetCoarse()) < kMaximumDistanceFromNow,
                      "ABS(stopTime - QENMonotonicTimeGetCurrent()) < 3600",
                      "-[QENPerformanceMetric stopMetricWithTime:]");
   // Taken out under the lock, released or run after it.

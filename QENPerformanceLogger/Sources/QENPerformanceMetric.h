@@ -342,6 +342,29 @@ class QENPerformanceMetric : public QENObject,
   }
 
  private:
+  // What span export reads of a metric, taken under one lock.
+  struct ExportSnapshot {
+    bool started;
+    bool finished;
+    double startTime;
+    double stopTime;
+    QENPerformanceMetricStartReason metricCause;
+    QENPerformanceMetricStopReason invalidateReason;
+    std::int64_t viewType;
+    std::int64_t viewParameter;
+    std::vector<AnnotationPointer> annotations;
+    std::vector<BinaryAnnotationPointer> binaryAnnotations;
+    MetricList childMetrics;
+  };
+  ExportSnapshot exportSnapshot(bool isTopLevel) const;
+  void fillSpan(bool isTopLevel, QENThrift::Span& span,
+                const QENPerformanceMetricAppContext& appContext, std::int64_t spanId,
+                ExportSnapshot snapshot) const;
+  static void appendDescendantSpans(const QENPerformanceMetric& root, std::int64_t rootSpanId,
+                                    MetricList children, std::int64_t traceId,
+                                    const QENPerformanceMetricAppContext& appContext,
+                                    SpanList& spans);
+
   struct RandomIdentifiers {
     std::int64_t traceId;
     std::int64_t spanId;

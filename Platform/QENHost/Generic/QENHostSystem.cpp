@@ -3,6 +3,8 @@
 // executable with QENBundle::setMainBundleExecutablePath and feed reachability themselves.
 #include "QENHost/QENHostSystem.h"
 
+#include <chrono>
+
 #include "QENHost/QENRandomDevice.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 
@@ -16,4 +18,11 @@ std::string QENHostSystem::runningExecutablePath() {
 
 std::int64_t QENHostSystem::networkReachabilityStatus() {
   return QENNetworkingReachabilityStatusUnknown;
+}
+
+// No coarse clock that POSIX promises shares the steady clock's origin: the precise one serves.
+// (On Apple systems, clock_gettime_nsec_np(CLOCK_UPTIME_RAW_APPROX) is the cheap reading of the
+// clock libc++'s steady clock uses, for a backend of their own.)
+double QENHostSystem::coarseMonotonicSeconds() noexcept {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }

@@ -2,6 +2,7 @@
 #include "QENHost/QENHostSystem.h"
 
 #include <sys/random.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -49,4 +50,12 @@ std::string QENHostSystem::runningExecutablePath() {
 
 std::int64_t QENHostSystem::networkReachabilityStatus() {
   return QENLinuxNetworkInterfaces::reachabilityStatus();
+}
+
+// CLOCK_MONOTONIC_COARSE: the kernel's last tick of CLOCK_MONOTONIC (the steady clock of both C++
+// libraries on Linux), read without the hardware counter.
+double QENHostSystem::coarseMonotonicSeconds() noexcept {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
