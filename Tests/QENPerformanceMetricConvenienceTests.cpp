@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "QENAppLifecycleObservers.h"
 #include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
@@ -66,15 +67,20 @@ TEST(MetricConvenience, AnnotatesAppLifecycleChangesUntilRemoved) {
                          [](const auto& annotation) { return annotation->value(); });
   EXPECT_EQ(names, (std::vector<std::string>{"app.enter.background", "app.enter.foreground",
                                              "app.become.active", "app.resign.active"}));
-  // A metric destroyed while registered takes its registrations with it at once.
-  const auto registrations = [] {
-    return QENNotificationCenter::defaultCenter().registrationCount(
-        UIApplicationDidBecomeActiveNotification);
-  };
-  const std::size_t before = registrations();
+  // A metric destroyed while registered takes its entry with it at once; the process's own
+  // registration, one per notification, serves every observing metric.
+  const auto& observers = QENAppLifecycleObservers::shared();
+  const std::size_t before = observers.count();
   Metric::initWithName("forgotten")->configureAppLifecycleNotificationObservation();
-  EXPECT_EQ(registrations(), before);
+  EXPECT_EQ(observers.count(), before);
+  const auto second = Metric::initWithName("second");
+  second->configureAppLifecycleNotificationObservation();
+  EXPECT_EQ(observers.count(), before + 1);
+  EXPECT_EQ(QENNotificationCenter::defaultCenter().registrationCount(
+                UIApplicationDidBecomeActiveNotification),
+            1u);
   QENApplicationLifecycle::postDidEnterBackground();
+  EXPECT_EQ(second->annotations().size(), 1u);
 }
 
 TEST(MetricConvenience, StartsAndStopsAtWallClockDates) {

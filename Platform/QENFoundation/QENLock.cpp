@@ -1,7 +1,19 @@
 #include "QENLock.h"
 
 namespace {
+
 constexpr int kSpinsBeforeSleeping = 100;
+
+// Tells the processor that this is a spin-wait loop: it yields the core's resources to a sibling
+// hardware thread and avoids the memory-order flush when the awaited store arrives.
+inline void relaxProcessor() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#elif defined(__aarch64__) || defined(__arm__)
+  asm volatile("yield" ::: "memory");
+#endif
+}
+
 }  // namespace
 
 bool QENLock::try_lock() noexcept {
@@ -9,8 +21,9 @@ bool QENLock::try_lock() noexcept {
     ++depth_;
     return true;
   }
-  std::uint32_t expected = kUnlocked;
-  if (!state_.compare_exchange_strong(expected, kLocked, std::memory_order_acquire,
+  std::uint32_t state = state_.load(std::memory_order_relaxed);
+  if ((state & kLockedBit) != 0 ||
+      !state_.compare_exchange_strong(state, state | kLockedBit, std::memory_order_acquire,
                                       std::memory_order_relaxed)) {
     return false;
   }
@@ -18,22 +31,32 @@ bool QENLock::try_lock() noexcept {
   return true;
 }
 
-void QENLock::wakeWaiter() noexcept {
+void QENLock::wakeSleeper() noexcept {
   state_.notify_one();
 }
 
 void QENLock::acquireContended() noexcept {
   for (int spin = 0; spin < kSpinsBeforeSleeping; ++spin) {
-    std::uint32_t expected = kUnlocked;
-    if (state_.load(std::memory_order_relaxed) == kUnlocked &&
-        state_.compare_exchange_weak(expected, kLocked, std::memory_order_acquire,
+    std::uint32_t state = state_.load(std::memory_order_relaxed);
+    if ((state & kLockedBit) == 0 &&
+        state_.compare_exchange_weak(state, state | kLockedBit, std::memory_order_acquire,
                                      std::memory_order_relaxed)) {
       return;
     }
+    relaxProcessor();
   }
-  // From here on the lock is taken in the "with waiters" state, so that the eventual unlock
-  // wakes whoever else went to sleep meanwhile.
-  while (state_.exchange(kLockedWithWaiters, std::memory_order_acquire) != kUnlocked) {
-    state_.wait(kLockedWithWaiters, std::memory_order_relaxed);
+  // Counted as a sleeper until the lock is taken: every unlock meanwhile wakes one sleeper, and
+  // a wait on a word that changed since it was read returns at once, so no wake-up is lost.
+  std::uint32_t state = state_.fetch_add(kOneSleeper, std::memory_order_relaxed) + kOneSleeper;
+  for (;;) {
+    if ((state & kLockedBit) == 0) {
+      if (state_.compare_exchange_weak(state, (state - kOneSleeper) | kLockedBit,
+                                       std::memory_order_acquire, std::memory_order_relaxed)) {
+        return;
+      }
+      continue;  // the word changed: look again
+    }
+    state_.wait(state, std::memory_order_relaxed);
+    state = state_.load(std::memory_order_relaxed);
   }
 }

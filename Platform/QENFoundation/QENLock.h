@@ -9,8 +9,10 @@
 //   Metric trees are not checked for cycles, and a tree that contains a metric twice on one
 //   path would otherwise deadlock its own thread when it is stopped.
 // - Four bytes of state plus the owner; the uncontended lock and unlock are one atomic
-//   read-modify-write each, and a contended waiter sleeps on the state word (std::atomic::wait,
-//   a futex on Linux) after a short spin.
+//   read-modify-write each. A contended waiter spins a little (with the processor's pause or
+//   yield hint), then counts itself in the state word and sleeps on it (std::atomic::wait, a
+//   futex on Linux). An unlock wakes a sleeper only when the word counts one: once contention is
+//   over, unlocking costs no system call.
 // - The label names the lock in diagnostics. It is not copied: pass a string that lives as long
 //   as the lock (a literal).
 //
@@ -28,8 +30,8 @@ class QENLock {
       ++depth_;
       return;
     }
-    std::uint32_t expected = kUnlocked;
-    if (!state_.compare_exchange_strong(expected, kLocked, std::memory_order_acquire,
+    std::uint32_t expected = 0;
+    if (!state_.compare_exchange_strong(expected, kLockedBit, std::memory_order_acquire,
                                         std::memory_order_relaxed)) {
       acquireContended();
     }
@@ -43,15 +45,19 @@ class QENLock {
       return;
     }
     owner_.store(nullptr, std::memory_order_relaxed);
-    if (state_.exchange(kUnlocked, std::memory_order_release) == kLockedWithWaiters) {
-      wakeWaiter();
+    if (state_.fetch_sub(kLockedBit, std::memory_order_release) >= kOneSleeper) {
+      wakeSleeper();
     }
   }
 
   const char* label() const noexcept { return label_; }
 
  private:
-  enum State : std::uint32_t { kUnlocked = 0, kLocked = 1, kLockedWithWaiters = 2 };
+  // The state word: whether the lock is held (the low bit) and how many waiters sleep or are
+  // about to sleep on the word (the bits above it). One word, so that a sleeper cannot register
+  // between an unlock's look at the count and its release.
+  static constexpr std::uint32_t kLockedBit = 1;
+  static constexpr std::uint32_t kOneSleeper = 2;
 
   static const void* currentThreadIdentity() noexcept { return &threadIdentity_; }
   // Only the owner ever stores its own identity, so a relaxed read that sees it is reliable.
@@ -63,11 +69,11 @@ class QENLock {
     depth_ = 1;
   }
   void acquireContended() noexcept;
-  void wakeWaiter() noexcept;
+  void wakeSleeper() noexcept;
 
   static inline thread_local char threadIdentity_;
 
-  std::atomic<std::uint32_t> state_{kUnlocked};
+  std::atomic<std::uint32_t> state_{0};
   // The address of a thread-local of the owning thread; cheaper to read than a thread id.
   std::atomic<const void*> owner_{nullptr};
   std::uint32_t depth_ = 0;  // touched only by the owner

@@ -1,10 +1,9 @@
 // QENPerformanceMetric's Convenience extension: result, preload and app-lifecycle annotations.
 #include "Annotation+QENAdditions.h"
 #include "BinaryAnnotation+QENAdditions.h"
-#include "QENApplication/QENApplicationLifecycle.h"
+#include "QENAppLifecycleObservers.h"
 #include "QENAssert.h"
 #include "QENFoundation/QENMonotonicTime.h"
-#include "QENFoundation/QENNotificationCenter.h"
 #include "QENPerformanceMetric.h"
 
 namespace {
@@ -13,19 +12,6 @@ using QENThrift::AnnotationQENAdditions;
 using QENThrift::BinaryAnnotationQENAdditions;
 
 constexpr double kPreloadedMetricDuration = 0.001;
-
-struct LifecycleObservation {
-  std::string_view notificationName;
-  void (QENPerformanceMetric::*handler)(const QENNotification&);
-};
-
-// In registration order.
-constexpr LifecycleObservation kLifecycleObservations[] = {
-    {UIApplicationDidEnterBackgroundNotification, &QENPerformanceMetric::appDidEnterBackground},
-    {UIApplicationWillResignActiveNotification, &QENPerformanceMetric::appWillResignActive},
-    {UIApplicationWillEnterForegroundNotification, &QENPerformanceMetric::appWillEnterForeground},
-    {UIApplicationDidBecomeActiveNotification, &QENPerformanceMetric::appDidBecomeActive},
-};
 
 void addAnnotationNamedNow(QENPerformanceMetric& metric, std::string_view name) {
   metric.addAnnotation(
@@ -71,21 +57,11 @@ void QENPerformanceMetric::configureAppLifecycleNotificationObservation() {
     return;
   }
   observesAppLifecycle_.store(true, std::memory_order_relaxed);
-  for (const LifecycleObservation& observation : kLifecycleObservations) {
-    // Held weakly by the centre, which never calls a metric whose destruction has begun.
-    QENNotificationCenter::defaultCenter().addObserver(
-        self, observation.notificationName, nullptr,
-        [this, handler = observation.handler](const QENNotification& notification) {
-          (this->*handler)(notification);
-        });
-  }
+  QENAppLifecycleObservers::shared().add(self);
 }
 
 void QENPerformanceMetric::removeAppLifecycleNotificationObservation() {
-  for (const LifecycleObservation& observation : kLifecycleObservations) {
-    QENNotificationCenter::defaultCenter().removeObserver(static_cast<const void*>(this),
-                                                          observation.notificationName);
-  }
+  QENAppLifecycleObservers::shared().remove(this);
 }
 
 void QENPerformanceMetric::appDidEnterBackground(const QENNotification&) {
