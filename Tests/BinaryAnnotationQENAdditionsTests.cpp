@@ -62,13 +62,15 @@ TEST(BinaryAnnotationVocabulary, ReportsAbsentInputsAndRejectsInvalidUTF8) {
   EXPECT_EQ(records[1].message,
             "The following expression must not evaluate to nil: binaryAnnotation");
 
-  for (const char* invalid : {"\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82", "\xFF"}) {
+  for (const char* invalid :
+       {"\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82", "\xFF", "\x80"}) {
     EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(
                   Vocabulary::annotationWithKeyString("k", invalid)),
               std::nullopt)
         << invalid;
   }
-  EXPECT_TRUE(Vocabulary::isValidUTF8("h\xC3\xA9llo \xE2\x82\xAC \xF0\x9F\x98\x80"));
+  EXPECT_TRUE(
+      Vocabulary::isValidUTF8("h\xC3\xA9llo \xE2\x82\xAC \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF\x7F"));
 }
 
 TEST(BinaryAnnotationVocabulary, MapsNetworkAndReasonTablesExactly) {

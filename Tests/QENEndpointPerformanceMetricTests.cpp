@@ -81,6 +81,9 @@ TEST(EndpointMetric, MeasuresAnAcceptedRequestWithPhasesSizeSpeedAndNotification
   EXPECT_TRUE(metric->isFinished() && metric->isValid());
   EXPECT_NEAR(metric->metricTime(), 0.7, 1e-6) << "timed by the task interval";
   EXPECT_EQ(childNames(*metric), (std::vector<std::string>{"dns", "conn", "tls", "req", "resp"}));
+  const auto response = metric->childMetrics().back();
+  EXPECT_NEAR(response->startTime(), at(-0.5).monotonicTime(), 1e-6);
+  EXPECT_NEAR(response->metricTime(), 0.125, 1e-6);
   EXPECT_EQ(metric->annotations().size(), 10u);
   EXPECT_EQ(metric->annotations().front()->value(), "dns_start");
   auto keys = QENTest::keysOf(metric->binaryAnnotations());

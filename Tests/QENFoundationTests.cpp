@@ -53,6 +53,7 @@ TEST(MonotonicTime, MapsToTheWallClockAndBackAsAFixedTranslation) {
   EXPECT_GE(coarse, now - 0.1);
   EXPECT_LE(coarse, QENMonotonicTimeGetCurrent());
   EXPECT_TRUE(QENIsValidMonotonicTime(now));
+  EXPECT_TRUE(QENIsValidMonotonicTime(0.0));
   EXPECT_FALSE(QENIsValidMonotonicTime(-1.0));
   EXPECT_FALSE(QENIsValidMonotonicTime(NAN));
   EXPECT_FALSE(QENIsValidMonotonicTime(INFINITY));
@@ -70,6 +71,8 @@ TEST(CommandLineOptions, ReadTheEnvironmentUntilTheHostSetsThem) {
   EXPECT_EQ(QENCommandLineOptions::performanceTestName(), std::nullopt);
 
   QENCommandLineOptions::resetToEnvironment();
+  EXPECT_TRUE(QENCommandLineOptions::isPerformanceTestMode()) << "the environment again";
+  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), "feed_scroll");
   ::unsetenv(QENCommandLineOptions::kPerformanceTestModeVariable);
   ::unsetenv(QENCommandLineOptions::kPerformanceTestNameVariable);
   EXPECT_FALSE(QENCommandLineOptions::isPerformanceTestMode());

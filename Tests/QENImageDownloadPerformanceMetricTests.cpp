@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cmath>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "QENFoundation/QENMonotonicTime.h"
@@ -82,9 +83,15 @@ TEST(ImageDownloadMetric, KeepsTheCacheChildRunningOnAnEarlierEndAndMarksAHit) {
   EXPECT_EQ(child(*metric, "display_did_finish")->startTime(), t + 0.03);
   EXPECT_EQ(ImageMetric::initWithName("x", 1.0, nullptr, false), nullptr);
 
-  for (const std::int32_t type : {103, 8353, 104, 800, 7072}) {
-    EXPECT_EQ(metric->shouldInvalidate(QENTest::eventOfType(type)), type == 103 || type == 8353);
+  const std::set<std::int32_t> invalidating = {102, 103,  108,  110,  118,  177,  190,
+                                               801, 4701, 6572, 7070, 7071, 8352, 8353};
+  for (const std::int32_t listed : invalidating) {
+    for (const std::int32_t type : {listed - 1, listed, listed + 1}) {
+      EXPECT_EQ(metric->shouldInvalidate(QENTest::eventOfType(type)), invalidating.contains(type))
+          << type;
+    }
   }
+  EXPECT_FALSE(metric->shouldInvalidate(nullptr));
   Manager::processMetrics(nullptr, metric->imageURL());
 }
 

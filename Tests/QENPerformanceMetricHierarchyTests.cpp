@@ -124,6 +124,18 @@ TEST(MetricHierarchy, StoppingAParentStopsOnlyUnfinishedChildrenAtTheCurrentCloc
   EXPECT_EQ(unstarted->stopTime(), kUnsetTime) << "a stop before start is ignored";
 }
 
+TEST(MetricHierarchy, ADestroyedListenerTakesItsRegistrationWithIt) {
+  const auto registrations = [] {
+    return QENNotificationCenter::defaultCenter().registrationCount(
+        QENPerformanceMetricWillStartNotification);
+  };
+  const std::size_t before = registrations();
+  auto listener = Metric::initWithName("listener");
+  EXPECT_EQ(registrations(), before + 1);
+  listener.reset();
+  EXPECT_EQ(registrations(), before);
+}
+
 TEST(MetricHierarchy, LeavesNeitherPostNorListenAndBaseHooksAdoptNothing) {
   const auto leaf = Metric::initLeafMetricWithName("leaf");
   const auto managing = Metric::initWithName("managing");

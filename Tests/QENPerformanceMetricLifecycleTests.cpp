@@ -45,8 +45,11 @@ TEST(MetricLifecycle, AFreshMetricIsUnstartedValidAndReportsNowPlusOne) {
   EXPECT_EQ(metric->completingEvent(), 0u);
   EXPECT_EQ(metric->identifier(), "fresh");
   EXPECT_EQ(metric->uploadFraction(), 0.25);
-  const double percent = metric->randomUploadFraction() * 100;
-  EXPECT_TRUE(percent >= 0 && percent <= 99 && std::fabs(percent - std::round(percent)) < 1e-9);
+  for (int draw = 0; draw < 2000; ++draw) {  // a draw of 1.00 would come 20 times in 2000
+    const double percent = Metric::initLeafMetricWithName("draw")->randomUploadFraction() * 100;
+    ASSERT_TRUE(percent >= 0 && percent <= 99 && std::fabs(percent - std::round(percent)) < 1e-9)
+        << percent;
+  }
   const double before = QENMonotonicTimeGetCurrent();
   const double time = metric->metricTime();
   EXPECT_GE(time, before + 1.0);
