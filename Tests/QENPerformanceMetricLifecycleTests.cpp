@@ -145,6 +145,16 @@ TEST(MetricLifecycle, CallbacksRunOnceInOrderOnTheGlobalQueueEvenPastOneThatThro
   EXPECT_EQ(probe.calls, 1);
   EXPECT_EQ(captured.messages(), std::vector<std::string>{"A completion callback threw: host bug"});
 
+  // A list set as a whole replaces what was added, and a stop runs it.
+  const auto replaced = Metric::initLeafMetricWithName("replaced");
+  CompletionProbe setProbe;
+  replaced->addCompletionBlock([](bool) { ADD_FAILURE() << "replaced"; });
+  replaced->setCompletionBlocks(
+      std::make_shared<const Metric::CompletionBlockList>(1, setProbe.block()));
+  replaced->startMetric();
+  replaced->stopMetric();
+  EXPECT_TRUE(setProbe.future.get().first);
+
   // Added after the end: runs at once, here, with the validity at that moment.
   bool lateValid = true;
   std::thread::id lateThread;

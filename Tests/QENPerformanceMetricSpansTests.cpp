@@ -214,10 +214,12 @@ TEST(SpanDebugDescription, PrintsHexIdsTheUTCStartAndTheOptionalPartsSkippingAbs
 
   span.setParent_id(-1);
   span.setBinary_annotations({Vocabulary::annotationWithKeyInt16("net.type", 2), nullptr,
-                              Vocabulary::annotationWithKeyString("lc", "ios")});
+                              Vocabulary::annotationWithKeyString("lc", "ios"),
+                              Vocabulary::annotationWithKeyInt64("size", 0x0102030405)});
   const std::string full = QENThrift::SpanDebugDescription::debugDescription(span);
   EXPECT_EQ(full.substr(full.find("duration=")),
-            "duration=0.002 parent=ffffffffffffffff {net.type:<0002> lc:<696f73>}");
+            "duration=0.002 parent=ffffffffffffffff {net.type:<0002> lc:<696f73> "
+            "size:<00000001 02030405>}");
 }
 
 TEST(SpanExport, LowerCasesASCIILettersOnlyWhateverTheProcessLocale) {
