@@ -3,16 +3,18 @@
 #include <limits>
 
 void QENThriftBinaryWriter::writeBigEndian(std::uint64_t value, int byteCount) {
-  const std::size_t at = bytes_.size();
-  bytes_.resize(at + static_cast<std::size_t>(byteCount));
+  std::uint8_t digits[8];
   for (int index = byteCount - 1; index >= 0; --index, value >>= 8) {
-    bytes_[at + static_cast<std::size_t>(index)] = static_cast<std::uint8_t>(value);
+    digits[index] = static_cast<std::uint8_t>(value);
   }
+  bytes_.insert(bytes_.end(), digits, digits + byteCount);
 }
 
 void QENThriftBinaryWriter::writeFieldBegin(Type type, std::int16_t fieldId) {
-  bytes_.push_back(type);
-  writeI16(fieldId);
+  const auto id = static_cast<std::uint16_t>(fieldId);
+  const std::uint8_t header[3] = {type, static_cast<std::uint8_t>(id >> 8),
+                                  static_cast<std::uint8_t>(id)};
+  bytes_.insert(bytes_.end(), header, header + 3);
 }
 
 void QENThriftBinaryWriter::writeListBegin(Type elementType, std::int32_t size) {

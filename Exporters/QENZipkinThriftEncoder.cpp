@@ -100,7 +100,7 @@ void writeSpan(Writer& writer, const QENThrift::Span& span) {
 std::vector<std::uint8_t> QENZipkinThriftEncoder::encodeSpans(
     std::span<const std::shared_ptr<QENThrift::Span>> spans) {
   Writer writer;
-  writer.reserve(spans.size() * 256);
+  writer.reserve(spans.size() * 512);
   writer.writeListBegin(Writer::kStruct, presentCount(spans));
   for (const auto& span : spans) {
     if (span) {

@@ -193,7 +193,10 @@ std::int64_t QENPerformanceMetric::generateAndStoreSpanIdForURL(
     return spanId;  // nothing to keep it under
   }
   const std::lock_guard guard(propertyLock_);
-  urlToSpanId_.insert_or_assign(url->absoluteString(), spanId);
+  if (urlToSpanId_ == nullptr) {
+    urlToSpanId_ = std::make_unique<std::unordered_map<std::string, std::int64_t>>();
+  }
+  urlToSpanId_->insert_or_assign(url->absoluteString(), spanId);
   return spanId;
 }
 
@@ -207,6 +210,9 @@ std::int64_t QENPerformanceMetric::overriddenSpanId() const {
     return 0;
   }
   const std::lock_guard guard(propertyLock_);
-  const auto found = urlToSpanId_.find(url->absoluteString());
-  return found == urlToSpanId_.end() ? 0 : found->second;
+  if (urlToSpanId_ == nullptr) {
+    return 0;
+  }
+  const auto found = urlToSpanId_->find(url->absoluteString());
+  return found == urlToSpanId_->end() ? 0 : found->second;
 }

@@ -118,8 +118,7 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
                      "-[QENPerformanceMetric stopMetricWithTime:]");
   // Taken out under the lock, released or run after it.
   std::shared_ptr<const CompletionBlockList> completions;
-  ShouldInvalidateBlock clearedInvalidateBlock;
-  ShouldCompleteBlock clearedCompleteBlock;
+  std::unique_ptr<Deciders> clearedDeciders;
   bool valid = false;
   {
     const std::lock_guard guard(propertyLock_);
@@ -139,8 +138,7 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
     }
     completions = std::exchange(completionBlocks_, nullptr);
     valid = _locked_isValid();
-    clearedInvalidateBlock = std::exchange(shouldInvalidateBlock_, nullptr);
-    clearedCompleteBlock = std::exchange(shouldCompleteBlock_, nullptr);
+    clearedDeciders = std::move(deciders_);
   }
   if (completions) {
     dispatchCompletionBlocks(std::move(completions), valid);
@@ -157,8 +155,7 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
             "QENPerformanceMetricStopReasonDefault should only be used to represent valid metrics");
   MetricList children;
   std::shared_ptr<const CompletionBlockList> completions;
-  ShouldInvalidateBlock clearedInvalidateBlock;
-  ShouldCompleteBlock clearedCompleteBlock;
+  std::unique_ptr<Deciders> clearedDeciders;
   {
     const std::lock_guard guard(propertyLock_);
     invalidateReason_ = reason;
@@ -167,8 +164,7 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
     }
     children = childMetrics_;
     completions = std::exchange(completionBlocks_, nullptr);
-    clearedInvalidateBlock = std::exchange(shouldInvalidateBlock_, nullptr);
-    clearedCompleteBlock = std::exchange(shouldCompleteBlock_, nullptr);
+    clearedDeciders = std::move(deciders_);
   }
   invalidateChildren(children, reason);
   if (completions) {
@@ -688,22 +684,29 @@ void QENPerformanceMetric::setCompletionBlocks(std::shared_ptr<const CompletionB
 
 QENPerformanceMetric::ShouldCompleteBlock QENPerformanceMetric::shouldCompleteBlock() const {
   const std::lock_guard guard(propertyLock_);
-  return shouldCompleteBlock_;
+  return deciders_ ? deciders_->shouldComplete : nullptr;
 }
 
+// The block replaced is released after the lock, with the argument.
 void QENPerformanceMetric::setShouldCompleteBlock(ShouldCompleteBlock block) {
   const std::lock_guard guard(propertyLock_);
-  shouldCompleteBlock_.swap(block);
+  if (deciders_ == nullptr) {
+    deciders_ = std::make_unique<Deciders>();
+  }
+  deciders_->shouldComplete.swap(block);
 }
 
 QENPerformanceMetric::ShouldInvalidateBlock QENPerformanceMetric::shouldInvalidateBlock() const {
   const std::lock_guard guard(propertyLock_);
-  return shouldInvalidateBlock_;
+  return deciders_ ? deciders_->shouldInvalidate : nullptr;
 }
 
 void QENPerformanceMetric::setShouldInvalidateBlock(ShouldInvalidateBlock block) {
   const std::lock_guard guard(propertyLock_);
-  shouldInvalidateBlock_.swap(block);
+  if (deciders_ == nullptr) {
+    deciders_ = std::make_unique<Deciders>();
+  }
+  deciders_->shouldInvalidate.swap(block);
 }
 
 // MARK: - Atomic properties

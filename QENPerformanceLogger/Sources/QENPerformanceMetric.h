@@ -390,10 +390,15 @@ class QENPerformanceMetric : public QENObject,
   MetricList childMetrics_;
   std::vector<AnnotationPointer> annotations_;
   std::vector<BinaryAnnotationPointer> binaryAnnotations_;
-  std::unordered_map<std::string, std::int64_t> urlToSpanId_;  // keyed by absoluteString
+  // Made on first use: most metrics never send trace headers or decide on events, and a leaf
+  // metric's footprint is what every measurement pays.
+  std::unique_ptr<std::unordered_map<std::string, std::int64_t>> urlToSpanId_;  // by absoluteString
   std::shared_ptr<const CompletionBlockList> completionBlocks_;
-  ShouldCompleteBlock shouldCompleteBlock_;
-  ShouldInvalidateBlock shouldInvalidateBlock_;
+  struct Deciders {
+    ShouldCompleteBlock shouldComplete;
+    ShouldInvalidateBlock shouldInvalidate;
+  };
+  std::unique_ptr<Deciders> deciders_;
   mutable QENLock propertyLock_;
 
   // Fixed after construction.
