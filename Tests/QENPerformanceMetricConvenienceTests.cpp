@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "QENAppLifecycleObservers.h"
 #include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENMonotonicTime.h"
@@ -63,8 +61,9 @@ TEST(MetricConvenience, AnnotatesAppLifecycleChangesUntilRemoved) {
   QENApplicationLifecycle::postDidEnterBackground();
 
   std::vector<std::string> names;
-  std::ranges::transform(metric->annotations(), std::back_inserter(names),
-                         [](const auto& annotation) { return annotation->value(); });
+  for (const auto& annotation : metric->annotations()) {
+    names.push_back(annotation->value());
+  }
   EXPECT_EQ(names, (std::vector<std::string>{"app.enter.background", "app.enter.foreground",
                                              "app.become.active", "app.resign.active"}));
   // A metric destroyed while registered takes its entry with it at once; the process's own
