@@ -5,15 +5,13 @@
 #include <benchmark/benchmark.h>
 #include <sys/random.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
 #include "QENAllocationCounter.h"
+#include "QENClockReadSummary.h"
 #include "QENFoundation/QENLock.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENRandom.h"
@@ -121,13 +119,6 @@ BENCHMARK(BM_AnnotateOneSharedMetric)
     ->Threads(1)
     ->Threads(2);
 
-void BM_MonotonicClockRead(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(QENMonotonicTimeGetCurrent());
-  }
-}
-BENCHMARK(BM_MonotonicClockRead);
-
 void BM_UncontendedQENLockPair(benchmark::State& state) {
   QENLock lock("benchmark.lock");
   for (auto _ : state) {
@@ -185,45 +176,8 @@ void BM_Random16BytesKernelGetrandom(benchmark::State& state) {
 }
 BENCHMARK(BM_Random16BytesKernelGetrandom);
 
-// Keeps each benchmark's time per iteration for the summary: the median when the run is
-// repeated (--benchmark_repetitions), else the single measurement.
-class SummarisingReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      const bool threaded =
-          run.threads > 1 || run.run_name.str().find("process_time") != std::string::npos;
-      const double time = threaded ? run.GetAdjustedCPUTime() : run.GetAdjustedRealTime();
-      if ((run.run_type == Run::RT_Iteration && run.repetitions <= 1) ||
-          (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")) {
-        nanosecondsPerIteration[run.run_name.str()] = time;
-      }
-    }
-  }
-  std::map<std::string, double> nanosecondsPerIteration;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A host app always runs many threads. Once a second thread has existed, the C and C++
-  // runtimes stop taking their single-threaded shortcuts (plain reference counts, lock-free
-  // mutexes), so the figures are those of a real process.
-  std::thread([] {}).join();
-  benchmark::Initialize(&argc, argv);
-  SummarisingReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  const auto& times = reporter.nanosecondsPerIteration;
-  const auto clock = times.find("BM_MonotonicClockRead");
-  if (clock != times.end() && clock->second > 0) {
-    std::printf("\nIn monotonic clock reads of %.1f ns (process CPU time for threaded rows):\n",
-                clock->second);
-    for (const auto& [name, nanoseconds] : times) {
-      std::printf("  %-50s %8.1f ns = %6.2f clock reads\n", name.c_str(), nanoseconds,
-                  nanoseconds / clock->second);
-    }
-  }
-  benchmark::Shutdown();
-  return EXIT_SUCCESS;
+  return QENRunBenchmarksWithClockReadSummary(argc, argv);
 }

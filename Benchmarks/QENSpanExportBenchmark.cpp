@@ -4,13 +4,10 @@
 // span in monotonic clock reads measured in the same run, a figure that travels between machines.
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
-#include <map>
-#include <thread>
-
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENAllocationCounter.h"
 #include "QENChromeTraceEncoder.h"
+#include "QENClockReadSummary.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENPerformanceMetric.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
@@ -102,42 +99,8 @@ void BM_EncodeChromeTrace(benchmark::State& state) {
 }
 BENCHMARK(BM_EncodeChromeTrace)->Unit(benchmark::kMillisecond);
 
-void BM_MonotonicClockRead(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(QENMonotonicTimeGetCurrent());
-  }
-}
-BENCHMARK(BM_MonotonicClockRead);
-
-// Keeps each row's time per span (or per clock read) for the summary in clock reads.
-class PerSpanReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      const auto perSpan = run.counters.find("time_per_span");
-      nanoseconds[run.benchmark_name()] =
-          perSpan != run.counters.end() ? perSpan->second.value * 1e9 : run.GetAdjustedRealTime();
-    }
-  }
-  std::map<std::string, double> nanoseconds;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::thread([] {}).join();  // a real host is multi-threaded: no single-thread shortcuts
-  benchmark::Initialize(&argc, argv);
-  PerSpanReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  const auto clock = reporter.nanoseconds.find("BM_MonotonicClockRead");
-  if (clock != reporter.nanoseconds.end() && clock->second > 0) {
-    std::printf("\nPer span, in monotonic clock reads of %.1f ns:\n", clock->second);
-    for (const auto& [name, nanoseconds] : reporter.nanoseconds) {
-      std::printf("  %-40s %8.1f ns = %6.2f clock reads\n", name.c_str(), nanoseconds,
-                  nanoseconds / clock->second);
-    }
-  }
-  benchmark::Shutdown();
-  return 0;
+  return QENRunBenchmarksWithClockReadSummary(argc, argv);
 }
