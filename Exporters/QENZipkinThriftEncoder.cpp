@@ -11,8 +11,8 @@ using Writer = QENThriftBinaryWriter;
 // Absent entries are left out of every list, so a list's size is the count of present ones.
 template <class Range>
 std::int32_t presentCount(const Range& entries) {
-  return static_cast<std::int32_t>(
-      std::count_if(entries.begin(), entries.end(), [](const auto& entry) { return entry; }));
+  return static_cast<std::int32_t>(std::count_if(
+      entries.begin(), entries.end(), [](const auto& entry) { return entry != nullptr; }));
 }
 
 void writeEndpoint(Writer& writer, const QENThrift::Endpoint& endpoint) {
