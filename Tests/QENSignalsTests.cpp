@@ -167,6 +167,10 @@ TEST(VideoPreloadSignal, RoundsItsDurationAndBuildsB3HeadersForTheCdnChildSpan) 
   EXPECT_NE(siblingHeaders.at("X-B3-SpanId"), headers.at("X-B3-SpanId"));
   EXPECT_EQ(headers.at("X-B3-SpanId").size(), 16u);
 
+  const auto ready = QENPerformanceSignal::initWithVideoUrl(url, std::int64_t{1}, false, false);
+  ready->setIsReadyToPlay(true);
+  EXPECT_TRUE(ready->isReadyToPlay() && ready->isStopped()) << "ready to play ends the preload";
+
   const auto forTest = QENPerformanceSignal::initWithVideoUrlForTest(url, "session");
   EXPECT_TRUE(forTest->isStopped());
   EXPECT_GE(forTest->getPreloadDuration(), 0.0) << "started and stopped now";

@@ -2,17 +2,12 @@
 
 namespace {
 
-constexpr int kSpinsBeforeSleeping = 100;
-
-// Tells the processor that this is a spin-wait loop: it yields the core's resources to a sibling
-// hardware thread and avoids the memory-order flush when the awaited store arrives.
-inline void relaxProcessor() noexcept {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
-  asm volatile("yield" ::: "memory");
-#endif
-}
+// A few plain re-reads before sleeping: the library's critical sections last tens of
+// nanoseconds, so the lock is often free again by then. Measured with two threads annotating one
+// metric on a 2-vCPU virtual machine, CPU per operation against one thread's: 3x with these
+// re-reads, 5x to 15x with 100 spins on the processor's pause hint (a pause loop there can exit
+// to the hypervisor).
+constexpr int kSpinsBeforeSleeping = 10;
 
 }  // namespace
 
@@ -43,7 +38,6 @@ void QENLock::acquireContended() noexcept {
                                      std::memory_order_relaxed)) {
       return;
     }
-    relaxProcessor();
   }
   // Counted as a sleeper until the lock is taken: every unlock meanwhile wakes one sleeper, and
   // a wait on a word that changed since it was read returns at once, so no wake-up is lost.

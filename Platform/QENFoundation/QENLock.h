@@ -6,13 +6,12 @@
 // A small labelled mutual-exclusion lock, usable with std::lock_guard and std::unique_lock.
 //
 // - Recursive: the thread that holds the lock may take it again (and must release it as often).
-//   Metric trees are not checked for cycles, and a tree that contains a metric twice on one
-//   path would otherwise deadlock its own thread when it is stopped.
+//   Work done under a metric's lock (stopping its children, for one) may read that metric again
+//   on the same thread.
 // - Four bytes of state plus the owner; the uncontended lock and unlock are one atomic
-//   read-modify-write each. A contended waiter spins a little (with the processor's pause or
-//   yield hint), then counts itself in the state word and sleeps on it (std::atomic::wait, a
-//   futex on Linux). An unlock wakes a sleeper only when the word counts one: once contention is
-//   over, unlocking costs no system call.
+//   read-modify-write each. A contended waiter re-reads the word a few times, then counts itself in
+//   the state word and sleeps on it (std::atomic::wait, a futex on Linux). An unlock wakes a
+//   sleeper only when the word counts one: once contention is over, unlocking costs no system call.
 // - The label names the lock in diagnostics. It is not copied: pass a string that lives as long
 //   as the lock (a literal).
 //
