@@ -79,25 +79,14 @@ void QENJSONWriter::separate() {
   }
 }
 
-void QENJSONWriter::beginObject() {
+void QENJSONWriter::open(char bracket) {
   separate();
-  out_ += '{';
+  out_ += bracket;
   needsComma_ = false;
 }
 
-void QENJSONWriter::endObject() {
-  out_ += '}';
-  needsComma_ = true;
-}
-
-void QENJSONWriter::beginArray() {
-  separate();
-  out_ += '[';
-  needsComma_ = false;
-}
-
-void QENJSONWriter::endArray() {
-  out_ += ']';
+void QENJSONWriter::close(char bracket) {
+  out_ += bracket;
   needsComma_ = true;
 }
 

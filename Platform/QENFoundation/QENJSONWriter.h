@@ -15,10 +15,10 @@ class QENJSONWriter {
  public:
   explicit QENJSONWriter(std::string& out) : out_(out) {}
 
-  void beginObject();
-  void endObject();
-  void beginArray();
-  void endArray();
+  void beginObject() { open('{'); }
+  void endObject() { close('}'); }
+  void beginArray() { open('['); }
+  void endArray() { close(']'); }
   void key(std::string_view name);
   void string(std::string_view text);
   void integer(std::int64_t value);
@@ -28,6 +28,8 @@ class QENJSONWriter {
 
  private:
   void separate();
+  void open(char bracket);
+  void close(char bracket);
 
   std::string& out_;
   bool needsComma_ = false;

@@ -127,10 +127,13 @@ QENPerformanceMetric::ExportSnapshot QENPerformanceMetric::exportSnapshot(bool i
   snapshot.viewType = viewType_;
   snapshot.viewParameter = viewParameter_;
   // Room for what export adds: client send and receive; the local component, and on a top-level
-  // span the uwt and top-level annotations.
+  // span at most 7 uwt and 11 top-level annotations.
+  constexpr std::size_t kAddedToEverySpan = 1;
+  constexpr std::size_t kAddedToATopLevelSpan = kAddedToEverySpan + 7 + 11;
   snapshot.annotations.reserve(annotations_.size() + 2);
   snapshot.annotations.assign(annotations_.begin(), annotations_.end());
-  snapshot.binaryAnnotations.reserve(binaryAnnotations_.size() + (isTopLevel ? 24 : 1));
+  snapshot.binaryAnnotations.reserve(binaryAnnotations_.size() +
+                                     (isTopLevel ? kAddedToATopLevelSpan : kAddedToEverySpan));
   snapshot.binaryAnnotations.assign(binaryAnnotations_.begin(), binaryAnnotations_.end());
   snapshot.childMetrics = childMetrics_;
   return snapshot;
