@@ -1,15 +1,12 @@
 #include "QENChromeTraceEncoder.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "QENFoundation/QENJSONWriter.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
-#include "QENThrift/zipkin_spanConstants.h"
 
 namespace {
-
-using Constants = QENThrift::zipkin_spanConstants;
-using AnnotationList = std::vector<std::shared_ptr<const QENThrift::BinaryAnnotation>>;
 
 constexpr int kProcessId = 1;
 
@@ -27,52 +24,43 @@ std::unordered_map<std::int64_t, int> depthsBySpanId(
   return depths;
 }
 
-// Whether a binary annotation at or after `from` has this key: of repeated keys the last counts,
-// and a binary annotation named like an id argument replaces it.
-bool hasKeyFrom(const AnnotationList& annotations, std::size_t from, std::string_view key) {
-  for (std::size_t index = from; index < annotations.size(); ++index) {
-    if (annotations[index] != nullptr && annotations[index]->key() == key) {
-      return true;
-    }
-  }
-  return false;
+// A tag named like an id argument replaces it.
+bool hasTag(const QENSpanReading& reading, std::string_view key) {
+  return std::any_of(reading.tags().begin(), reading.tags().end(),
+                     [key](const auto* tag) { return tag->key() == key; });
 }
 
-void writeIdArgument(QENJSONWriter& json, const AnnotationList& annotations, std::string_view key,
+void writeArgument(QENJSONWriter& json, const QENSpanReading& reading, std::string_view key,
+                   std::string_view value) {
+  if (!hasTag(reading, key)) {
+    json.key(key);
+    json.string(value);
+  }
+}
+
+void writeIdArgument(QENJSONWriter& json, const QENSpanReading& reading, std::string_view key,
                      std::int64_t id) {
-  if (hasKeyFrom(annotations, 0, key))
-    return;
   char digits[16];
   QENFoundation::qen_writeNetworkEndianHex(id, digits);
-  json.key(key);
-  json.string({digits, sizeof digits});
+  writeArgument(json, reading, key, {digits, sizeof digits});
 }
 
-// Text values as they are, everything else as 0x and its bytes in hexadecimal.
-void writeArguments(QENJSONWriter& json, const QENThrift::Span& span, std::string& scratch) {
-  const AnnotationList& annotations = span.binary_annotations();
+void writeArguments(QENJSONWriter& json, const QENSpanReading& reading, std::string& scratch) {
+  const QENThrift::Span& span = reading.span();
   json.key("args");
   json.beginObject();
-  writeIdArgument(json, annotations, "traceId", span.trace_id());
-  writeIdArgument(json, annotations, "spanId", span.id());
-  if (span.parent_idIsSet()) {
-    writeIdArgument(json, annotations, "parentId", span.parent_id());
+  writeIdArgument(json, reading, "traceId", span.trace_id());
+  writeIdArgument(json, reading, "spanId", span.id());
+  if (reading.parentId()) {
+    writeIdArgument(json, reading, "parentId", *reading.parentId());
   }
-  for (std::size_t index = 0; index < annotations.size(); ++index) {
-    const auto& annotation = annotations[index];
-    if (annotation == nullptr || hasKeyFrom(annotations, index + 1, annotation->key()))
-      continue;
-    const auto& bytes = annotation->value();
-    json.key(annotation->key());
-    if (annotation->annotation_type() == QENThrift::AnnotationType::STRING && bytes) {
-      json.string({reinterpret_cast<const char*>(bytes->data()), bytes->size()});
-    } else {
-      scratch = "0x";
-      if (bytes) {
-        scratch += QENFoundation::qen_hexString(*bytes);
-      }
-      json.string(scratch);
-    }
+  if (reading.kind() == QENSpanKind::kClient) {
+    writeArgument(json, reading, "kind", "CLIENT");
+    writeArgument(json, reading, "remoteService", reading.remoteServiceName());
+  }
+  for (const auto* tag : reading.tags()) {
+    json.key(tag->key());
+    json.string(QENSpanReading::tagText(*tag, scratch));
   }
   json.endObject();
 }
@@ -93,20 +81,17 @@ void writeCommonFields(QENJSONWriter& json, std::string_view name, std::string_v
   json.integer(track);
 }
 
-// The span as a complete event, then each annotation but client-send and -receive as an instant.
-void writeSpanEvents(QENJSONWriter& json, const QENThrift::Span& span, int track,
+// The span as a complete event, then each of its events as an instant.
+void writeSpanEvents(QENJSONWriter& json, const QENSpanReading& reading, int track,
                      std::string& scratch) {
   json.beginObject();
-  writeCommonFields(json, span.name(), "span", "X", span.timestamp(), track);
+  writeCommonFields(json, reading.span().name(), "span", "X", reading.timestamp().value_or(0),
+                    track);
   json.key("dur");
-  json.integer(span.duration());
-  writeArguments(json, span, scratch);
+  json.integer(reading.duration().value_or(0));
+  writeArguments(json, reading, scratch);
   json.endObject();
-  for (const auto& annotation : span.annotations()) {
-    if (annotation == nullptr || annotation->value() == Constants::CLIENT_SEND() ||
-        annotation->value() == Constants::CLIENT_RECV()) {
-      continue;
-    }
+  for (const auto* annotation : reading.events()) {
     json.beginObject();
     writeCommonFields(json, annotation->value(), "annotation", "i", annotation->timestamp(), track);
     json.key("s");
@@ -115,21 +100,41 @@ void writeSpanEvents(QENJSONWriter& json, const QENThrift::Span& span, int track
   }
 }
 
+// Names the process after the service, as the viewer's track heading.
+void writeProcessName(QENJSONWriter& json, std::string_view serviceName) {
+  json.beginObject();
+  json.key("name");
+  json.string("process_name");
+  json.key("ph");
+  json.string("M");
+  json.key("pid");
+  json.integer(kProcessId);
+  json.key("args");
+  json.beginObject();
+  json.key("name");
+  json.string(serviceName);
+  json.endObject();
+  json.endObject();
+}
+
 }  // namespace
 
 std::string QENChromeTraceEncoder::encodeSpans(
-    std::span<const std::shared_ptr<QENThrift::Span>> spans) {
+    std::span<const std::shared_ptr<QENThrift::Span>> spans, const QENSpanReadingOptions& options) {
   const auto depths = depthsBySpanId(spans);
   std::string out;
   out.reserve(spans.size() * 512);
   QENJSONWriter json(out);
+  QENSpanReading reading(options);
   std::string scratch;
   json.beginObject();
   json.key("traceEvents");
   json.beginArray();
+  writeProcessName(json, reading.serviceName());
   for (const auto& span : spans) {
     if (span != nullptr) {
-      writeSpanEvents(json, *span, depths.at(span->id()), scratch);
+      reading.read(*span);
+      writeSpanEvents(json, reading, depths.at(span->id()), scratch);
     }
   }
   json.endArray();

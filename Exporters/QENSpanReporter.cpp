@@ -6,6 +6,7 @@
 
 #include "QENAssert.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
+#include "QENOTLPJSONEncoder.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
 
@@ -33,17 +34,24 @@ void logReporterError(const std::string& message, int line) {
       message, true, 1, "QENSpanReporter", nullptr, line, __FILE__);
 }
 
-std::string encode(const QENSpanReporter::SpanList& spans, QENSpanReporterEncoding encoding) {
-  if (encoding == QENSpanReporterEncoding::kZipkinV1Thrift) {
-    const auto bytes = QENZipkinThriftEncoder::encodeSpans(spans);
-    return std::string(bytes.begin(), bytes.end());
+std::string encode(const QENSpanReporter::SpanList& spans, const QENSpanReporterOptions& options) {
+  switch (options.encoding) {
+    case QENSpanReporterEncoding::kZipkinV1Thrift: {
+      const auto bytes =
+          QENZipkinThriftEncoder::encodeSpans(spans, options.thriftForm, options.reading);
+      return std::string(bytes.begin(), bytes.end());
+    }
+    case QENSpanReporterEncoding::kOTLPJSON:
+      return QENOTLPJSONEncoder::encodeSpans(spans, options.reading);
+    case QENSpanReporterEncoding::kZipkinV2JSON:
+    default:
+      return QENZipkinV2JSONEncoder::encodeSpans(spans, options.reading);
   }
-  return QENZipkinV2JSONEncoder::encodeSpans(spans);
 }
 
 std::size_t encodedSize(const std::shared_ptr<QENThrift::Span>& span,
-                        QENSpanReporterEncoding encoding) {
-  return encode({span}, encoding).size();
+                        const QENSpanReporterOptions& options) {
+  return encode({span}, options).size();
 }
 
 // Replaces a setting below its floor by the floor, reporting it.
@@ -193,14 +201,14 @@ QENSpanReporter::SpanList QENSpanReporter::takeBatch(std::unique_lock<std::mutex
     batch.push_back(std::move(queue_.front()));
     queue_.pop_front();
     lock.unlock();  // encoding a span to size it needs no lock
-    bytes += encodedSize(batch.back(), options_.encoding);
+    bytes += encodedSize(batch.back(), options_);
     lock.lock();
   }
   return batch;
 }
 
 void QENSpanReporter::deliver(const SpanList& batch) {
-  const std::string body = encode(batch, options_.encoding);
+  const std::string body = encode(batch, options_);
   milliseconds backoff = options_.initialBackoff;
   for (int attempt = 0;; ++attempt) {
     const Outcome outcome = post(body);

@@ -13,9 +13,11 @@
 #include <thread>
 #include <vector>
 
+#include "QENSpanReading.h"
 #include "QENThrift/Span.h"
+#include "QENZipkinThriftEncoder.h"
 
-enum class QENSpanReporterEncoding { kZipkinV2JSON, kZipkinV1Thrift };
+enum class QENSpanReporterEncoding { kZipkinV2JSON, kZipkinV1Thrift, kOTLPJSON };
 
 // What happened to the spans handed to a reporter. Once it has stopped,
 // accepted == delivered + dropped(), and delivered is what the collector acknowledged.
@@ -39,9 +41,14 @@ struct QENSpanReporterCounters {
 // the floor is used instead, so that no setting can make the reporter crash, hang or spin.
 struct QENSpanReporterOptions {
   // Where batches are posted, e.g. "http://localhost:9411/api/v2/spans" (or /api/v1/spans for
-  // Thrift). A URL that redirects is a configuration error: its batches are refused.
+  // Thrift, or an OpenTelemetry collector's "http://localhost:4318/v1/traces" for OTLP). A URL
+  // that redirects is a configuration error: its batches are refused.
   std::string collectorURL;
   QENSpanReporterEncoding encoding = QENSpanReporterEncoding::kZipkinV2JSON;
+  // The service the spans belong to, for every encoding.
+  QENSpanReadingOptions reading;
+  // Thrift only: the spans as the library made them, or as a v1 backend shows right.
+  QENZipkinThriftEncoder::Form thriftForm = QENZipkinThriftEncoder::Form::kAsMade;
   // Past this many waiting spans the oldest are dropped. At least 1.
   std::size_t maximumQueuedSpans = 10000;
   // At least 1.

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 
+#include "QENThrift/zipkin_spanConstants.h"
 #include "QENThriftBinaryWriter.h"
 
 namespace {
 
 using Writer = QENThriftBinaryWriter;
+using Constants = QENThrift::zipkin_spanConstants;
 
 // Absent entries are left out of every list, so a list's size is the count of present ones.
 template <class Range>
@@ -95,16 +97,120 @@ void writeSpan(Writer& writer, const QENThrift::Span& span) {
   writer.writeFieldStop();
 }
 
+// The backend-safe form.
+
+void writeEndpointNamed(Writer& writer, std::int16_t fieldId, std::string_view serviceName) {
+  writer.writeFieldBegin(Writer::kStruct, fieldId);
+  writer.writeFieldBegin(Writer::kI32, 1);
+  writer.writeI32(0);
+  writer.writeFieldBegin(Writer::kI16, 2);
+  writer.writeI16(0);
+  writer.writeFieldBegin(Writer::kString, 3);
+  writer.writeString(serviceName);
+  writer.writeFieldStop();
+}
+
+void writeEvent(Writer& writer, std::int64_t timestamp, std::string_view value,
+                std::string_view serviceName) {
+  writer.writeFieldBegin(Writer::kI64, 1);
+  writer.writeI64(timestamp);
+  writer.writeFieldBegin(Writer::kString, 2);
+  writer.writeString(value);
+  writeEndpointNamed(writer, 3, serviceName);
+  writer.writeFieldStop();
+}
+
+void writeReadEvents(Writer& writer, const QENSpanReading& reading) {
+  const bool isClient = reading.kind() == QENSpanKind::kClient && reading.timestamp();
+  const bool hasEnd = isClient && reading.duration();
+  writer.writeFieldBegin(Writer::kList, 6);
+  writer.writeListBegin(
+      Writer::kStruct,
+      static_cast<std::int32_t>(reading.events().size() + (isClient ? 1 : 0) + (hasEnd ? 1 : 0)));
+  if (isClient) {
+    writeEvent(writer, *reading.timestamp(), Constants::CLIENT_SEND(), reading.serviceName());
+  }
+  if (hasEnd) {
+    writeEvent(writer, *reading.timestamp() + *reading.duration(), Constants::CLIENT_RECV(),
+               reading.serviceName());
+  }
+  for (const auto* annotation : reading.events()) {
+    writeEvent(writer, annotation->timestamp(), annotation->value(), reading.serviceName());
+  }
+}
+
+void writeServerAddress(Writer& writer, std::string_view remoteServiceName) {
+  static constexpr std::byte kTrue{1};
+  writer.writeFieldBegin(Writer::kString, 1);
+  writer.writeString(Constants::SERVER_ADDR());
+  writer.writeFieldBegin(Writer::kString, 2);
+  writer.writeBinary(&kTrue, 1);
+  writer.writeFieldBegin(Writer::kI32, 3);
+  writer.writeI32(static_cast<std::int32_t>(QENThrift::AnnotationType::BOOL));
+  writeEndpointNamed(writer, 4, remoteServiceName);
+  writer.writeFieldStop();
+}
+
+void writeReadTags(Writer& writer, const QENSpanReading& reading) {
+  const bool isClient = reading.kind() == QENSpanKind::kClient;
+  writer.writeFieldBegin(Writer::kList, 8);
+  writer.writeListBegin(Writer::kStruct,
+                        static_cast<std::int32_t>(reading.tags().size() + (isClient ? 1 : 0)));
+  for (const auto* tag : reading.tags()) {
+    writer.writeFieldBegin(Writer::kString, 1);
+    writer.writeString(tag->key());
+    writer.writeFieldBegin(Writer::kString, 2);
+    writer.writeBinary(tag->value()->data(), tag->value()->size());
+    writer.writeFieldBegin(Writer::kI32, 3);
+    writer.writeI32(static_cast<std::int32_t>(tag->annotation_type()));
+    if (tag->key() == Constants::LOCAL_COMPONENT()) {
+      writeEndpointNamed(writer, 4, reading.serviceName());
+    }
+    writer.writeFieldStop();
+  }
+  if (isClient) {
+    writeServerAddress(writer, reading.remoteServiceName());
+  }
+}
+
+void writeReadSpan(Writer& writer, const QENSpanReading& reading) {
+  const QENThrift::Span& span = reading.span();
+  writer.writeFieldBegin(Writer::kI64, 1);
+  writer.writeI64(span.trace_id());
+  writer.writeFieldBegin(Writer::kString, 3);
+  writer.writeString(span.name());
+  writer.writeFieldBegin(Writer::kI64, 4);
+  writer.writeI64(span.id());
+  if (reading.parentId()) {
+    writer.writeFieldBegin(Writer::kI64, 5);
+    writer.writeI64(*reading.parentId());
+  }
+  writeReadEvents(writer, reading);
+  writeReadTags(writer, reading);
+  writer.writeFieldBegin(Writer::kI64, 10);
+  writer.writeI64(reading.timestamp().value_or(0));
+  writer.writeFieldBegin(Writer::kI64, 11);
+  writer.writeI64(reading.duration().value_or(0));
+  writer.writeFieldStop();
+}
+
 }  // namespace
 
 std::vector<std::uint8_t> QENZipkinThriftEncoder::encodeSpans(
-    std::span<const std::shared_ptr<QENThrift::Span>> spans) {
+    std::span<const std::shared_ptr<QENThrift::Span>> spans, Form form,
+    const QENSpanReadingOptions& options) {
   Writer writer;
   writer.reserve(spans.size() * 512);
   writer.writeListBegin(Writer::kStruct, presentCount(spans));
+  QENSpanReading reading(options);
   for (const auto& span : spans) {
-    if (span) {
+    if (span == nullptr)
+      continue;
+    if (form == Form::kAsMade) {
       writeSpan(writer, *span);
+    } else {
+      reading.read(*span);
+      writeReadSpan(writer, reading);
     }
   }
   return writer.takeBytes();

@@ -5,15 +5,28 @@
 #include <span>
 #include <vector>
 
+#include "QENSpanReading.h"
 #include "QENThrift/Span.h"
 
 // Encodes spans as Zipkin v1 expects them over HTTP (POST /api/v1/spans with
 // Content-Type application/x-thrift): a Thrift binary-protocol list of Span structs, with the
-// field ids and types of Zipkin's core IDL. Optional fields that are not set (parent id,
-// timestamp, duration, annotation hosts, IPv6) and absent values are left out; null entries are
-// skipped.
+// field ids and types of Zipkin's core IDL. Null entries are skipped.
 class QENZipkinThriftEncoder {
  public:
+  enum class Form {
+    // The spans byte for byte as the library made them. Optional fields that are not set (parent
+    // id, timestamp, duration, annotation hosts, IPv6) and absent values are left out.
+    kAsMade,
+    // The spans as QENSpanReading reads them, written so that a v1 backend converts them to the
+    // same v2 spans the v2 JSON encoder writes: timestamp and duration always set (0 where the
+    // reading has none), the events with the service as their host, tags in place of the binary
+    // annotations (the local component with the service as its host), and for a network span a
+    // client-send and a client-receive at its real start and end and a server-address annotation
+    // naming the request's host. The saturated client-send and client-receive are left out.
+    kBackendSafe,
+  };
+
   static std::vector<std::uint8_t> encodeSpans(
-      std::span<const std::shared_ptr<QENThrift::Span>> spans);
+      std::span<const std::shared_ptr<QENThrift::Span>> spans, Form form = Form::kAsMade,
+      const QENSpanReadingOptions& options = {});
 };

@@ -98,6 +98,7 @@ TEST(URL, FindsThePartsOfTheTextAsGivenWithoutRewritingIt) {
       {"http://h?q", "h", "", "http://h"},
       {"mailto:someone@example.com", "", "someone@example.com", "mailto:someone@example.com"},
       {"//h/p/../q?x", "h", "/p/../q", "//h/p/../q"},
+      {"https:///p", "", "/p", "https:///p"},
   };
   for (const URLParts& row : table) {
     const auto url = QENURL::URLWithString(row.text);

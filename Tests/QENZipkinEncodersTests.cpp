@@ -5,6 +5,8 @@
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENChromeTraceEncoder.h"
+#include "QENDevice/QENDevice.h"
+#include "QENOTLPJSONEncoder.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
 #include "Support/QENDocumentEncoders.h"
@@ -63,8 +65,12 @@ TEST(ChromeTraceEncoder, PutsSpansOnTheTrackOfTheirDepthWithTheirAnnotations) {
   const auto trace = nlohmann::json::parse(QENChromeTraceEncoder::encodeSpans(spans));
   std::vector<int> tracks;
   int instants = 0;
+  EXPECT_EQ(trace["traceEvents"][0]["args"]["name"], QENDevice::platformName())
+      << "the process is named after the service";
   for (const auto& event : trace["traceEvents"]) {
-    if (event["ph"] == "X") {
+    if (event["ph"] == "M") {
+      continue;
+    } else if (event["ph"] == "X") {
       tracks.push_back(event["tid"]);
       EXPECT_EQ(event["dur"], 10);
     } else {
@@ -77,7 +83,7 @@ TEST(ChromeTraceEncoder, PutsSpansOnTheTrackOfTheirDepthWithTheirAnnotations) {
 }
 
 // Random spans of any bytes and any field values, present or absent: the streaming encoders must
-// write the same documents as the document-building ones they replaced.
+// write the same documents as the document-building ones they replaced, and OTLP a document.
 class RandomSpans {
  public:
   std::vector<std::shared_ptr<QENThrift::Span>> make(int count) {
@@ -107,6 +113,9 @@ class RandomSpans {
     return made;
   }
   std::shared_ptr<const QENThrift::BinaryAnnotation> binary() {
+    if (chance(15)) {  // a request's URL, which makes a client span
+      return Vocabulary::annotationWithKeyString("endpoint_id", "https://" + text() + "/p");
+    }
     std::optional<QENThrift::BinaryAnnotation::Bytes> value;
     if (!chance(10)) {
       value.emplace(random_() % 10);
@@ -152,12 +161,14 @@ TEST(StreamingEncoders, WriteTheDocumentsTheDocumentBuildersWrote) {
     const auto spans = random.make(round % 7);
     const auto v2 = QENZipkinV2JSONEncoder::encodeSpans(spans);
     EXPECT_EQ(nlohmann::json::parse(v2),
-              nlohmann::json::parse(QENDocumentEncoders::V2::zipkinV2JSON(spans)))
+              nlohmann::json::parse(QENDocumentEncoders::zipkinV2JSON(spans)))
         << v2;
     const auto chrome = QENChromeTraceEncoder::encodeSpans(spans);
     EXPECT_EQ(nlohmann::json::parse(chrome),
-              nlohmann::json::parse(QENDocumentEncoders::Chrome::chromeTrace(spans)))
+              nlohmann::json::parse(QENDocumentEncoders::chromeTrace(spans)))
         << chrome;
+    const auto otlp = QENOTLPJSONEncoder::encodeSpans(spans);
+    EXPECT_TRUE(nlohmann::json::accept(otlp)) << otlp;
   }
 }
 

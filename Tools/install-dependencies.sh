@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs, from Debian's packages, everything the build, the tests and the benchmarks need: the
 # build machine's toolchain, clang with libc++ (14 and 19), the ARM64 cross toolchain with qemu
-# and Debian's arm64 libraries. Does nothing when everything is already there, so it is cheap to
+# and Debian's arm64 libraries; and, from the npm registry, the OpenTelemetry JS packages the
+# OTLP interop test reads with. Does nothing when everything is already there, so it is cheap to
 # run before each build.
 set -euo pipefail
 
@@ -51,6 +52,17 @@ if [ ! -f "$libcxx14/usr/lib/llvm-14/include/c++/v1/vector" ]; then
     $sudo dpkg-deb -x "$package" "$libcxx14"
   done
   rm -rf "$downloads"
+fi
+
+# Node, for the OTLP interop test's readers: Debian's, unless the machine already has one.
+if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends nodejs npm
+fi
+# Those readers, at the versions the lock file pins, from the npm registry.
+readers="$(dirname "$0")/../Tests/Interop/otlp"
+if [ ! -d "$readers/node_modules/@opentelemetry/otlp-transformer" ]; then
+  (cd "$readers" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
 fi
 
 # A Latin-1 locale, for the test that span names are lower-cased the same under any locale.

@@ -4,6 +4,10 @@
 
 #include <mutex>
 
+#if defined(__APPLE__)
+#include <TargetConditionals.h>
+#endif
+
 namespace {
 
 struct DeviceInformation {
@@ -27,6 +31,38 @@ DeviceInformation& deviceInformation() {
 }
 
 }  // namespace
+
+std::string_view QENDevice::platformName() noexcept {
+#if defined(__ANDROID__)
+  return "android";
+#elif defined(__APPLE__) && TARGET_OS_IPHONE
+  return "ios";
+#elif defined(__APPLE__)
+  return "macos";
+#elif defined(__linux__)
+  return "linux";
+#elif defined(_WIN32)
+  return "windows";
+#elif defined(__FreeBSD__)
+  return "freebsd";
+#elif defined(__OpenBSD__)
+  return "openbsd";
+#elif defined(__NetBSD__)
+  return "netbsd";
+#else
+  return "unknown";
+#endif
+}
+
+std::string_view QENDevice::operatingSystemType() noexcept {
+#if defined(__APPLE__)
+  return "darwin";
+#elif defined(__ANDROID__) || defined(__linux__)
+  return "linux";
+#else
+  return platformName();
+#endif
+}
 
 std::int64_t QENDevice::userInterfaceIdiom() {
   const std::lock_guard guard(deviceInformation().mutex);

@@ -103,6 +103,12 @@ void QENJSONWriter::string(std::string_view text) {
   needsComma_ = true;
 }
 
+void QENJSONWriter::literal(std::string_view json) {
+  separate();
+  out_.append(json);
+  needsComma_ = true;
+}
+
 void QENJSONWriter::integer(std::int64_t value) {
   separate();
   char digits[24];

@@ -22,6 +22,9 @@ class QENJSONWriter {
   void key(std::string_view name);
   void string(std::string_view text);
   void integer(std::int64_t value);
+  void boolean(bool value) { literal(value ? "true" : "false"); }
+  // A value the caller has already written as JSON (a number's text, say), placed as it is.
+  void literal(std::string_view json);
 
   // Appends the text as a quoted JSON string.
   static void appendQuoted(std::string& out, std::string_view text);

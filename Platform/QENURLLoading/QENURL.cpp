@@ -55,7 +55,9 @@ std::shared_ptr<const QENURL> QENURL::URLWithString(std::string_view text) {
   }
   const UriUriA& uri = parsed.uri();
   Range host;
-  if (uri.hostText.first != nullptr) {
+  // uriparser points an empty host ("https:///p") at a static empty string, not into the text.
+  if (uri.hostText.first != nullptr && uri.hostText.first >= text.data() &&
+      uri.hostText.afterLast <= text.data() + text.size()) {
     host = {static_cast<std::size_t>(uri.hostText.first - text.data()),
             static_cast<std::size_t>(uri.hostText.afterLast - text.data())};
   }

@@ -1,12 +1,22 @@
 #!/usr/bin/python3
-"""Reads back the library's Zipkin encodings with readers the library did not write.
+"""Reads back the library's Zipkin and OTLP encodings with readers the library did not write.
 
 1. Generates Python code for Zipkin's core IDL with thrift-compiler, decodes spans.thrift with
    Apache Thrift's binary protocol, and checks every field against expected.json.
-2. Rebuilds the decoded spans as py_zipkin spans, the way Zipkin converts v1 to v2, encodes them
-   with py_zipkin's own v2 JSON encoder, and compares the result field by field with
-   spans-v2.json. py_zipkin carries times as float seconds and truncates when it writes
-   microseconds, so times may differ by one microsecond; everything else must be equal.
+2. Decodes the backend-safe spans-safe.thrift the same way, converts each span as Zipkin converts
+   v1 spans to v2 (below), has py_zipkin's own v2 JSON encoder write it, and compares the result
+   field by field with spans-v2.json. py_zipkin carries times as float seconds and truncates when
+   it writes microseconds, so times may differ by one microsecond; everything else must be equal.
+3. Requires spans-otlp.json to say what spans-v2.json says of every span: service, kind,
+   endpoints, times, events and tags.
+4. Requires that no encoding carries a time at the saturated 64-bit value.
+
+Zipkin's v1-to-v2 rules, as far as these spans use them: the span's timestamp and duration carry
+over (0 means absent); client-send and client-receive make the kind CLIENT and their host the
+local endpoint; other annotations stay, as events; a server-address binary annotation names the
+remote endpoint; the local component's host is the local endpoint when no core annotation named
+one, and its value is a tag; every other binary annotation is a tag, its value as text. Service
+names are lower-cased; a parent id of 0 is absent.
 
 Usage: check_zipkin_interop.py WRITER_PROGRAM ZIPKIN_CORE_THRIFT
 Prints "N passed, M failed" and exits non-zero on any failure.
@@ -34,11 +44,17 @@ def check(condition, what):
         print("FAILED:", what)
 
 
-def decode_spans(folder, idl):
+SATURATED = 2**63 - 1
+
+
+def load_ttypes(folder, idl):
     subprocess.run(["thrift", "--gen", "py", "-out", folder, idl], check=True)
     sys.path.insert(0, folder)
-    ttypes = importlib.import_module("zipkinCore.ttypes")
-    with open(os.path.join(folder, "spans.thrift"), "rb") as encoded:
+    return importlib.import_module("zipkinCore.ttypes")
+
+
+def decode_spans(path, ttypes):
+    with open(path, "rb") as encoded:
         protocol = TBinaryProtocol.TBinaryProtocol(TTransport.TMemoryBuffer(encoded.read()))
     _, size = protocol.readListBegin()
     spans = []
@@ -72,10 +88,26 @@ def tag_text(annotation):
     return value.decode("utf-8", errors="replace")
 
 
+def endpoint(host):
+    return Endpoint(host.service_name.lower() or None, None, None, None) if host else None
+
+
 def as_py_zipkin(span):
+    """The v2 span Zipkin makes of a v1 span, as py_zipkin's builder takes it."""
     hex_id = lambda value: format(value & (2**64 - 1), "016x")
-    values = {a.value for a in span.annotations}
-    local = next((b for b in span.binary_annotations if b.key == "lc"), None)
+    core = {a.value: a for a in span.annotations if a.value in ("cs", "cr")}
+    local = core["cs"].host if "cs" in core else None
+    remote = None
+    tags = {}
+    for b in span.binary_annotations:
+        if b.key == "sa":
+            remote = b.host
+            continue
+        if b.key == "lc":
+            local = local or b.host
+            if not b.value:
+                continue
+        tags[b.key] = tag_text(b)
     return SpanBuilder(
         trace_id=hex_id(span.trace_id),
         name=span.name,
@@ -83,10 +115,11 @@ def as_py_zipkin(span):
         span_id=hex_id(span.id),
         timestamp=span.timestamp / 1e6,
         duration=span.duration / 1e6,
-        annotations={a.value: a.timestamp / 1e6 for a in span.annotations if a.value not in ("cs", "cr")},
-        tags={b.key: tag_text(b) for b in span.binary_annotations if b.key != "lc"},
-        kind=Kind.CLIENT if {"cs", "cr"} <= values else Kind.LOCAL,
-        local_endpoint=Endpoint(tag_text(local), None, None, None) if local else None,
+        annotations={a.value: a.timestamp / 1e6 for a in span.annotations if a.value not in core},
+        tags=tags,
+        kind=Kind.CLIENT if "cs" in core else Kind.LOCAL,
+        local_endpoint=endpoint(local),
+        sa_endpoint=endpoint(remote),
     )
 
 
@@ -94,6 +127,7 @@ def check_v2_json(spans, ours):
     encoder = _V2JSONEncoder()
     theirs = [json.loads(encoder.encode_span(as_py_zipkin(span))) for span in spans]
     check(len(theirs) == len(ours), "v2 span count")
+    check(any(span.get("kind") == "CLIENT" for span in ours), "a network span is a client span")
     for mine, reference in zip(ours, theirs):
         name = reference.get("name")
         check(set(mine) == set(reference), f"{name}: v2 keys {sorted(mine)} vs {sorted(reference)}")
@@ -110,16 +144,62 @@ def check_v2_json(spans, ours):
                 check(mine[key] == reference[key], f"{name}.{key}: {mine[key]} vs {reference[key]}")
 
 
+def otlp_value_text(value):
+    (kind, content), = value.items()
+    if kind == "boolValue":
+        return "true" if content else "false"
+    return str(content)
+
+
+def check_otlp_agrees(otlp, ours):
+    resource = otlp["resourceSpans"][0]["resource"]["attributes"]
+    service = next(a["value"]["stringValue"] for a in resource if a["key"] == "service.name")
+    spans = otlp["resourceSpans"][0]["scopeSpans"][0]["spans"]
+    check(len(spans) == len(ours), "OTLP span count")
+    for mine, v2 in zip(spans, ours):
+        name = v2["name"]
+        check(mine["traceId"] == "0" * 16 + v2["traceId"] and mine["spanId"] == v2["id"]
+              and mine.get("parentSpanId") == v2.get("parentId"), f"{name}: OTLP ids")
+        check(service == v2["localEndpoint"]["serviceName"], f"{name}: OTLP service")
+        check((mine.get("kind") == 3) == (v2.get("kind") == "CLIENT"), f"{name}: OTLP kind")
+        start = int(mine.get("startTimeUnixNano", 0))
+        check(start == v2.get("timestamp", 0) * 1000, f"{name}: OTLP start")
+        check(int(mine.get("endTimeUnixNano", 0)) - start == v2.get("duration", 0) * 1000,
+              f"{name}: OTLP end")
+        attributes = {a["key"]: otlp_value_text(a["value"]) for a in mine.get("attributes", [])}
+        remote = v2.get("remoteEndpoint", {}).get("serviceName")
+        check(attributes.pop("server.address", None) == remote, f"{name}: OTLP server.address")
+        check(attributes == v2.get("tags", {}), f"{name}: OTLP attributes {attributes}")
+        events = [(int(e["timeUnixNano"]), e["name"]) for e in mine.get("events", [])]
+        check(events == [(a["timestamp"] * 1000, a["value"]) for a in v2.get("annotations", [])],
+              f"{name}: OTLP events")
+
+
+def check_no_saturated_time(safe_spans, ours, otlp):
+    times = [t for s in safe_spans for t in [s.timestamp] + [a.timestamp for a in s.annotations]]
+    times += [t for s in ours for t in [s.get("timestamp")] + [a["timestamp"] for a in s.get("annotations", [])]]
+    for span in otlp["resourceSpans"][0]["scopeSpans"][0]["spans"]:
+        times += [int(span.get("startTimeUnixNano", 0)) // 1000]
+        times += [int(e["timeUnixNano"]) // 1000 for e in span.get("events", [])]
+    check(bool(times) and SATURATED not in times, "no encoding carries the saturated time")
+
+
 def main():
     # The writer may be preceded by an emulator and its arguments (a cross build's tests).
     *writer, idl = sys.argv[1:]
     with tempfile.TemporaryDirectory() as folder:
         subprocess.run([*writer, folder], check=True)
-        spans = decode_spans(folder, idl)
-        with open(os.path.join(folder, "expected.json")) as expected:
-            check_thrift_fields(spans, json.load(expected))
-        with open(os.path.join(folder, "spans-v2.json")) as ours:
-            check_v2_json(spans, json.load(ours))
+        ttypes = load_ttypes(folder, idl)
+        read = lambda name: json.load(open(os.path.join(folder, name)))
+        as_made = decode_spans(os.path.join(folder, "spans.thrift"), ttypes)
+        check_thrift_fields(as_made, read("expected.json"))
+        check(SATURATED in [a.timestamp for a in as_made[0].annotations],
+              "as made, client-send keeps the library's saturated time")
+        safe = decode_spans(os.path.join(folder, "spans-safe.thrift"), ttypes)
+        ours = read("spans-v2.json")
+        check_v2_json(safe, ours)
+        check_otlp_agrees(read("spans-otlp.json"), ours)
+        check_no_saturated_time(safe, ours, read("spans-otlp.json"))
     print(f"{checks['passed']} passed, {checks['failed']} failed")
     return 1 if checks["failed"] or not checks["passed"] else 0
 

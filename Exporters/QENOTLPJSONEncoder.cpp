@@ -1,0 +1,215 @@
+#include "QENOTLPJSONEncoder.h"
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "QENDevice/QENDevice.h"
+#include "QENFoundation/QENJSONWriter.h"
+#include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENPerformanceLoggerVersion.h"
+
+namespace {
+
+using QENThrift::AnnotationType;
+using QENThrift::BinaryAnnotation;
+
+constexpr std::string_view kLibraryName = "QENPerformanceLogger";
+constexpr int kClientKind = 3;
+constexpr std::string_view kServerAddressKey = "server.address";
+
+void writeHexId(QENJSONWriter& json, std::string_view key, std::int64_t id, bool widened) {
+  char digits[32];
+  std::fill_n(digits, 16, '0');
+  QENFoundation::qen_writeNetworkEndianHex(id, std::span<char, 32>(digits).last<16>());
+  json.key(key);
+  json.string(widened ? std::string_view(digits, 32) : std::string_view(digits + 16, 16));
+}
+
+// Unix nanoseconds of a reading's time, which always fit.
+void writeNanoseconds(QENJSONWriter& json, std::string_view key, std::int64_t microseconds) {
+  char digits[24];
+  const auto end = std::to_chars(std::begin(digits), std::end(digits), microseconds * 1000).ptr;
+  json.key(key);
+  json.string({digits, static_cast<std::size_t>(end - digits)});
+}
+
+void writeStringAttribute(QENJSONWriter& json, std::string_view key, std::string_view value) {
+  json.beginObject();
+  json.key("key");
+  json.string(key);
+  json.key("value");
+  json.beginObject();
+  json.key("stringValue");
+  json.string(value);
+  json.endObject();
+  json.endObject();
+}
+
+void writeDouble(QENJSONWriter& json, const BinaryAnnotation::Bytes& bytes) {
+  std::uint64_t bits = 0;
+  for (const std::byte byte : bytes) {
+    bits = bits << 8 | std::to_integer<std::uint64_t>(byte);
+  }
+  const double value = std::bit_cast<double>(bits);
+  if (std::isnan(value)) {
+    json.string("NaN");
+  } else if (std::isinf(value)) {
+    json.string(value > 0 ? "Infinity" : "-Infinity");
+  } else {
+    json.literal(nlohmann::json(value).dump());
+  }
+}
+
+void writeTypedValue(QENJSONWriter& json, const BinaryAnnotation& tag, std::string& scratch) {
+  json.beginObject();
+  switch (tag.annotation_type()) {
+    case AnnotationType::BOOL:
+      json.key("boolValue");
+      json.boolean((*tag.value())[0] != std::byte{0});
+      break;
+    case AnnotationType::I16:
+    case AnnotationType::I32:
+    case AnnotationType::I64:
+      json.key("intValue");
+      json.string(QENSpanReading::tagText(tag, scratch));
+      break;
+    case AnnotationType::DOUBLE:
+      json.key("doubleValue");
+      writeDouble(json, *tag.value());
+      break;
+    case AnnotationType::STRING:
+      json.key("stringValue");
+      json.string(QENSpanReading::tagText(tag, scratch));
+      break;
+    default:
+      json.key("bytesValue");
+      json.string(QENSpanReading::tagText(tag, scratch));
+      break;
+  }
+  json.endObject();
+}
+
+void writeAttributes(QENJSONWriter& json, const QENSpanReading& reading, std::string& scratch) {
+  const auto tags = reading.tags();
+  const bool namesServer = reading.kind() == QENSpanKind::kClient &&
+                           std::none_of(tags.begin(), tags.end(), [](const auto* tag) {
+                             return tag->key() == kServerAddressKey;
+                           });
+  if (tags.empty() && !namesServer)
+    return;
+  json.key("attributes");
+  json.beginArray();
+  if (namesServer) {
+    writeStringAttribute(json, kServerAddressKey, reading.remoteServiceName());
+  }
+  for (const auto* tag : tags) {
+    json.beginObject();
+    json.key("key");
+    json.string(tag->key());
+    json.key("value");
+    writeTypedValue(json, *tag, scratch);
+    json.endObject();
+  }
+  json.endArray();
+}
+
+void writeEvents(QENJSONWriter& json, const QENSpanReading& reading) {
+  if (reading.events().empty())
+    return;
+  json.key("events");
+  json.beginArray();
+  for (const auto* event : reading.events()) {
+    json.beginObject();
+    writeNanoseconds(json, "timeUnixNano", event->timestamp());
+    json.key("name");
+    json.string(event->value());
+    json.endObject();
+  }
+  json.endArray();
+}
+
+void writeSpan(QENJSONWriter& json, const QENSpanReading& reading, std::string& scratch) {
+  const QENThrift::Span& span = reading.span();
+  json.beginObject();
+  writeHexId(json, "traceId", span.trace_id(), true);
+  writeHexId(json, "spanId", span.id(), false);
+  if (reading.parentId()) {
+    writeHexId(json, "parentSpanId", *reading.parentId(), false);
+  }
+  json.key("name");
+  json.string(span.name());
+  if (reading.kind() == QENSpanKind::kClient) {
+    json.key("kind");
+    json.integer(kClientKind);
+  }
+  if (reading.timestamp()) {
+    writeNanoseconds(json, "startTimeUnixNano", *reading.timestamp());
+    writeNanoseconds(json, "endTimeUnixNano",
+                     *reading.timestamp() + reading.duration().value_or(0));
+  }
+  writeAttributes(json, reading, scratch);
+  writeEvents(json, reading);
+  json.endObject();
+}
+
+void writeResource(QENJSONWriter& json, std::string_view serviceName) {
+  json.key("resource");
+  json.beginObject();
+  json.key("attributes");
+  json.beginArray();
+  writeStringAttribute(json, "service.name", serviceName);
+  writeStringAttribute(json, "os.type", QENDevice::operatingSystemType());
+  writeStringAttribute(json, "telemetry.sdk.name", kLibraryName);
+  writeStringAttribute(json, "telemetry.sdk.language", "cpp");
+  writeStringAttribute(json, "telemetry.sdk.version", QENPerformanceLoggerVersionString);
+  json.endArray();
+  json.endObject();
+}
+
+void writeScope(QENJSONWriter& json) {
+  json.key("scope");
+  json.beginObject();
+  json.key("name");
+  json.string(kLibraryName);
+  json.key("version");
+  json.string(QENPerformanceLoggerVersionString);
+  json.endObject();
+}
+
+}  // namespace
+
+std::string QENOTLPJSONEncoder::encodeSpans(std::span<const std::shared_ptr<QENThrift::Span>> spans,
+                                            const QENSpanReadingOptions& options) {
+  std::string out;
+  out.reserve(spans.size() * 640 + 512);
+  QENJSONWriter json(out);
+  QENSpanReading reading(options);
+  std::string scratch;
+  json.beginObject();
+  json.key("resourceSpans");
+  json.beginArray();
+  json.beginObject();
+  writeResource(json, reading.serviceName());
+  json.key("scopeSpans");
+  json.beginArray();
+  json.beginObject();
+  writeScope(json);
+  json.key("spans");
+  json.beginArray();
+  for (const auto& span : spans) {
+    if (span != nullptr) {
+      reading.read(*span);
+      writeSpan(json, reading, scratch);
+    }
+  }
+  json.endArray();
+  json.endObject();
+  json.endArray();
+  json.endObject();
+  json.endArray();
+  json.endObject();
+  return out;
+}

@@ -1,0 +1,191 @@
+#include "QENSpanReading.h"
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "QENDevice/QENDevice.h"
+#include "QENThrift/zipkin_spanConstants.h"
+#include "QENURLLoading/QENURL.h"
+#include "performance_tracing_clientConstants.h"
+
+namespace {
+
+using QENThrift::AnnotationType;
+using QENThrift::BinaryAnnotation;
+using Constants = QENThrift::zipkin_spanConstants;
+
+// The latest time whose nanoseconds still fit a signed 64-bit integer (in 2262).
+constexpr std::int64_t kLatestMicroseconds = std::numeric_limits<std::int64_t>::max() / 1000;
+
+std::string asciiLowerCase(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+  return lower;
+}
+
+// The byte count a typed value must have, or 0 for a type of any length.
+std::size_t requiredWidth(AnnotationType type) {
+  switch (type) {
+    case AnnotationType::BOOL:
+      return 1;
+    case AnnotationType::I16:
+      return 2;
+    case AnnotationType::I32:
+      return 4;
+    case AnnotationType::I64:
+    case AnnotationType::DOUBLE:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
+bool hasTagValue(const BinaryAnnotation* annotation) {
+  if (annotation == nullptr || !annotation->value()) {
+    return false;
+  }
+  const std::size_t width = requiredWidth(annotation->annotation_type());
+  return width == 0 || annotation->value()->size() == width;
+}
+
+std::uint64_t bigEndian(const BinaryAnnotation::Bytes& bytes) {
+  std::uint64_t value = 0;
+  for (const std::byte byte : bytes) {
+    value = value << 8 | std::to_integer<std::uint64_t>(byte);
+  }
+  return value;
+}
+
+void appendBase64(std::string& text, const BinaryAnnotation::Bytes& bytes) {
+  static constexpr char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  for (std::size_t index = 0; index < bytes.size(); index += 3) {
+    std::uint32_t group = std::to_integer<std::uint32_t>(bytes[index]) << 16;
+    const std::size_t available = std::min<std::size_t>(3, bytes.size() - index);
+    if (available > 1)
+      group |= std::to_integer<std::uint32_t>(bytes[index + 1]) << 8;
+    if (available > 2)
+      group |= std::to_integer<std::uint32_t>(bytes[index + 2]);
+    for (std::size_t sextet = 0; sextet < 4; ++sextet) {
+      text += sextet <= available ? kAlphabet[(group >> (18 - 6 * sextet)) & 0x3F] : '=';
+    }
+  }
+}
+
+template <class Integer>
+std::string_view decimal(std::uint64_t bits, std::string& scratch) {
+  char digits[24];
+  const auto end = std::to_chars(std::begin(digits), std::end(digits),
+                                 static_cast<std::int64_t>(static_cast<Integer>(bits)))
+                       .ptr;
+  scratch.assign(digits, end);
+  return scratch;
+}
+
+}  // namespace
+
+QENSpanReading::QENSpanReading(const QENSpanReadingOptions& options)
+    : serviceName_(asciiLowerCase(options.serviceName.empty() ? QENDevice::platformName()
+                                                              : options.serviceName)) {}
+
+bool QENSpanReading::isTime(std::int64_t microseconds) noexcept {
+  return microseconds > 0 && microseconds <= kLatestMicroseconds;
+}
+
+void QENSpanReading::read(const QENThrift::Span& span) {
+  span_ = &span;
+  parentId_.reset();
+  if (span.parent_idIsSet() && span.parent_id() != 0) {
+    parentId_ = span.parent_id();
+  }
+  readTimes(span);
+  readEvents(span);
+  readTags(span);
+  readRemoteService();
+}
+
+void QENSpanReading::readTimes(const QENThrift::Span& span) {
+  timestamp_.reset();
+  duration_.reset();
+  if (!span.timestampIsSet() || !isTime(span.timestamp())) {
+    return;
+  }
+  timestamp_ = span.timestamp();
+  if (span.durationIsSet() && span.duration() > 0 &&
+      span.duration() <= kLatestMicroseconds - span.timestamp()) {
+    duration_ = span.duration();
+  }
+}
+
+void QENSpanReading::readEvents(const QENThrift::Span& span) {
+  events_.clear();
+  for (const auto& annotation : span.annotations()) {
+    if (annotation != nullptr && isTime(annotation->timestamp()) &&
+        annotation->value() != Constants::CLIENT_SEND() &&
+        annotation->value() != Constants::CLIENT_RECV()) {
+      events_.push_back(annotation.get());
+    }
+  }
+}
+
+void QENSpanReading::readTags(const QENThrift::Span& span) {
+  tags_.clear();
+  const auto& annotations = span.binary_annotations();
+  for (std::size_t index = 0; index < annotations.size(); ++index) {
+    const BinaryAnnotation* annotation = annotations[index].get();
+    if (!hasTagValue(annotation))
+      continue;
+    const bool overriddenLater =
+        std::any_of(annotations.begin() + static_cast<std::ptrdiff_t>(index) + 1, annotations.end(),
+                    [&](const auto& later) {
+                      return hasTagValue(later.get()) && later->key() == annotation->key();
+                    });
+    if (!overriddenLater) {
+      tags_.push_back(annotation);
+    }
+  }
+}
+
+void QENSpanReading::readRemoteService() {
+  remoteServiceName_.clear();
+  const auto requestURL = std::find_if(tags_.begin(), tags_.end(), [](const auto* tag) {
+    return tag->key() == performance_tracing_clientConstants::ENDPOINT_ID() &&
+           tag->annotation_type() == AnnotationType::STRING;
+  });
+  if (requestURL == tags_.end())
+    return;
+  const auto& bytes = *(*requestURL)->value();
+  const auto url =
+      QENURL::URLWithString({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  if (url != nullptr) {
+    remoteServiceName_ = asciiLowerCase(url->host());
+  }
+}
+
+std::string_view QENSpanReading::tagText(const BinaryAnnotation& tag, std::string& scratch) {
+  const BinaryAnnotation::Bytes& bytes = *tag.value();
+  switch (tag.annotation_type()) {
+    case AnnotationType::BOOL:
+      return bytes[0] != std::byte{0} ? "true" : "false";
+    case AnnotationType::I16:
+      return decimal<std::int16_t>(bigEndian(bytes), scratch);
+    case AnnotationType::I32:
+      return decimal<std::int32_t>(bigEndian(bytes), scratch);
+    case AnnotationType::I64:
+      return decimal<std::int64_t>(bigEndian(bytes), scratch);
+    case AnnotationType::DOUBLE:  // rare: the shortest form that reads back, as JSON numbers are
+      scratch = nlohmann::json(std::bit_cast<double>(bigEndian(bytes))).dump();
+      return scratch;
+    case AnnotationType::STRING:
+      return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+    case AnnotationType::BYTES:
+    default:
+      scratch.clear();
+      appendBase64(scratch, bytes);
+      return scratch;
+  }
+}

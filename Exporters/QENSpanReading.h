@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "QENThrift/Span.h"
+
+enum class QENSpanKind { kUnspecified, kClient };
+
+struct QENSpanReadingOptions {
+  // The service every span belongs to: Zipkin's local endpoint, OpenTelemetry's service.name.
+  // Lower-cased, as Zipkin stores service names. Empty: the platform the library runs on
+  // (QENDevice::platformName(): "android" on Android, "ios" on iOS, ...).
+  std::string serviceName;
+};
+
+// How a tracing backend is to see one exported span. Every encoder writes spans through this one
+// reading, so that the formats cannot disagree on a span's service, kind, endpoints, times and
+// tags. The spans themselves stay exactly as the library made them; only their reading changes.
+//
+// - Kind: a span is a CLIENT span only when it measured a network request, that is when it
+//   carries the request's URL ("endpoint_id", which the endpoint metric and the image download
+//   manager add). The URL's host, lower-cased, is then its remote service. Every other span
+//   (start-up tasks, rendering, image display) has no kind.
+// - Times are microseconds since the Unix epoch. A value that is not positive, or lies past the
+//   year 2262 (where nanoseconds no longer fit 64 bits), is not a time and is left out. So the
+//   client-send and client-receive annotations, which the library saturates at the largest
+//   64-bit value, can never become a timestamp.
+// - Events: the annotations with a time, but client-send and client-receive, which only mark the
+//   span's own start and end.
+// - Tags: the binary annotations whose value has a length its type allows; of repeated keys, the
+//   last counts. The local component ("lc") is a tag like any other, as Zipkin converts it.
+class QENSpanReading {
+ public:
+  using Annotation = QENThrift::Annotation;
+  using BinaryAnnotation = QENThrift::BinaryAnnotation;
+
+  explicit QENSpanReading(const QENSpanReadingOptions& options = {});
+
+  // Reads `span`, which must outlive the reading's use; the accessors describe it until the next
+  // read. One reading serves any number of spans in turn, reusing its memory.
+  void read(const QENThrift::Span& span);
+
+  const std::string& serviceName() const noexcept { return serviceName_; }
+  const QENThrift::Span& span() const noexcept { return *span_; }
+  // The parent's span id when it is set and not zero.
+  std::optional<std::int64_t> parentId() const noexcept { return parentId_; }
+  std::optional<std::int64_t> timestamp() const noexcept { return timestamp_; }
+  // Present only with the timestamp, and when the span's end is also a time.
+  std::optional<std::int64_t> duration() const noexcept { return duration_; }
+  QENSpanKind kind() const noexcept {
+    return remoteServiceName_.empty() ? QENSpanKind::kUnspecified : QENSpanKind::kClient;
+  }
+  // The host the request went to, lower-cased; "" for a span of no kind.
+  const std::string& remoteServiceName() const noexcept { return remoteServiceName_; }
+  std::span<const Annotation* const> events() const noexcept { return events_; }
+  std::span<const BinaryAnnotation* const> tags() const noexcept { return tags_; }
+
+  // Whether a number of microseconds since the Unix epoch is a time (see above).
+  static bool isTime(std::int64_t microseconds) noexcept;
+  // A tag's value as text, as Zipkin's v1-to-v2 conversion writes it: booleans "true" or
+  // "false", integers in decimal, doubles in the shortest form that reads back, strings as they
+  // are, bytes in base64. The result may point into `scratch`.
+  static std::string_view tagText(const BinaryAnnotation& tag, std::string& scratch);
+
+ private:
+  void readTimes(const QENThrift::Span& span);
+  void readEvents(const QENThrift::Span& span);
+  void readTags(const QENThrift::Span& span);
+  void readRemoteService();
+
+  std::string serviceName_;
+  const QENThrift::Span* span_ = nullptr;
+  std::optional<std::int64_t> parentId_;
+  std::optional<std::int64_t> timestamp_;
+  std::optional<std::int64_t> duration_;
+  std::string remoteServiceName_;
+  std::vector<const Annotation*> events_;
+  std::vector<const BinaryAnnotation*> tags_;
+};

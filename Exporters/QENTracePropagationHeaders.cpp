@@ -1,0 +1,69 @@
+#include "QENTracePropagationHeaders.h"
+
+#include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENZipkinHTTPHeaders.h"
+
+namespace {
+
+std::string hex(std::int64_t id) {
+  return QENFoundation::qen_networkEndianHexString(id);
+}
+
+}  // namespace
+
+QENTracePropagationHeaders::HeaderFields QENTracePropagationHeaders::headersForContext(
+    const Context& context) {
+  HeaderFields headers{
+      {std::string(kZipkinHTTPHeaderTraceId), hex(context.traceId)},
+      {std::string(kZipkinHTTPHeaderSpanId), hex(context.spanId)},
+      {std::string(kZipkinHTTPHeaderParentSpanId), hex(context.parentSpanId)},
+  };
+  if (context.debug) {
+    headers.emplace(kZipkinHTTPHeaderDebugKey, kZipkinHTTPHeaderDebugValue);
+  }
+  addSingleHeaders(headers, context);
+  return headers;
+}
+
+void QENTracePropagationHeaders::addSingleHeaders(HeaderFields& headers, const Context& context) {
+  if (!context.debug) {
+    headers.emplace(kB3SampledHeader, context.sampled ? "1" : "0");
+  }
+  if (context.traceId == 0 || context.spanId == 0) {
+    return;
+  }
+  const std::string samplingState = context.debug ? "d" : context.sampled ? "1" : "0";
+  headers.emplace(kB3SingleHeader, hex(context.traceId) + "-" + hex(context.spanId) + "-" +
+                                       samplingState + "-" + hex(context.parentSpanId));
+  const bool sampled = context.sampled || context.debug;
+  headers.emplace(kW3CTraceParentHeader, "00-0000000000000000" + hex(context.traceId) + "-" +
+                                             hex(context.spanId) + (sampled ? "-01" : "-00"));
+}
+
+QENTracePropagationHeaders::HeaderFields QENTracePropagationHeaders::headersForTracedURL(
+    const QENParentPerformanceMetric& parent, const std::shared_ptr<const QENURL>& url,
+    QENPerformanceMetric& requestMetric) {
+  if (!parent.shouldIncludeTraceIdForURL(url)) {
+    return {};
+  }
+  Context context;
+  context.traceId = parent.traceId();
+  context.parentSpanId = parent.parentSpanIdForURL(url);
+  context.spanId = requestMetric.generateAndStoreSpanIdForURL(url);
+  context.sampled = parent.shouldUpload();
+  return headersForContext(context);
+}
+
+QENTracePropagationHeaders::HeaderFields QENTracePropagationHeaders::headersForVideoPreload(
+    const QENPerformanceSignal& signal, bool sampled) {
+  const auto ownHeaders = signal.getHeaderFields();
+  HeaderFields headers(ownHeaders.begin(), ownHeaders.end());
+  Context context;
+  context.traceId = signal.traceId();
+  context.spanId = signal.cdnSpanId();
+  context.parentSpanId = signal.spanId();
+  context.sampled = sampled;
+  context.debug = signal.enableCdnLogging();
+  addSingleHeaders(headers, context);
+  return headers;
+}
