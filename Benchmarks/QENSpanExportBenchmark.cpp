@@ -9,6 +9,7 @@
 #include "QENChromeTraceEncoder.h"
 #include "QENClockReadSummary.h"
 #include "QENFoundation/QENMonotonicTime.h"
+#include "QENOTLPJSONEncoder.h"
 #include "QENPerformanceMetric.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENZipkinThriftEncoder.h"
@@ -98,6 +99,19 @@ void BM_EncodeChromeTrace(benchmark::State& state) {
       state, [](const auto& spans) { return QENChromeTraceEncoder::encodeSpans(spans); });
 }
 BENCHMARK(BM_EncodeChromeTrace)->Unit(benchmark::kMillisecond);
+
+void BM_EncodeZipkinV1ThriftBackendSafe(benchmark::State& state) {
+  encodeTenThousandSpans(state, [](const auto& spans) {
+    return QENZipkinThriftEncoder::encodeSpans(spans, QENZipkinThriftEncoder::Form::kBackendSafe);
+  });
+}
+BENCHMARK(BM_EncodeZipkinV1ThriftBackendSafe)->Unit(benchmark::kMillisecond);
+
+void BM_EncodeOTLPJSON(benchmark::State& state) {
+  encodeTenThousandSpans(state,
+                         [](const auto& spans) { return QENOTLPJSONEncoder::encodeSpans(spans); });
+}
+BENCHMARK(BM_EncodeOTLPJSON)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

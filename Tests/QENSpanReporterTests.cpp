@@ -127,6 +127,20 @@ TEST(SpanReporter, ATricklingAnswerStillDeliversOnce) {
   expectBooksBalance(reporter.counters(), &server);
 }
 
+TEST(SpanReporter, DeliversOTLPForTheServiceItIsGiven) {
+  QENLoopbackHTTPServer server([](int) { return Answer{200, Fault::kNone}; });
+  auto settings = options(server.url());
+  settings.encoding = QENSpanReporterEncoding::kOTLPJSON;
+  settings.reading.serviceName = "feed";
+  QENSpanReporter reporter(settings);
+  reporter.report(spans(3));
+  EXPECT_TRUE(reporter.shutdown(20s));
+  ASSERT_EQ(server.requests().size(), 1u);
+  const auto request = nlohmann::json::parse(server.requests()[0].body)["resourceSpans"][0];
+  EXPECT_EQ(request["resource"]["attributes"][0]["value"]["stringValue"], "feed");
+  EXPECT_EQ(request["scopeSpans"][0]["spans"].size(), 3u);
+}
+
 TEST(SpanReporter, NobodyListeningGivesUpAfterTheRetries) {
   QENSpanReporter refused(options(QENLoopbackHTTPServer::refusingURL()));
   refused.report(spans(4));

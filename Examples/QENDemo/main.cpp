@@ -1,5 +1,5 @@
 // The demo measurement: a cold start of a feed app played through the library, exported as
-// spans, drawn as a text waterfall and written in the three wire formats.
+// spans, drawn as a text waterfall and written in the four wire formats.
 //
 //   QENDemo [--output FOLDER] [--collector URL]
 //
@@ -17,6 +17,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "QENAnimationMetric.h"
 #include "QENChromeTraceEncoder.h"
@@ -25,10 +26,12 @@
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "QENMeasuredTask.h"
+#include "QENOTLPJSONEncoder.h"
 #include "QENPerformanceLoggerVersion.h"
 #include "QENPerformanceSignal.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENSpanReporter.h"
+#include "QENTracePropagationHeaders.h"
 #include "QENURLLoading/QENHTTPURLResponse.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
@@ -137,28 +140,55 @@ std::shared_ptr<Metric> playHomeFeedRender() {
   return feed;
 }
 
-void printWaterfall(const Metric::SpanList& spans) {
-  constexpr int kBarWidth = 48;
+struct WaterfallScale {
   std::int64_t traceStart = INT64_MAX;
+  double barsPerMicrosecond = 0;
+};
+
+void printWaterfallRow(const QENThrift::Span& span, int depth, const WaterfallScale& scale) {
+  constexpr int kBarWidth = 48;
+  const int from =
+      static_cast<int>((span.timestamp() - scale.traceStart) * scale.barsPerMicrosecond);
+  const int length =
+      std::max(1, static_cast<int>(std::lround(span.duration() * scale.barsPerMicrosecond)));
+  std::string bar(kBarWidth, ' ');
+  std::fill_n(bar.begin() + std::min(from, kBarWidth - 1), std::min(length, kBarWidth - from), '#');
+  const std::string label = std::string(2 * depth, ' ') + span.name();
+  std::printf("%-40.40s |%s| %8.1f ms\n", label.c_str(), bar.c_str(), span.duration() / 1000.0);
+}
+
+// Each span under its parent, siblings in the order they started (export lists the last child
+// first).
+void printWaterfall(const Metric::SpanList& spans) {
+  WaterfallScale scale;
   std::int64_t traceEnd = INT64_MIN;
+  std::map<std::int64_t, std::vector<const QENThrift::Span*>> childrenByParent;
   for (const auto& span : spans) {
-    traceStart = std::min(traceStart, span->timestamp());
+    scale.traceStart = std::min(scale.traceStart, span->timestamp());
     traceEnd = std::max(traceEnd, span->timestamp() + span->duration());
+    if (span->parent_idIsSet()) {
+      childrenByParent[span->parent_id()].push_back(span.get());
+    }
   }
-  const double scale =
-      kBarWidth / static_cast<double>(std::max<std::int64_t>(1, traceEnd - traceStart));
-  std::map<std::int64_t, int> depths;
+  scale.barsPerMicrosecond =
+      48.0 / static_cast<double>(std::max<std::int64_t>(1, traceEnd - scale.traceStart));
+  std::vector<std::pair<const QENThrift::Span*, int>> pending;  // span and depth, last on top
   for (const auto& span : spans) {
-    const auto parent = span->parent_idIsSet() ? depths.find(span->parent_id()) : depths.end();
-    const int depth = parent == depths.end() ? 0 : parent->second + 1;
-    depths[span->id()] = depth;
-    const int from = static_cast<int>((span->timestamp() - traceStart) * scale);
-    const int length = std::max(1, static_cast<int>(std::lround(span->duration() * scale)));
-    std::string bar(kBarWidth, ' ');
-    std::fill_n(bar.begin() + std::min(from, kBarWidth - 1), std::min(length, kBarWidth - from),
-                '#');
-    const std::string label = std::string(2 * depth, ' ') + span->name();
-    std::printf("%-40.40s |%s| %8.1f ms\n", label.c_str(), bar.c_str(), span->duration() / 1000.0);
+    if (!span->parent_idIsSet()) {
+      pending.emplace_back(span.get(), 0);
+    }
+  }
+  while (!pending.empty()) {
+    const auto [span, depth] = pending.back();
+    pending.pop_back();
+    printWaterfallRow(*span, depth, scale);
+    auto children = childrenByParent[span->id()];
+    std::stable_sort(children.begin(), children.end(), [](const auto* left, const auto* right) {
+      return left->timestamp() > right->timestamp();  // the earliest ends on top of the stack
+    });
+    for (const auto* child : children) {
+      pending.emplace_back(child, depth + 1);
+    }
   }
 }
 
@@ -208,8 +238,10 @@ int main(int argc, char** argv) {
       true);
   preload->setIsReadyToPlay(true);
   std::printf("video preload headers:\n");
-  for (const auto& [name, value] : preload->getHeaderFields()) {
-    std::printf("  %s: %s\n", name.c_str(), name == "X-B3-Flags" ? value.c_str() : "<id>");
+  for (const auto& [name, value] :
+       QENTracePropagationHeaders::headersForVideoPreload(*preload, feed->shouldUpload())) {
+    const bool carriesIds = name != "X-B3-Flags" && name != "X-B3-Sampled";
+    std::printf("  %s: %s\n", name.c_str(), carriesIds ? "<ids>" : value.c_str());
   }
 
   std::filesystem::create_directories(output);
@@ -218,6 +250,7 @@ int main(int argc, char** argv) {
   const auto thrift = QENZipkinThriftEncoder::encodeSpans(spans);
   write(output / "spans-zipkin-v1.thrift", std::string(thrift.begin(), thrift.end()));
   write(output / "spans-chrome-trace.json", QENChromeTraceEncoder::encodeSpans(spans));
+  write(output / "spans-otlp.json", QENOTLPJSONEncoder::encodeSpans(spans));
 
   if (!collector.empty()) {
     QENSpanReporterOptions options;

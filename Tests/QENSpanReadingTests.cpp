@@ -1,0 +1,230 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "Annotation+QENAdditions.h"
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENDevice/QENDevice.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENImageDownloadPerformanceMetric.h"
+#include "QENOTLPJSONEncoder.h"
+#include "QENParentPerformanceMetric.h"
+#include "QENPerformanceSignal.h"
+#include "QENSpanReading.h"
+#include "QENTracePropagationHeaders.h"
+#include "QENZipkinThriftEncoder.h"
+#include "QENZipkinV2JSONEncoder.h"
+
+namespace {
+
+using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+using QENThrift::Annotation;
+using QENThrift::AnnotationType;
+using QENThrift::BinaryAnnotation;
+using Headers = QENTracePropagationHeaders::HeaderFields;
+constexpr std::int64_t kSaturated = INT64_MAX;
+constexpr std::int64_t kLatest = INT64_MAX / 1000;  // microseconds whose nanoseconds still fit
+
+QENSpanReading readingOf(const QENThrift::Span& span, QENSpanReadingOptions options = {}) {
+  QENSpanReading reading(options);
+  reading.read(span);
+  return reading;
+}
+
+std::vector<std::string> keysOf(const QENSpanReading& reading) {
+  std::vector<std::string> keys;
+  for (const auto* tag : reading.tags())
+    keys.push_back(tag->key());
+  return keys;
+}
+
+TEST(SpanReading, OnlyASpanWithARequestURLIsAClientOfThatURLsHost) {
+  struct Row {
+    std::shared_ptr<const BinaryAnnotation> annotation;
+    const char* remote;
+  };
+  const auto typed = [](AnnotationType type) {
+    return std::make_shared<const BinaryAnnotation>(
+        "endpoint_id", BinaryAnnotation::Bytes{std::byte{'h'}}, type, nullptr);
+  };
+  const Row table[] = {
+      {Vocabulary::annotationWithKeyString("endpoint_id", "https://CDN.Example.com:8443/a?q"),
+       "cdn.example.com"},
+      {Vocabulary::annotationWithKeyString("endpoint_id", "http://[::1]/feed"), "::1"},
+      {Vocabulary::annotationWithKeyString("Url", "https://cdn/image.jpg"), ""},
+      {Vocabulary::annotationWithKeyString("endpoint_id", "https:///no-host"), ""},
+      {Vocabulary::annotationWithKeyString("endpoint_id", "not a url"), ""},
+      {typed(AnnotationType::BYTES), ""},
+      {nullptr, ""},
+  };
+  for (const Row& row : table) {
+    QENThrift::Span span;
+    span.setBinary_annotations({row.annotation});
+    const auto reading = readingOf(span);
+    EXPECT_EQ(reading.remoteServiceName(), row.remote);
+    EXPECT_EQ(reading.kind(), *row.remote ? QENSpanKind::kClient : QENSpanKind::kUnspecified);
+  }
+}
+
+TEST(SpanReading, AValueOutsideTheYears1970To2262IsNoTime) {
+  struct Row {
+    std::optional<std::int64_t> timestamp, duration;  // as set on the span
+    std::optional<std::int64_t> readTimestamp, readDuration;
+  };
+  const Row table[] = {
+      {1'700'000'000'000'000, 250, 1'700'000'000'000'000, 250},
+      {kSaturated, 5, std::nullopt, std::nullopt},
+      {0, 5, std::nullopt, std::nullopt},
+      {-1, 5, std::nullopt, std::nullopt},
+      {std::nullopt, 5, std::nullopt, std::nullopt},
+      {kLatest, 0, kLatest, std::nullopt},
+      {kLatest - 10, 10, kLatest - 10, 10},
+      {kLatest - 10, 11, kLatest - 10, std::nullopt},
+      {1, kSaturated, 1, std::nullopt},
+      {1, -3, 1, std::nullopt},
+      {1, std::nullopt, 1, std::nullopt},
+  };
+  for (const Row& row : table) {
+    QENThrift::Span span;
+    if (row.timestamp)
+      span.setTimestamp(*row.timestamp);
+    if (row.duration)
+      span.setDuration(*row.duration);
+    const auto reading = readingOf(span);
+    EXPECT_EQ(reading.timestamp(), row.readTimestamp) << row.timestamp.value_or(-99);
+    EXPECT_EQ(reading.duration(), row.readDuration) << row.timestamp.value_or(-99);
+  }
+}
+
+TEST(SpanReading, EventsLeaveOutClientMarkersAndTagsKeepTheLastWellFormedValueOfEachKey) {
+  QENThrift::Span span;
+  span.setParent_id(0);
+  span.setAnnotations({std::make_shared<const Annotation>(kSaturated, "cs", nullptr),
+                       std::make_shared<const Annotation>(7, "cr", nullptr), nullptr,
+                       std::make_shared<const Annotation>(5, "first_byte", nullptr),
+                       std::make_shared<const Annotation>(kSaturated, "late", nullptr),
+                       std::make_shared<const Annotation>(9, "decoded", nullptr)});
+  const auto shortInteger = std::make_shared<const BinaryAnnotation>(
+      "size", BinaryAnnotation::Bytes{std::byte{1}}, AnnotationType::I64, nullptr);
+  span.setBinary_annotations({Vocabulary::annotationWithKeyInt64("size", 10),
+                              Vocabulary::annotationWithKeyString("lc", "ios"), shortInteger,
+                              Vocabulary::annotationWithKeyBoolean("hit", false),
+                              Vocabulary::annotationWithKeyBoolean("hit", true), nullptr});
+  const auto reading = readingOf(span);
+  std::vector<std::string> events;
+  for (const auto* event : reading.events())
+    events.push_back(event->value());
+  EXPECT_EQ(events, (std::vector<std::string>{"first_byte", "decoded"}));
+  EXPECT_EQ(keysOf(reading), (std::vector<std::string>{"size", "lc", "hit"}))
+      << "a malformed later value does not hide a good one";
+  std::string scratch;
+  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[2], scratch), "true");
+  EXPECT_EQ(reading.parentId(), std::nullopt) << "a parent id of zero is no parent";
+}
+
+TEST(SpanReading, ServiceIsTheOptionLowerCasedOrElseTheHostPlatform) {
+  EXPECT_EQ(QENSpanReading().serviceName(), QENDevice::platformName());
+  EXPECT_NE(QENSpanReading().serviceName(), "ios") << "this test runs on Linux";
+  EXPECT_EQ(QENSpanReading({.serviceName = "Feed-App"}).serviceName(), "feed-app");
+}
+
+// The library's client-send and client-receive carry the saturated time; it must reach no
+// backend as a time, in any encoding.
+TEST(SpanReading, NoEncodingCarriesTheSaturatedClientTimes) {
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto root = QENPerformanceMetric::initWithName("root", now - 1, now);
+  root->addChildMetric(QENPerformanceMetric::initLeafMetricWithName("child", now - 0.5, now));
+  const auto spans = root->spansWithAppContext(QENPerformanceMetricAppContext("1", "linux"));
+  const std::string saturated = std::to_string(kSaturated);
+  EXPECT_EQ(QENZipkinV2JSONEncoder::encodeSpans(spans).find(saturated), std::string::npos);
+  EXPECT_EQ(QENOTLPJSONEncoder::encodeSpans(spans).find(saturated), std::string::npos);
+  const std::vector<std::uint8_t> bigEndian = {0x7f, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+  const auto contains = [&](const std::vector<std::uint8_t>& bytes) {
+    return std::search(bytes.begin(), bytes.end(), bigEndian.begin(), bigEndian.end()) !=
+           bytes.end();
+  };
+  EXPECT_TRUE(contains(QENZipkinThriftEncoder::encodeSpans(spans))) << "as made, they stay";
+  EXPECT_FALSE(contains(
+      QENZipkinThriftEncoder::encodeSpans(spans, QENZipkinThriftEncoder::Form::kBackendSafe)));
+}
+
+TEST(TracePropagationHeaders, EachFormCarriesTheIdsAndTheSamplingDecision) {
+  struct Row {
+    QENTracePropagationHeaders::Context context;
+    Headers expected;
+  };
+  const Row table[] = {
+      {{0xabc, 0x1, 0x2, true, false},
+       {{"X-B3-TraceId", "0000000000000abc"},
+        {"X-B3-SpanId", "0000000000000001"},
+        {"X-B3-ParentSpanId", "0000000000000002"},
+        {"X-B3-Sampled", "1"},
+        {"b3", "0000000000000abc-0000000000000001-1-0000000000000002"},
+        {"traceparent", "00-00000000000000000000000000000abc-0000000000000001-01"}}},
+      {{-1, 0x10, 0, false, false},
+       {{"X-B3-TraceId", "ffffffffffffffff"},
+        {"X-B3-SpanId", "0000000000000010"},
+        {"X-B3-ParentSpanId", "0000000000000000"},
+        {"X-B3-Sampled", "0"},
+        {"b3", "ffffffffffffffff-0000000000000010-0-0000000000000000"},
+        {"traceparent", "00-0000000000000000ffffffffffffffff-0000000000000010-00"}}},
+      {{0xabc, 0x1, 0x2, false, true},
+       {{"X-B3-TraceId", "0000000000000abc"},
+        {"X-B3-SpanId", "0000000000000001"},
+        {"X-B3-ParentSpanId", "0000000000000002"},
+        {"X-B3-Flags", "1"},
+        {"b3", "0000000000000abc-0000000000000001-d-0000000000000002"},
+        {"traceparent", "00-00000000000000000000000000000abc-0000000000000001-01"}}},
+      {{0, 0x1, 0x2, true, false},
+       {{"X-B3-TraceId", "0000000000000000"},
+        {"X-B3-SpanId", "0000000000000001"},
+        {"X-B3-ParentSpanId", "0000000000000002"},
+        {"X-B3-Sampled", "1"}}},
+  };
+  for (const Row& row : table) {
+    EXPECT_EQ(QENTracePropagationHeaders::headersForContext(row.context), row.expected);
+  }
+}
+
+TEST(TracePropagationHeaders, ATracedRequestCarriesTheSpanIdItsMetricExports) {
+  const auto url = QENURL::URLWithString("https://cdn.example.com/i.jpg");
+  const auto parent = QENParentPerformanceMetric::initWithName("feed", 1.0);
+  const auto image = QENImageDownloadPerformanceMetric::initWithName("image", 1.0, url, false);
+  const std::int64_t ownSpanId = image->spanId();
+  EXPECT_TRUE(QENTracePropagationHeaders::headersForTracedURL(*parent, url, *image).empty());
+  EXPECT_EQ(image->spanId(), ownSpanId) << "an untraced URL draws no span id";
+
+  parent->addTracedURL(url);
+  const auto headers = QENTracePropagationHeaders::headersForTracedURL(*parent, url, *image);
+  EXPECT_EQ(headers.at("X-B3-SpanId"), QENFoundation::qen_networkEndianHexString(image->spanId()));
+  EXPECT_EQ(headers.at("X-B3-ParentSpanId"),
+            QENFoundation::qen_networkEndianHexString(parent->spanId()));
+  EXPECT_EQ(headers.at("X-B3-TraceId"),
+            QENFoundation::qen_networkEndianHexString(parent->traceId()));
+  EXPECT_EQ(headers.at("X-B3-Sampled"), "1");
+
+  const auto unsampled = QENParentPerformanceMetric::initWithName("feed", 0.0);
+  unsampled->addTracedURL(url);
+  EXPECT_EQ(
+      QENTracePropagationHeaders::headersForTracedURL(*unsampled, url, *image).at("X-B3-Sampled"),
+      "0");
+}
+
+TEST(TracePropagationHeaders, AVideoPreloadKeepsItsOwnHeadersAndAddsTheOtherForms) {
+  const auto url = QENURL::URLWithString("https://video.example.com/v.mp4");
+  for (const bool cdnLogging : {false, true}) {
+    const auto signal =
+        QENPerformanceSignal::initWithVideoUrl(url, std::int64_t{255}, false, cdnLogging);
+    const auto headers = QENTracePropagationHeaders::headersForVideoPreload(*signal, false);
+    for (const auto& [name, value] : signal->getHeaderFields()) {
+      EXPECT_EQ(headers.at(name), value);
+    }
+    EXPECT_EQ(headers.count("X-B3-Sampled"), cdnLogging ? 0u : 1u);
+    EXPECT_EQ(headers.at("traceparent").substr(0, 35), "00-000000000000000000000000000000ff");
+    EXPECT_EQ(headers.at("traceparent").substr(52), cdnLogging ? "-01" : "-00");
+  }
+}
+
+}  // namespace
