@@ -6,7 +6,9 @@
 
 #include "QENAssert.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
+#include "QENGzip.h"
 #include "QENOTLPJSONEncoder.h"
+#include "QENPerformanceLoggerVersion.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
 
@@ -14,6 +16,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+
+const std::string& userAgent() {
+  static const std::string agent = std::string("QENPerformanceLogger/") +
+                                   QENPerformanceLoggerVersionString;
+  return agent;
+}
 
 constexpr const char* kConstructor = "QENSpanReporter::QENSpanReporter(QENSpanReporterOptions)";
 // How long a transfer waits on its sockets before it looks at the deadline again, should no
@@ -54,6 +62,11 @@ std::size_t encodedSize(const std::shared_ptr<QENThrift::Span>& span,
   return encode({span}, options).size();
 }
 
+const char* contentTypeOf(QENSpanReporterEncoding encoding) {
+  return encoding == QENSpanReporterEncoding::kZipkinV1Thrift ? "application/x-thrift"
+                                                              : "application/json";
+}
+
 // Replaces a setting below its floor by the floor, reporting it.
 template <class Value>
 void raiseToFloor(Value& value, Value floor, const char* conditionText) {
@@ -88,7 +101,9 @@ QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options
 }
 
 QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
-    : options_(validated(std::move(options))) {
+    : options_(validated(std::move(options))),
+      spoolWaiting_(options_.spool != nullptr),  // what an earlier process left goes first
+      spoolBackoff_(options_.initialBackoff) {
   initialiseCurlOnce();
   transfers_ = std::make_unique<Transfers>();
   worker_ = std::thread([this] { run(); });
@@ -114,6 +129,9 @@ void QENSpanReporter::report(const SpanList& spans) {
         queue_.pop_front();  // the oldest make room
         ++counters_.droppedQueueFull;
       }
+      if (queue_.empty()) {
+        oldestQueuedAt_ = Clock::now();
+      }
       queue_.push_back(span);
     }
   }
@@ -138,19 +156,34 @@ bool QENSpanReporter::shutdown(milliseconds limit) {
     }
   }
   std::call_once(stopReported_, [this] { reportStop(); });
-  const std::lock_guard guard(mutex_);
-  return counters_.delivered == counters_.accepted;
+  const QENSpanReporterCounters counters = this->counters();
+  if (options_.spool != nullptr) {
+    const std::lock_guard guard(mutex_);
+    return !spoolWaiting_ && counters.persisted == counters.accepted;
+  }
+  return counters.delivered == counters.accepted;
 }
 
 void QENSpanReporter::reportStop() {
   const QENSpanReporterCounters counters = this->counters();
   if (counters.dropped() > 0) {
+    const std::pair<const char*, std::uint64_t> causes[] = {
+        {"queue full", counters.droppedQueueFull},
+        {"client error", counters.droppedClientError},
+        {"gave up", counters.droppedGaveUp},
+        {"shut down", counters.droppedShutDown},
+        {"spool full", counters.droppedSpoolFull},
+        {"spool expired", counters.droppedSpoolExpired},
+        {"spool write failed", counters.droppedSpoolWriteFailed}};
+    std::string byCause;
+    for (const auto& [cause, count] : causes) {
+      if (count > 0) {
+        byCause += (byCause.empty() ? "" : ", ") + std::string(cause) + " " + std::to_string(count);
+      }
+    }
     logReporterError("QENSpanReporter stopped with " + std::to_string(counters.dropped()) + " of " +
-                         std::to_string(counters.accepted) + " spans undelivered (queue full " +
-                         std::to_string(counters.droppedQueueFull) + ", client error " +
-                         std::to_string(counters.droppedClientError) + ", gave up " +
-                         std::to_string(counters.droppedGaveUp) + ", shut down " +
-                         std::to_string(counters.droppedShutDown) + ")",
+                         std::to_string(counters.accepted) + " spans undelivered (" + byCause +
+                         ")",
                      __LINE__);
   }
   if (options_.didStop) {
@@ -159,8 +192,19 @@ void QENSpanReporter::reportStop() {
 }
 
 QENSpanReporterCounters QENSpanReporter::counters() const {
-  const std::lock_guard guard(mutex_);
-  return counters_;
+  QENSpanReporterCounters counters;
+  {
+    const std::lock_guard guard(mutex_);
+    counters = counters_;
+  }
+  if (options_.spool != nullptr) {
+    const QENSpanSpoolCounters spool = options_.spool->counters();
+    counters.persisted = spool.persisted;
+    counters.droppedSpoolFull = spool.droppedFull;
+    counters.droppedSpoolExpired = spool.droppedExpired;
+    counters.droppedSpoolWriteFailed = spool.droppedWriteFailed;
+  }
+  return counters;
 }
 
 bool QENSpanReporter::pastDeadline() const {
@@ -171,25 +215,58 @@ void QENSpanReporter::run() {
   std::unique_lock lock(mutex_);
   for (;;) {
     waitForWork(lock);
-    if (stopping_ && (queue_.empty() || pastDeadline())) {
-      counters_.droppedShutDown += queue_.size();  // out of time
+    const auto now = Clock::now();
+    if (stopping_ && (pastDeadline() || (queue_.empty() && !spoolWaiting_))) {
+      counters_.droppedShutDown += queue_.size();  // out of time; the spool keeps its batches
       queue_.clear();
       return;
     }
-    const SpanList batch = takeBatch(lock);
-    lock.unlock();
-    deliver(batch);
-    lock.lock();
+    if (!queue_.empty() && (stopping_ || queueReady(now))) {
+      const SpanList batch = takeBatch(lock);
+      lock.unlock();
+      options_.spool != nullptr ? persist(batch) : deliver(batch);
+      lock.lock();
+    } else if (spoolReady(now)) {
+      lock.unlock();
+      deliverFromSpool();
+      lock.lock();
+    } else if (stopping_) {  // a spooled batch waits out its back-off, within the deadline
+      changed_.wait_until(lock, std::min(spoolNotBefore_,
+                                         Clock::time_point(Clock::duration(deadline_.load()))));
+    }
   }
 }
 
-// Returns once there is a batch to send or the reporter stops. An empty queue is waited on with
+bool QENSpanReporter::queueReady(Clock::time_point now) const {
+  return !queue_.empty() && (queue_.size() >= options_.maximumBatchSpans ||
+                             now >= oldestQueuedAt_ + options_.flushInterval);
+}
+
+bool QENSpanReporter::spoolReady(Clock::time_point now) const {
+  return spoolWaiting_ && now >= spoolNotBefore_;
+}
+
+// Returns once a batch is due (full, or its first span has waited the flush interval), a spooled
+// batch may be sent, or the reporter stops. With nothing queued and nothing spooled it waits with
 // no timer at all, so an idle reporter costs nothing whatever its flush interval.
 void QENSpanReporter::waitForWork(std::unique_lock<std::mutex>& lock) {
-  changed_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
-  if (!stopping_ && queue_.size() < options_.maximumBatchSpans) {
-    changed_.wait_for(lock, options_.flushInterval,
-                      [&] { return stopping_ || queue_.size() >= options_.maximumBatchSpans; });
+  for (;;) {
+    const auto now = Clock::now();
+    if (stopping_ || queueReady(now) || spoolReady(now)) {
+      return;
+    }
+    std::optional<Clock::time_point> wake;
+    if (!queue_.empty()) {
+      wake = oldestQueuedAt_ + options_.flushInterval;
+    }
+    if (spoolWaiting_) {
+      wake = std::min(wake.value_or(spoolNotBefore_), spoolNotBefore_);
+    }
+    if (wake) {
+      changed_.wait_until(lock, *wake);
+    } else {
+      changed_.wait(lock);
+    }
   }
 }
 
@@ -207,11 +284,67 @@ QENSpanReporter::SpanList QENSpanReporter::takeBatch(std::unique_lock<std::mutex
   return batch;
 }
 
+QENSpanSpool::Batch QENSpanReporter::encodeBatch(const SpanList& batch) const {
+  QENSpanSpool::Batch encoded;
+  encoded.body = encode(batch, options_);
+  if (options_.gzip) {
+    encoded.body = QENGzip::compress(encoded.body);
+  }
+  encoded.gzipped = options_.gzip;
+  encoded.contentType = contentTypeOf(options_.encoding);
+  encoded.spanCount = batch.size();
+  return encoded;
+}
+
+void QENSpanReporter::persist(const SpanList& batch) {
+  if (options_.spool->append(encodeBatch(batch))) {
+    const std::lock_guard guard(mutex_);
+    spoolWaiting_ = true;
+  }
+}
+
+// One attempt at the oldest spooled batch; a batch that fails waits out the back-off while new
+// spans are persisted.
+void QENSpanReporter::deliverFromSpool() {
+  const std::optional<QENSpanSpool::Batch> batch = options_.spool->oldest();
+  if (!batch) {
+    const std::lock_guard guard(mutex_);
+    spoolWaiting_ = false;
+    return;
+  }
+  if (batch->attempts > 0) {
+    const std::lock_guard guard(mutex_);
+    counters_.retried += batch->spanCount;
+  }
+  options_.spool->recordAttempt(batch->id);
+  const Outcome outcome = post(*batch);
+  if (outcome == Outcome::kDelivered || outcome == Outcome::kRefused) {
+    options_.spool->remove(batch->id);
+  }
+  const std::lock_guard guard(mutex_);
+  switch (outcome) {
+    case Outcome::kDelivered:
+      counters_.delivered += batch->spanCount;
+      spoolBackoff_ = options_.initialBackoff;
+      break;
+    case Outcome::kRefused:
+      counters_.droppedClientError += batch->spanCount;
+      break;
+    case Outcome::kCutOff:  // the deadline passed: the batch stays for a later process
+      spoolNotBefore_ = Clock::time_point::max();
+      break;
+    case Outcome::kRetry:
+      spoolNotBefore_ = Clock::now() + spoolBackoff_;
+      spoolBackoff_ = std::min(spoolBackoff_ * 2, options_.maximumBackoff);
+      break;
+  }
+}
+
 void QENSpanReporter::deliver(const SpanList& batch) {
-  const std::string body = encode(batch, options_);
+  const QENSpanSpool::Batch encoded = encodeBatch(batch);
   milliseconds backoff = options_.initialBackoff;
   for (int attempt = 0;; ++attempt) {
-    const Outcome outcome = post(body);
+    const Outcome outcome = post(encoded);
     std::unique_lock lock(mutex_);
     std::uint64_t* droppedFor = nullptr;
     switch (outcome) {
@@ -250,20 +383,30 @@ bool QENSpanReporter::waitForRetry(std::unique_lock<std::mutex>& lock, milliseco
   return !pastDeadline();
 }
 
-QENSpanReporter::Outcome QENSpanReporter::post(const std::string& body) {
+curl_slist* QENSpanReporter::requestHeaders(const QENSpanSpool::Batch& batch) const {
+  curl_slist* headers = curl_slist_append(nullptr, ("Content-Type: " + batch.contentType).c_str());
+  if (batch.gzipped) {
+    headers = curl_slist_append(headers, "Content-Encoding: gzip");
+  }
+  headers = curl_slist_append(headers, "Expect:");  // no 100-continue round trip
+  for (const auto& [name, value] : options_.headers) {
+    headers = curl_slist_append(headers, (name + ": " + value).c_str());
+  }
+  return headers;
+}
+
+QENSpanReporter::Outcome QENSpanReporter::post(const QENSpanSpool::Batch& batch) {
   CURL* curl = curl_easy_init();
   if (curl == nullptr) {
     return Outcome::kRetry;
   }
-  const bool thrift = options_.encoding == QENSpanReporterEncoding::kZipkinV1Thrift;
-  curl_slist* headers = curl_slist_append(
-      nullptr, thrift ? "Content-Type: application/x-thrift" : "Content-Type: application/json");
-  headers = curl_slist_append(headers, "Expect:");  // no 100-continue round trip
+  curl_slist* headers = requestHeaders(batch);
   curl_easy_setopt(curl, CURLOPT_URL, options_.collectorURL.c_str());
   curl_easy_setopt(curl, CURLOPT_POST, 1L);
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, batch.body.data());
+  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(batch.body.size()));
   curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+  curl_easy_setopt(curl, CURLOPT_USERAGENT, userAgent().c_str());
   curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(options_.requestTimeout.count()));
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, discardResponse);

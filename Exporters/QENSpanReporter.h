@@ -11,29 +11,43 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "QENSpanReading.h"
+#include "QENSpanSpool.h"
 #include "QENThrift/Span.h"
 #include "QENZipkinThriftEncoder.h"
 
+struct curl_slist;
+
 enum class QENSpanReporterEncoding { kZipkinV2JSON, kZipkinV1Thrift, kOTLPJSON };
 
-// What happened to the spans handed to a reporter. Once it has stopped,
-// accepted == delivered + dropped(), and delivered is what the collector acknowledged.
+// What happened to the spans handed to a reporter. Without a spool, once it has stopped,
+// accepted == delivered + dropped(), and delivered is what the collector acknowledged. With a
+// spool, accepted == persisted + droppedQueueFull + droppedShutDown + droppedSpoolWriteFailed,
+// and what was persisted is delivered, now or by a later process, or dropped by the spool's
+// bounds; delivered then also counts spans that earlier processes persisted.
 struct QENSpanReporterCounters {
   std::uint64_t accepted = 0;   // handed to report
+  std::uint64_t persisted = 0;  // written to the spool
   std::uint64_t delivered = 0;  // in a batch the collector answered with 2xx
-  std::uint64_t retried = 0;    // sent again after a failed attempt, per span and attempt
+  std::uint64_t retried = 0;    // sent again after an attempt, per span and attempt (a spooled
+                                // batch counts when it was attempted before, in any process)
   // Undelivered, by cause:
   std::uint64_t droppedQueueFull = 0;    // pushed out of a full queue by newer spans
   std::uint64_t droppedClientError = 0;  // refused with a 3xx or 4xx answer (final)
   std::uint64_t droppedGaveUp = 0;       // connection errors or 5xx answers past the retries
   std::uint64_t droppedShutDown = 0;     // queued, waiting to retry or in flight when the
                                          // reporter's time ran out, or reported after it stopped
+                                         // (with a spool: only what was not yet persisted)
+  std::uint64_t droppedSpoolFull = 0;         // pushed out of the spool by its byte bound
+  std::uint64_t droppedSpoolExpired = 0;      // older than the spool's age bound
+  std::uint64_t droppedSpoolWriteFailed = 0;  // not written: disk full, read-only, no spool
 
   std::uint64_t dropped() const {
-    return droppedQueueFull + droppedClientError + droppedGaveUp + droppedShutDown;
+    return droppedQueueFull + droppedClientError + droppedGaveUp + droppedShutDown +
+           droppedSpoolFull + droppedSpoolExpired + droppedSpoolWriteFailed;
   }
 };
 
@@ -67,6 +81,18 @@ struct QENSpanReporterOptions {
   std::chrono::milliseconds maximumBackoff{5000};
   // One attempt's limit. At least 1 ms.
   std::chrono::milliseconds requestTimeout{5000};
+  // Request bodies are gzip-compressed (Content-Encoding: gzip), as collectors take them.
+  bool gzip = true;
+  // Headers sent with every request besides Content-Type, Content-Encoding and the User-Agent
+  // ("QENPerformanceLogger/<version>"), for example {"Authorization", "Bearer ..."}.
+  std::vector<std::pair<std::string, std::string>> headers;
+  // With a spool, every batch is written to it (on the reporter's thread) before it is sent, and
+  // leaves it only once the collector answered 2xx (or refused it with 3xx/4xx), so that a killed
+  // process loses no persisted span: the next reporter on the same spool sends what is left,
+  // first. Connection errors and 5xx answers are retried, with the back-off, until the spool's
+  // age bound takes the batch: maximumRetries does not apply. Shared with the host, which may
+  // also watch unfinished trees with it (QENUnfinishedTraceWatcher).
+  std::shared_ptr<QENSpanSpool> spool;
   // The limit the destructor gives shutdown. At least 0.
   std::chrono::milliseconds destructionShutdownLimit{5000};
   // Called once, when the reporter has stopped, with its final counters; it runs on the thread
@@ -101,15 +127,22 @@ class QENSpanReporter {
   QENSpanReporterCounters counters() const;
 
  private:
+  using Clock = std::chrono::steady_clock;
   enum class Outcome { kDelivered, kRetry, kRefused, kCutOff };
   struct Transfers;  // libcurl's multi handle, which lets shutdown cut a transfer at once
 
   static QENSpanReporterOptions validated(QENSpanReporterOptions options);
   void run();
   void waitForWork(std::unique_lock<std::mutex>& lock);
+  bool queueReady(Clock::time_point now) const;
+  bool spoolReady(Clock::time_point now) const;
   SpanList takeBatch(std::unique_lock<std::mutex>& lock);
+  QENSpanSpool::Batch encodeBatch(const SpanList& batch) const;
   void deliver(const SpanList& batch);
-  Outcome post(const std::string& body);
+  void persist(const SpanList& batch);
+  void deliverFromSpool();
+  Outcome post(const QENSpanSpool::Batch& batch);
+  curl_slist* requestHeaders(const QENSpanSpool::Batch& batch) const;
   bool pastDeadline() const;
   // Waits `backoff`, cut short by shutdown's deadline; false once that has passed.
   bool waitForRetry(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds backoff);
@@ -122,6 +155,11 @@ class QENSpanReporter {
   std::deque<std::shared_ptr<QENThrift::Span>> queue_;
   QENSpanReporterCounters counters_;
   bool stopping_ = false;
+  Clock::time_point oldestQueuedAt_;
+  // With a spool: whether it may hold batches, and when the next may be sent.
+  bool spoolWaiting_ = false;
+  Clock::time_point spoolNotBefore_;
+  std::chrono::milliseconds spoolBackoff_{0};
   // When shutdown's time is up, in steady-clock ticks; the largest value until shutdown.
   std::atomic<std::chrono::steady_clock::rep> deadline_{
       std::chrono::steady_clock::duration::max().count()};

@@ -9,12 +9,13 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  liburiparser-dev nlohmann-json3-dev libcurl4-openssl-dev
+  liburiparser-dev nlohmann-json3-dev libcurl4-openssl-dev libsqlite3-dev zlib1g-dev
   python3 python3-thrift thrift-compiler python3-py-zipkin
   locales
   clang-14 clang-19 libc++-19-dev libc++abi-19-dev
   g++-aarch64-linux-gnu qemu-user
   libcurl4-openssl-dev:arm64 liburiparser1:arm64 libstdc++6:arm64
+  libsqlite3-dev:arm64 zlib1g-dev:arm64
 )
 
 sudo=""

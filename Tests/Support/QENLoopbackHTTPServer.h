@@ -4,7 +4,9 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -16,7 +18,8 @@
 
 // A one-connection-at-a-time HTTP collector on 127.0.0.1 for reporter tests. Each request is
 // answered as `behaviour` says for its index, with a status or a fault. Every request is recorded
-// before it is answered, so a test that has seen the reporter finish sees every request.
+// before it is answered, so a test that has seen the reporter finish sees every request. A gzip
+// body is recorded inflated (by zlib), as a collector reads it.
 class QENLoopbackHTTPServer {
  public:
   enum class Fault {
@@ -33,6 +36,12 @@ class QENLoopbackHTTPServer {
   struct Request {
     std::string body;
     Answer answer;
+    std::string headers;  // the request line and header fields, lower-cased
+    bool hasHeader(std::string field) const {
+      std::transform(field.begin(), field.end(), field.begin(),
+                     [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+      return headers.find("\r\n" + field + "\r\n") != std::string::npos;
+    }
     // Whether the client was told its batch was taken.
     bool acknowledged() const {
       const bool whole = answer.fault == Fault::kNone || answer.fault == Fault::kTrickle;
@@ -95,11 +104,14 @@ class QENLoopbackHTTPServer {
         return;
       }
       connection_ = connection;
-      const std::string body = readBody(connection);
+      auto [headers, body] = readRequest(connection);
+      if (headers.find("\r\ncontent-encoding: gzip\r\n") != std::string::npos) {
+        body = inflated(body);
+      }
       const Answer answer = behaviour_(index);
       {
         const std::lock_guard guard(mutex_);
-        requests_.push_back({body, answer});
+        requests_.push_back({body, answer, headers});
       }
       recorded_.notify_all();
       this->answer(connection, answer);
@@ -143,14 +155,36 @@ class QENLoopbackHTTPServer {
     [[maybe_unused]] const auto sent = ::send(connection, data.data(), data.size(), MSG_NOSIGNAL);
   }
 
-  static std::string readBody(int connection) {
+  static std::string inflated(const std::string& gzipped) {
+    z_stream stream{};
+    inflateInit2(&stream, 15 + 16);  // gzip wrapper
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(gzipped.data()));
+    stream.avail_in = static_cast<uInt>(gzipped.size());
+    std::string out;
+    char buffer[65536];
+    int result = Z_OK;
+    while (result == Z_OK) {
+      stream.next_out = reinterpret_cast<Bytef*>(buffer);
+      stream.avail_out = sizeof buffer;
+      result = inflate(&stream, Z_NO_FLUSH);
+      out.append(buffer, sizeof buffer - stream.avail_out);
+    }
+    inflateEnd(&stream);
+    return result == Z_STREAM_END ? out : "not gzip";
+  }
+
+  // The header block (lower-cased, ending in "\r\n") and the body.
+  static std::pair<std::string, std::string> readRequest(int connection) {
     std::string data;
     char buffer[65536];
     std::size_t headerEnd = std::string::npos;
     std::size_t contentLength = 0;
     for (;;) {
       if (headerEnd != std::string::npos && data.size() >= headerEnd + 4 + contentLength) {
-        return data.substr(headerEnd + 4, contentLength);
+        std::string headers = data.substr(0, headerEnd + 2);
+        std::transform(headers.begin(), headers.end(), headers.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        return {headers, data.substr(headerEnd + 4, contentLength)};
       }
       const ssize_t received = ::recv(connection, buffer, sizeof buffer, 0);
       if (received <= 0) {

@@ -1,0 +1,33 @@
+#include "QENGzip.h"
+
+#include <zlib.h>
+
+#include <new>
+
+namespace {
+
+// zlib's window bits for a gzip wrapper rather than a zlib one.
+constexpr int kGzipWindowBits = 15 + 16;
+constexpr int kMemoryLevel = 8;
+
+}  // namespace
+
+std::string QENGzip::compress(std::string_view bytes) {
+  z_stream stream{};
+  if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipWindowBits, kMemoryLevel,
+                   Z_DEFAULT_STRATEGY) != Z_OK) {
+    throw std::bad_alloc();
+  }
+  std::string out(deflateBound(&stream, static_cast<uLong>(bytes.size())) + 32, '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  const int result = deflate(&stream, Z_FINISH);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  if (result != Z_STREAM_END) {
+    throw std::bad_alloc();  // the bound was not enough: only when memory ran out
+  }
+  return out;
+}

@@ -1,0 +1,309 @@
+#include "QENSpanSpool.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "QENFoundation/QENFoundationDevLogger.h"
+
+namespace {
+
+// "QENS": marks a database as a span spool, so that a foreign file is never taken for one.
+constexpr int kApplicationId = 0x51454E53;
+constexpr int kSchemaVersion = 1;
+
+constexpr const char* kSchema =
+    "CREATE TABLE IF NOT EXISTS batches(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " created INTEGER NOT NULL, content_type TEXT NOT NULL, gzipped INTEGER NOT NULL,"
+    " span_count INTEGER NOT NULL, attempts INTEGER NOT NULL DEFAULT 0, body BLOB NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS snapshots(tree TEXT PRIMARY KEY, created INTEGER NOT NULL,"
+    " content_type TEXT NOT NULL, gzipped INTEGER NOT NULL, span_count INTEGER NOT NULL,"
+    " body BLOB NOT NULL);";
+
+std::int64_t unixSeconds() {
+  return std::chrono::duration_cast<std::chrono::seconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+// One prepared statement, finalised on every path out.
+class Statement {
+ public:
+  Statement(sqlite3* db, const char* sql) {
+    if (db == nullptr || sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr) != SQLITE_OK) {
+      statement_ = nullptr;
+    }
+  }
+  ~Statement() { sqlite3_finalize(statement_); }
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  Statement& bind(int index, std::int64_t value) {
+    sqlite3_bind_int64(statement_, index, value);
+    return *this;
+  }
+  Statement& bind(int index, const std::string& text) {
+    sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()),
+                      SQLITE_STATIC);
+    return *this;
+  }
+  Statement& bindBlob(int index, const std::string& bytes) {
+    sqlite3_bind_blob(statement_, index, bytes.data(), static_cast<int>(bytes.size()),
+                      SQLITE_STATIC);
+    return *this;
+  }
+  // SQLITE_ROW, SQLITE_DONE or an error code.
+  int step() { return statement_ == nullptr ? SQLITE_ERROR : sqlite3_step(statement_); }
+  bool run() { return step() == SQLITE_DONE; }
+  std::int64_t integer(int column) const { return sqlite3_column_int64(statement_, column); }
+  std::string text(int column) const {
+    const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement_, column));
+    return bytes == nullptr ? std::string()
+                            : std::string(bytes, static_cast<std::size_t>(
+                                                     sqlite3_column_bytes(statement_, column)));
+  }
+
+ private:
+  sqlite3_stmt* statement_ = nullptr;
+};
+
+}  // namespace
+
+QENSpanSpool::QENSpanSpool(QENSpanSpoolOptions options) : options_(std::move(options)) {
+  const std::lock_guard guard(mutex_);
+  if (!open()) {
+    sqlite3_close(db_);
+    db_ = nullptr;
+  }
+}
+
+QENSpanSpool::~QENSpanSpool() {
+  sqlite3_close(db_);
+}
+
+bool QENSpanSpool::isOpen() const {
+  const std::lock_guard guard(mutex_);
+  return db_ != nullptr;
+}
+
+QENSpanSpoolCounters QENSpanSpool::counters() const {
+  const std::lock_guard guard(mutex_);
+  return counters_;
+}
+
+void QENSpanSpool::logFailure(const std::string& what) {
+  const char* reason = db_ != nullptr ? sqlite3_errmsg(db_) : "no database";
+  QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
+      "QENSpanSpool at " + options_.path + ": " + what + " (" + reason + ")", true, 1,
+      "QENSpanSpool", nullptr, __LINE__, __FILE__);
+}
+
+bool QENSpanSpool::exec(const char* sql) {
+  return db_ != nullptr && sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+bool QENSpanSpool::openDatabase() {
+  sqlite3_close(db_);
+  db_ = nullptr;
+  if (sqlite3_open_v2(options_.path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                      nullptr) != SQLITE_OK) {
+    logFailure("cannot open the spool; spans will be dropped");
+    return false;
+  }
+  sqlite3_busy_timeout(db_, static_cast<int>(options_.busyTimeout.count()));
+  return true;
+}
+
+// A spool, or an empty database that may become one: readable, intact, and marked as ours or
+// holding nothing.
+bool QENSpanSpool::isOurs() {
+  Statement check(db_, "PRAGMA quick_check");
+  if (check.step() != SQLITE_ROW || check.text(0) != "ok") {
+    return false;
+  }
+  Statement mark(db_, "PRAGMA application_id");
+  Statement tables(db_, "SELECT count(*) FROM sqlite_master");
+  return mark.step() == SQLITE_ROW && tables.step() == SQLITE_ROW &&
+         (mark.integer(0) == kApplicationId || (mark.integer(0) == 0 && tables.integer(0) == 0));
+}
+
+void QENSpanSpool::moveAside() {
+  sqlite3_close(db_);
+  db_ = nullptr;
+  const std::string aside = options_.path + ".unreadable-" + std::to_string(unixSeconds());
+  std::error_code ignored;
+  std::filesystem::rename(options_.path, aside, ignored);
+  for (const char* suffix : {"-wal", "-shm"}) {
+    std::filesystem::rename(options_.path + suffix, aside + suffix, ignored);
+  }
+  ++counters_.filesMovedAside;
+  QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
+      "QENSpanSpool: " + options_.path + " is not a readable span spool; moved to " + aside +
+          " and a fresh spool made",
+      true, 1, "QENSpanSpool", nullptr, __LINE__, __FILE__);
+}
+
+bool QENSpanSpool::createSchema() {
+  const std::string marks = "PRAGMA application_id=" + std::to_string(kApplicationId) +
+                            ";PRAGMA user_version=" + std::to_string(kSchemaVersion);
+  if (!exec("PRAGMA journal_mode=WAL") || !exec(kSchema) || !exec(marks.c_str())) {
+    logFailure("cannot prepare the spool; spans will be dropped");
+    return false;
+  }
+  if (options_.maximumFileBytes > 0) {
+    Statement pageSize(db_, "PRAGMA page_size");
+    const std::int64_t pageBytes = pageSize.step() == SQLITE_ROW ? pageSize.integer(0) : 4096;
+    const std::string limit =
+        "PRAGMA max_page_count=" +
+        std::to_string(std::max<std::uint64_t>(1, options_.maximumFileBytes / pageBytes));
+    exec(limit.c_str());
+  }
+  return true;
+}
+
+bool QENSpanSpool::open() {
+  if (!openDatabase()) {
+    return false;
+  }
+  // Only a file SQLite cannot read, or one that is someone else's, goes aside; a folder that
+  // cannot be written is not the file's fault.
+  const int mode = sqlite3_exec(db_, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+  const bool unreadable = mode == SQLITE_NOTADB || mode == SQLITE_CORRUPT;
+  if (mode != SQLITE_OK && !unreadable) {
+    logFailure("cannot open the spool; spans will be dropped");
+    return false;
+  }
+  if (unreadable || !isOurs()) {
+    moveAside();
+    if (!openDatabase()) {
+      return false;
+    }
+  }
+  if (!createSchema()) {
+    return false;
+  }
+  recoverSnapshots();
+  applyBounds();
+  return true;
+}
+
+void QENSpanSpool::recoverSnapshots() {
+  if (!exec("BEGIN IMMEDIATE")) {
+    return;
+  }
+  std::uint64_t spans = 0;
+  {
+    Statement count(db_, "SELECT coalesce(sum(span_count), 0) FROM snapshots");
+    if (count.step() == SQLITE_ROW) {
+      spans = static_cast<std::uint64_t>(count.integer(0));
+    }
+  }
+  if (exec("INSERT INTO batches(created, content_type, gzipped, span_count, body)"
+           " SELECT created, content_type, gzipped, span_count, body FROM snapshots"
+           " ORDER BY created") &&
+      exec("DELETE FROM snapshots") && exec("COMMIT")) {
+    counters_.recovered += spans;
+  } else {
+    exec("ROLLBACK");
+  }
+}
+
+std::uint64_t QENSpanSpool::deleteCounting(const char* condition, std::int64_t argument) {
+  const std::string count =
+      std::string("SELECT coalesce(sum(span_count), 0) FROM batches WHERE ") + condition;
+  const std::string remove = std::string("DELETE FROM batches WHERE ") + condition;
+  if (!exec("BEGIN IMMEDIATE")) {
+    return 0;
+  }
+  std::uint64_t spans = 0;
+  {
+    Statement counting(db_, count.c_str());
+    if (counting.bind(1, argument).step() == SQLITE_ROW) {
+      spans = static_cast<std::uint64_t>(counting.integer(0));
+    }
+  }
+  if (spans > 0 && Statement(db_, remove.c_str()).bind(1, argument).run() && exec("COMMIT")) {
+    return spans;
+  }
+  exec("ROLLBACK");
+  return 0;
+}
+
+void QENSpanSpool::applyBounds() {
+  counters_.droppedExpired +=
+      deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count());
+  // The newest batches that fit stay.
+  counters_.droppedFull += deleteCounting(
+      "id IN (SELECT id FROM (SELECT id, sum(length(body)) OVER (ORDER BY id DESC) AS newer"
+      " FROM batches) WHERE newer > ?1)",
+      static_cast<std::int64_t>(std::max<std::uint64_t>(1, options_.maximumBytes)));
+}
+
+bool QENSpanSpool::append(const Batch& batch) {
+  const std::lock_guard guard(mutex_);
+  Statement insert(db_,
+                   "INSERT INTO batches(created, content_type, gzipped, span_count, body)"
+                   " VALUES(?1, ?2, ?3, ?4, ?5)");
+  const bool written = insert.bind(1, unixSeconds())
+                           .bind(2, batch.contentType)
+                           .bind(3, batch.gzipped ? 1 : 0)
+                           .bind(4, static_cast<std::int64_t>(batch.spanCount))
+                           .bindBlob(5, batch.body)
+                           .run();
+  if (!written) {
+    counters_.droppedWriteFailed += batch.spanCount;
+    logFailure("a batch of " + std::to_string(batch.spanCount) + " spans could not be written");
+    return false;
+  }
+  counters_.persisted += batch.spanCount;
+  applyBounds();
+  return true;
+}
+
+std::optional<QENSpanSpool::Batch> QENSpanSpool::oldest() {
+  const std::lock_guard guard(mutex_);
+  counters_.droppedExpired +=
+      deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count());
+  Statement select(db_,
+                   "SELECT id, body, content_type, gzipped, span_count, attempts FROM batches"
+                   " ORDER BY id LIMIT 1");
+  if (select.step() != SQLITE_ROW) {
+    return std::nullopt;
+  }
+  return Batch{select.integer(0),
+               select.text(1),
+               select.text(2),
+               select.integer(3) != 0,
+               static_cast<std::uint64_t>(select.integer(4)),
+               static_cast<int>(select.integer(5))};
+}
+
+void QENSpanSpool::recordAttempt(std::int64_t id) {
+  const std::lock_guard guard(mutex_);
+  Statement(db_, "UPDATE batches SET attempts = attempts + 1 WHERE id = ?1").bind(1, id).run();
+}
+
+void QENSpanSpool::remove(std::int64_t id) {
+  const std::lock_guard guard(mutex_);
+  Statement(db_, "DELETE FROM batches WHERE id = ?1").bind(1, id).run();
+}
+
+bool QENSpanSpool::storeSnapshot(const std::string& treeId, const Batch& batch) {
+  const std::lock_guard guard(mutex_);
+  Statement replace(db_,
+                    "INSERT OR REPLACE INTO snapshots(tree, created, content_type, gzipped,"
+                    " span_count, body) VALUES(?1, ?2, ?3, ?4, ?5, ?6)");
+  return replace.bind(1, treeId)
+      .bind(2, unixSeconds())
+      .bind(3, batch.contentType)
+      .bind(4, batch.gzipped ? 1 : 0)
+      .bind(5, static_cast<std::int64_t>(batch.spanCount))
+      .bindBlob(6, batch.body)
+      .run();
+}
+
+void QENSpanSpool::forgetSnapshot(const std::string& treeId) {
+  const std::lock_guard guard(mutex_);
+  Statement(db_, "DELETE FROM snapshots WHERE tree = ?1").bind(1, treeId).run();
+}

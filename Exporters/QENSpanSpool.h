@@ -1,0 +1,96 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+
+struct sqlite3;
+
+struct QENSpanSpoolOptions {
+  // The database file, in a folder the app owns (its caches or application-support folder).
+  std::string path;
+  // Encoded bytes the spool keeps; past it the oldest batches go. At least 1.
+  std::uint64_t maximumBytes = 8 * 1024 * 1024;
+  // Batches older than this go. At least 1 s.
+  std::chrono::seconds maximumAge{std::chrono::hours(24 * 7)};
+  // A hard limit on the file itself (SQLite's page limit), for hosts that must cap their disk
+  // use; a write past it fails as on a full disk. 0: none.
+  std::uint64_t maximumFileBytes = 0;
+  // How long a write waits for another process that holds the database's lock.
+  std::chrono::milliseconds busyTimeout{5000};
+};
+
+// What the spool did to its batches, counted in spans.
+struct QENSpanSpoolCounters {
+  std::uint64_t persisted = 0;            // written in a committed transaction
+  std::uint64_t droppedFull = 0;          // the oldest, pushed out by the byte bound
+  std::uint64_t droppedExpired = 0;       // older than the age bound
+  std::uint64_t droppedWriteFailed = 0;   // not written: disk full, read-only, no spool
+  std::uint64_t recovered = 0;            // snapshot spans of unfinished trees, turned into batches
+  std::uint64_t filesMovedAside = 0;      // unreadable or foreign files renamed at open
+};
+
+// Finished batches waiting for delivery, kept in an SQLite database in WAL mode so that a
+// committed batch survives the process being killed: a write is one transaction, and a batch
+// leaves only when delivery is acknowledged (remove). A file that is not a spool, or not a
+// readable database, is renamed aside ("<path>.unreadable-<unix seconds>") and a fresh spool
+// made. When the spool cannot be written at all (read-only folder, full disk), every write fails
+// and is counted; nothing blocks for longer than the busy timeout, nothing throws.
+//
+// Snapshots of unfinished trees are kept apart, one per tree, each replacing the last. The next
+// process that opens the spool turns what snapshots are left, trees that never completed, into
+// ordinary batches before anything else.
+//
+// Thread-safe: one connection, every operation under one mutex.
+class QENSpanSpool {
+ public:
+  struct Batch {
+    std::int64_t id = 0;
+    std::string body;
+    std::string contentType;
+    bool gzipped = false;
+    std::uint64_t spanCount = 0;
+    int attempts = 0;  // sends started, in any process
+  };
+
+  explicit QENSpanSpool(QENSpanSpoolOptions options);
+  ~QENSpanSpool();
+  QENSpanSpool(const QENSpanSpool&) = delete;
+  QENSpanSpool& operator=(const QENSpanSpool&) = delete;
+
+  // Writes one batch in one transaction, then applies the bounds. False if it could not be
+  // written (counted in droppedWriteFailed).
+  bool append(const Batch& batch);
+  // The oldest batch after the age bound is applied, or none.
+  std::optional<Batch> oldest();
+  // Counts a send of the batch before it starts, so that a later process knows it was tried.
+  void recordAttempt(std::int64_t id);
+  void remove(std::int64_t id);
+
+  // Keeps `batch` as the snapshot of tree `treeId`, replacing the previous one.
+  bool storeSnapshot(const std::string& treeId, const Batch& batch);
+  void forgetSnapshot(const std::string& treeId);
+
+  QENSpanSpoolCounters counters() const;
+  // Whether the database is open; false after a failed open (every write is then dropped).
+  bool isOpen() const;
+
+ private:
+  bool open();
+  bool openDatabase();
+  bool isOurs();
+  bool createSchema();
+  void moveAside();
+  void recoverSnapshots();
+  void applyBounds();
+  std::uint64_t deleteCounting(const char* condition, std::int64_t argument);
+  bool exec(const char* sql);
+  void logFailure(const std::string& what);
+
+  const QENSpanSpoolOptions options_;
+  mutable std::mutex mutex_;
+  sqlite3* db_ = nullptr;
+  QENSpanSpoolCounters counters_;
+};
