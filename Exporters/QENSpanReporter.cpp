@@ -18,8 +18,8 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 const std::string& userAgent() {
-  static const std::string agent = std::string("QENPerformanceLogger/") +
-                                   QENPerformanceLoggerVersionString;
+  static const std::string agent =
+      std::string("QENPerformanceLogger/") + QENPerformanceLoggerVersionString;
   return agent;
 }
 
@@ -182,8 +182,7 @@ void QENSpanReporter::reportStop() {
       }
     }
     logReporterError("QENSpanReporter stopped with " + std::to_string(counters.dropped()) + " of " +
-                         std::to_string(counters.accepted) + " spans undelivered (" + byCause +
-                         ")",
+                         std::to_string(counters.accepted) + " spans undelivered (" + byCause + ")",
                      __LINE__);
   }
   if (options_.didStop) {
@@ -221,18 +220,25 @@ void QENSpanReporter::run() {
       queue_.clear();
       return;
     }
+    // A due batch is persisted (or, without a spool, sent), then one spooled batch is sent: under
+    // a steady stream of spans, delivery still takes its turn.
+    bool worked = false;
     if (!queue_.empty() && (stopping_ || queueReady(now))) {
       const SpanList batch = takeBatch(lock);
       lock.unlock();
       options_.spool != nullptr ? persist(batch) : deliver(batch);
       lock.lock();
-    } else if (spoolReady(now)) {
+      worked = true;
+    }
+    if (spoolReady(Clock::now())) {
       lock.unlock();
       deliverFromSpool();
       lock.lock();
-    } else if (stopping_) {  // a spooled batch waits out its back-off, within the deadline
-      changed_.wait_until(lock, std::min(spoolNotBefore_,
-                                         Clock::time_point(Clock::duration(deadline_.load()))));
+      worked = true;
+    }
+    if (!worked && stopping_) {  // a spooled batch waits out its back-off, within the deadline
+      changed_.wait_until(
+          lock, std::min(spoolNotBefore_, Clock::time_point(Clock::duration(deadline_.load()))));
     }
   }
 }
@@ -284,20 +290,21 @@ QENSpanReporter::SpanList QENSpanReporter::takeBatch(std::unique_lock<std::mutex
   return batch;
 }
 
-QENSpanSpool::Batch QENSpanReporter::encodeBatch(const SpanList& batch) const {
+QENSpanSpool::Batch QENSpanReporter::encodeBatch(const SpanList& spans,
+                                                 const QENSpanReporterOptions& options) {
   QENSpanSpool::Batch encoded;
-  encoded.body = encode(batch, options_);
-  if (options_.gzip) {
+  encoded.body = encode(spans, options);
+  if (options.gzip) {
     encoded.body = QENGzip::compress(encoded.body);
   }
-  encoded.gzipped = options_.gzip;
-  encoded.contentType = contentTypeOf(options_.encoding);
-  encoded.spanCount = batch.size();
+  encoded.gzipped = options.gzip;
+  encoded.contentType = contentTypeOf(options.encoding);
+  encoded.spanCount = spans.size();
   return encoded;
 }
 
 void QENSpanReporter::persist(const SpanList& batch) {
-  if (options_.spool->append(encodeBatch(batch))) {
+  if (options_.spool->append(encodeBatch(batch, options_))) {
     const std::lock_guard guard(mutex_);
     spoolWaiting_ = true;
   }
@@ -341,7 +348,7 @@ void QENSpanReporter::deliverFromSpool() {
 }
 
 void QENSpanReporter::deliver(const SpanList& batch) {
-  const QENSpanSpool::Batch encoded = encodeBatch(batch);
+  const QENSpanSpool::Batch encoded = encodeBatch(batch, options_);
   milliseconds backoff = options_.initialBackoff;
   for (int attempt = 0;; ++attempt) {
     const Outcome outcome = post(encoded);

@@ -35,14 +35,14 @@ struct QENSpanReporterCounters {
   std::uint64_t retried = 0;    // sent again after an attempt, per span and attempt (a spooled
                                 // batch counts when it was attempted before, in any process)
   // Undelivered, by cause:
-  std::uint64_t droppedQueueFull = 0;    // pushed out of a full queue by newer spans
-  std::uint64_t droppedClientError = 0;  // refused with a 3xx or 4xx answer (final)
-  std::uint64_t droppedGaveUp = 0;       // connection errors or 5xx answers past the retries
-  std::uint64_t droppedShutDown = 0;     // queued, waiting to retry or in flight when the
-                                         // reporter's time ran out, or reported after it stopped
-                                         // (with a spool: only what was not yet persisted)
-  std::uint64_t droppedSpoolFull = 0;         // pushed out of the spool by its byte bound
-  std::uint64_t droppedSpoolExpired = 0;      // older than the spool's age bound
+  std::uint64_t droppedQueueFull = 0;     // pushed out of a full queue by newer spans
+  std::uint64_t droppedClientError = 0;   // refused with a 3xx or 4xx answer (final)
+  std::uint64_t droppedGaveUp = 0;        // connection errors or 5xx answers past the retries
+  std::uint64_t droppedShutDown = 0;      // queued, waiting to retry or in flight when the
+                                          // reporter's time ran out, or reported after it stopped
+                                          // (with a spool: only what was not yet persisted)
+  std::uint64_t droppedSpoolFull = 0;     // pushed out of the spool by its byte bound
+  std::uint64_t droppedSpoolExpired = 0;  // older than the spool's age bound
   std::uint64_t droppedSpoolWriteFailed = 0;  // not written: disk full, read-only, no spool
 
   std::uint64_t dropped() const {
@@ -126,6 +126,10 @@ class QENSpanReporter {
   bool shutdown(std::chrono::milliseconds limit = std::chrono::seconds(5));
   QENSpanReporterCounters counters() const;
 
+  // A request body as these options make it: encoded, gzipped if asked, with its content type.
+  static QENSpanSpool::Batch encodeBatch(const SpanList& spans,
+                                         const QENSpanReporterOptions& options);
+
  private:
   using Clock = std::chrono::steady_clock;
   enum class Outcome { kDelivered, kRetry, kRefused, kCutOff };
@@ -137,7 +141,6 @@ class QENSpanReporter {
   bool queueReady(Clock::time_point now) const;
   bool spoolReady(Clock::time_point now) const;
   SpanList takeBatch(std::unique_lock<std::mutex>& lock);
-  QENSpanSpool::Batch encodeBatch(const SpanList& batch) const;
   void deliver(const SpanList& batch);
   void persist(const SpanList& batch);
   void deliverFromSpool();

@@ -44,8 +44,7 @@ class Statement {
     return *this;
   }
   Statement& bind(int index, const std::string& text) {
-    sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()),
-                      SQLITE_STATIC);
+    sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
     return *this;
   }
   Statement& bindBlob(int index, const std::string& bytes) {
@@ -59,9 +58,10 @@ class Statement {
   std::int64_t integer(int column) const { return sqlite3_column_int64(statement_, column); }
   std::string text(int column) const {
     const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement_, column));
-    return bytes == nullptr ? std::string()
-                            : std::string(bytes, static_cast<std::size_t>(
-                                                     sqlite3_column_bytes(statement_, column)));
+    return bytes == nullptr
+               ? std::string()
+               : std::string(bytes,
+                             static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
   }
 
  private:

@@ -24,12 +24,12 @@ struct QENSpanSpoolOptions {
 
 // What the spool did to its batches, counted in spans.
 struct QENSpanSpoolCounters {
-  std::uint64_t persisted = 0;            // written in a committed transaction
-  std::uint64_t droppedFull = 0;          // the oldest, pushed out by the byte bound
-  std::uint64_t droppedExpired = 0;       // older than the age bound
-  std::uint64_t droppedWriteFailed = 0;   // not written: disk full, read-only, no spool
-  std::uint64_t recovered = 0;            // snapshot spans of unfinished trees, turned into batches
-  std::uint64_t filesMovedAside = 0;      // unreadable or foreign files renamed at open
+  std::uint64_t persisted = 0;           // written in a committed transaction
+  std::uint64_t droppedFull = 0;         // the oldest, pushed out by the byte bound
+  std::uint64_t droppedExpired = 0;      // older than the age bound
+  std::uint64_t droppedWriteFailed = 0;  // not written: disk full, read-only, no spool
+  std::uint64_t recovered = 0;           // snapshot spans of unfinished trees, turned into batches
+  std::uint64_t filesMovedAside = 0;     // unreadable or foreign files renamed at open
 };
 
 // Finished batches waiting for delivery, kept in an SQLite database in WAL mode so that a

@@ -127,16 +127,24 @@ TEST(SpanReporter, ATricklingAnswerStillDeliversOnce) {
   expectBooksBalance(reporter.counters(), &server);
 }
 
-TEST(SpanReporter, DeliversOTLPForTheServiceItIsGiven) {
+TEST(SpanReporter, SendsGzippedOTLPForTheServiceWithTheHostsHeadersAndItsUserAgent) {
   QENLoopbackHTTPServer server([](int) { return Answer{200, Fault::kNone}; });
   auto settings = options(server.url());
   settings.encoding = QENSpanReporterEncoding::kOTLPJSON;
   settings.reading.serviceName = "feed";
+  settings.headers = {{"Authorization", "Bearer t0ken"}};
   QENSpanReporter reporter(settings);
   reporter.report(spans(3));
   EXPECT_TRUE(reporter.shutdown(20s));
-  ASSERT_EQ(server.requests().size(), 1u);
-  const auto request = nlohmann::json::parse(server.requests()[0].body)["resourceSpans"][0];
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  const auto& sent = requests[0];
+  for (const char* header :
+       {"Content-Encoding: gzip", "Content-Type: application/json", "Authorization: Bearer t0ken",
+        "User-Agent: QENPerformanceLogger/" QEN_TEST_VERSION}) {
+    EXPECT_TRUE(sent.hasHeader(header)) << header << " in\n" << sent.headers;
+  }
+  const auto request = nlohmann::json::parse(sent.body)["resourceSpans"][0];
   EXPECT_EQ(request["resource"]["attributes"][0]["value"]["stringValue"], "feed");
   EXPECT_EQ(request["scopeSpans"][0]["spans"].size(), 3u);
 }

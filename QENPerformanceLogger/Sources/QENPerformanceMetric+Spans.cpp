@@ -66,15 +66,29 @@ struct PendingMetric {
 
 QENPerformanceMetric::SpanList QENPerformanceMetric::spansWithAppContext(
     const QENPerformanceMetricAppContext& appContext) const {
+  return exportSpans(appContext, std::nullopt);
+}
+
+QENPerformanceMetric::SpanList QENPerformanceMetric::snapshotSpansWithAppContext(
+    const QENPerformanceMetricAppContext& appContext, double snapshotTime) const {
+  return exportSpans(appContext, snapshotTime);
+}
+
+QENPerformanceMetric::SpanList QENPerformanceMetric::exportSpans(
+    const QENPerformanceMetricAppContext& appContext,
+    std::optional<double> stopUnfinishedAt) const {
   auto topLevel = std::make_shared<QENThrift::Span>();
   topLevel->setTrace_id(traceId());
   const std::int64_t ownSpanId = spanId();
   ExportSnapshot snapshot = exportSnapshot(true);
+  if (stopUnfinishedAt && snapshot.started && !snapshot.finished) {
+    snapshot.stopTime = *stopUnfinishedAt;
+  }
   MetricList children = std::move(snapshot.childMetrics);
   fillSpan(true, *topLevel, appContext, ownSpanId, std::move(snapshot));
   SpanList spans = {topLevel};
   appendDescendantSpans(*this, ownSpanId, std::move(children), topLevel->trace_id(), appContext,
-                        spans);
+                        stopUnfinishedAt, spans);
   return spans;
 }
 
@@ -86,6 +100,7 @@ void QENPerformanceMetric::appendDescendantSpans(const QENPerformanceMetric& roo
                                                  std::int64_t rootSpanId, MetricList children,
                                                  std::int64_t traceId,
                                                  const QENPerformanceMetricAppContext& appContext,
+                                                 std::optional<double> stopUnfinishedAt,
                                                  SpanList& spans) {
   std::vector<PendingMetric> stack;
   stack.reserve(children.size());
@@ -97,7 +112,9 @@ void QENPerformanceMetric::appendDescendantSpans(const QENPerformanceMetric& roo
     stack.pop_back();
     const QENPerformanceMetric& candidate = *pending.metric;
     ExportSnapshot snapshot = candidate.exportSnapshot(false);
-    if (!snapshot.started || !snapshot.finished) {
+    if (snapshot.started && !snapshot.finished && stopUnfinishedAt) {
+      snapshot.stopTime = *stopUnfinishedAt;
+    } else if (!snapshot.started || !snapshot.finished) {
       continue;  // and so is its whole subtree
     }
     auto span = std::make_shared<QENThrift::Span>();

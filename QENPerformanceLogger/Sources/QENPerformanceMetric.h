@@ -250,6 +250,12 @@ class QENPerformanceMetric : public QENObject,
   // every descendant that started and finished. An unfinished metric is left out with its whole
   // subtree.
   SpanList spansWithAppContext(const QENPerformanceMetricAppContext& appContext) const;
+  // The spans of this tree as it stands while it may still run: as spansWithAppContext, but a
+  // started metric that has not finished, this one included, is exported as if it had stopped
+  // at `snapshotTime` (monotonic seconds), and its subtree with it. Metrics that never started
+  // are left out as ever. Nothing is stopped: the tree goes on as before.
+  SpanList snapshotSpansWithAppContext(const QENPerformanceMetricAppContext& appContext,
+                                       double snapshotTime) const;
   // Fills every field of `span` but the trace id and the parent id from this metric.
   void setParametersForTopLevel(bool isTopLevel, QENThrift::Span& span,
                                 const QENPerformanceMetricAppContext& appContext) const;
@@ -360,10 +366,13 @@ class QENPerformanceMetric : public QENObject,
   void fillSpan(bool isTopLevel, QENThrift::Span& span,
                 const QENPerformanceMetricAppContext& appContext, std::int64_t spanId,
                 ExportSnapshot snapshot) const;
+  // Stops what has not finished at `stopUnfinishedAt`, if given, instead of leaving it out.
+  SpanList exportSpans(const QENPerformanceMetricAppContext& appContext,
+                       std::optional<double> stopUnfinishedAt) const;
   static void appendDescendantSpans(const QENPerformanceMetric& root, std::int64_t rootSpanId,
                                     MetricList children, std::int64_t traceId,
                                     const QENPerformanceMetricAppContext& appContext,
-                                    SpanList& spans);
+                                    std::optional<double> stopUnfinishedAt, SpanList& spans);
 
   struct RandomIdentifiers {
     std::int64_t traceId;

@@ -105,6 +105,11 @@ class QENLoopbackHTTPServer {
       }
       connection_ = connection;
       auto [headers, body] = readRequest(connection);
+      if (headers.empty()) {  // the client went away mid-request: nothing to record or answer
+        connection_ = -1;
+        ::close(connection);
+        continue;
+      }
       if (headers.find("\r\ncontent-encoding: gzip\r\n") != std::string::npos) {
         body = inflated(body);
       }

@@ -1,0 +1,115 @@
+#include "QENUnfinishedTraceWatcher.h"
+
+#include <algorithm>
+
+#include "BinaryAnnotation+QENAdditions.h"
+#include "QENApplication/QENApplicationLifecycle.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENFoundation/QENNotificationCenter.h"
+
+namespace {
+
+std::string treeIdOf(const QENPerformanceMetric& topLevel) {
+  return QENFoundation::qen_networkEndianHexString(topLevel.traceId()) + "-" +
+         QENFoundation::qen_networkEndianHexString(topLevel.spanId());
+}
+
+}  // namespace
+
+QENUnfinishedTraceWatcher::QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpool> spool,
+                                                     QENSpanReporterOptions encoding,
+                                                     QENPerformanceMetricAppContext appContext,
+                                                     std::chrono::milliseconds interval)
+    : state_(
+          std::make_shared<State>(std::move(spool), std::move(encoding), std::move(appContext))) {
+  const std::weak_ptr<State> state = state_;
+  QENNotificationCenter::defaultCenter().addObserver(state_,
+                                                     UIApplicationDidEnterBackgroundNotification,
+                                                     nullptr, [state](const QENNotification&) {
+                                                       if (const auto alive = state.lock()) {
+                                                         alive->snapshot();
+                                                       }
+                                                     });
+  if (interval > std::chrono::milliseconds(0)) {
+    timer_ = std::thread([this, interval] { runInterval(interval); });
+  }
+}
+
+QENUnfinishedTraceWatcher::~QENUnfinishedTraceWatcher() {
+  QENNotificationCenter::defaultCenter().removeObserver(state_.get());
+  {
+    const std::lock_guard guard(timerMutex_);
+    stopping_ = true;
+  }
+  timerChanged_.notify_all();
+  if (timer_.joinable()) {
+    timer_.join();
+  }
+}
+
+void QENUnfinishedTraceWatcher::watch(const std::shared_ptr<QENPerformanceMetric>& topLevel) {
+  if (topLevel == nullptr) {
+    return;
+  }
+  {
+    const std::lock_guard guard(state_->mutex);
+    state_->watched.push_back(topLevel);
+  }
+  const std::weak_ptr<QENSpanSpool> spool = state_->spool;
+  topLevel->addCompletionBlock([spool, treeId = treeIdOf(*topLevel)](bool) {
+    if (const auto alive = spool.lock()) {
+      alive->forgetSnapshot(treeId);
+    }
+  });
+}
+
+void QENUnfinishedTraceWatcher::snapshotNow() {
+  state_->snapshot();
+}
+
+void QENUnfinishedTraceWatcher::runInterval(std::chrono::milliseconds interval) {
+  std::unique_lock lock(timerMutex_);
+  while (!timerChanged_.wait_for(lock, interval, [this] { return stopping_; })) {
+    lock.unlock();
+    state_->snapshot();
+    lock.lock();
+  }
+}
+
+void QENUnfinishedTraceWatcher::State::snapshot() {
+  const std::lock_guard guard(mutex);
+  const double now = QENMonotonicTimeGetCurrent();
+  std::erase_if(watched, [&](const std::weak_ptr<QENPerformanceMetric>& weak) {
+    const auto topLevel = weak.lock();
+    if (topLevel == nullptr) {
+      return true;  // dropped unfinished: its last snapshot stays
+    }
+    if (!topLevel->isFinished()) {
+      snapshotTree(*topLevel, now);
+    }
+    // Checked after storing: a tree that completed meanwhile must leave no snapshot behind,
+    // whichever of this and its completion callback came first.
+    if (topLevel->isFinished()) {
+      spool->forgetSnapshot(treeIdOf(*topLevel));
+      return true;
+    }
+    return false;
+  });
+}
+
+void QENUnfinishedTraceWatcher::State::snapshotTree(const QENPerformanceMetric& topLevel,
+                                                    double now) {
+  if (!topLevel.isStarted()) {
+    return;
+  }
+  auto spans = topLevel.snapshotSpansWithAppContext(appContext, now);
+  const auto recovered = QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyBoolean(
+      kQENRecoveredAnnotationKey, true);
+  for (const auto& span : spans) {
+    auto annotations = span->binary_annotations();
+    annotations.push_back(recovered);
+    span->setBinary_annotations(std::move(annotations));
+  }
+  spool->storeSnapshot(treeIdOf(topLevel), QENSpanReporter::encodeBatch(spans, encoding));
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "QENPerformanceMetric.h"
+#include "QENPerformanceMetricAppContext.h"
+#include "QENSpanReporter.h"
+#include "QENSpanSpool.h"
+
+// The binary annotation that marks a recovered span: true on every span of a snapshot.
+inline constexpr std::string_view kQENRecoveredAnnotationKey = "qen.recovered";
+
+// Keeps, in a spool, the trees of top-level metrics still running, so that a process killed in
+// the middle of a cold start or a feed load leaves them behind. At each snapshot (the application
+// entering the background, every `interval`, or snapshotNow) every watched tree is exported as it
+// stands (QENPerformanceMetric::snapshotSpansWithAppContext: what has not finished ends at the
+// snapshot time), every span is marked with the boolean binary annotation "qen.recovered" = true,
+// and the result replaces the tree's previous snapshot. A tree that completes (finishes, valid or
+// not) is forgotten: its snapshot is removed and the reporter sends its spans as usual. The next
+// process that opens the spool sends the snapshots that are left, trees that never completed,
+// before anything else.
+//
+// Watched metrics are held weakly: a tree the app drops without finishing keeps its last
+// snapshot. Snapshots are encoded as `encoding` says (a reporter's options: format, service,
+// gzip), so that recovered spans go out as that reporter's own.
+class QENUnfinishedTraceWatcher {
+ public:
+  QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpool> spool, QENSpanReporterOptions encoding,
+                            QENPerformanceMetricAppContext appContext,
+                            std::chrono::milliseconds interval);
+  ~QENUnfinishedTraceWatcher();
+  QENUnfinishedTraceWatcher(const QENUnfinishedTraceWatcher&) = delete;
+  QENUnfinishedTraceWatcher& operator=(const QENUnfinishedTraceWatcher&) = delete;
+
+  void watch(const std::shared_ptr<QENPerformanceMetric>& topLevel);
+  void snapshotNow();
+
+ private:
+  // Shared with the notification centre's handler, which may outlive a call into the watcher.
+  struct State {
+    State(std::shared_ptr<QENSpanSpool> spool, QENSpanReporterOptions encoding,
+          QENPerformanceMetricAppContext appContext)
+        : spool(std::move(spool)),
+          encoding(std::move(encoding)),
+          appContext(std::move(appContext)) {}
+
+    std::shared_ptr<QENSpanSpool> spool;
+    QENSpanReporterOptions encoding;
+    QENPerformanceMetricAppContext appContext;
+    std::mutex mutex;  // one snapshot at a time; guards watched
+    std::vector<std::weak_ptr<QENPerformanceMetric>> watched;
+
+    void snapshot();
+    void snapshotTree(const QENPerformanceMetric& topLevel, double now);
+  };
+
+  void runInterval(std::chrono::milliseconds interval);
+
+  std::shared_ptr<State> state_;
+  std::mutex timerMutex_;
+  std::condition_variable timerChanged_;
+  bool stopping_ = false;
+  std::thread timer_;
+};

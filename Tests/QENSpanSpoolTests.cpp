@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "QENSpanSpool.h"
+#include "Support/QENSpoolKillRound.h"
+
+namespace {
+
+using Batch = QENSpanSpool::Batch;
+
+class SpanSpool : public testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/qen-spool-XXXXXX";
+    folder_ = ::mkdtemp(pattern);
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  std::string path() const { return (folder_ / "spool.sqlite").string(); }
+  static Batch batch(std::uint64_t spans, std::size_t bytes = 16) {
+    return Batch{0, std::string(bytes, 'x'), "application/json", false, spans, 0};
+  }
+
+  std::filesystem::path folder_;
+};
+
+TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937_64 random(seed);
+  for (int round = 0; round < 20; ++round) {
+    const QENKillRoundFigures figures = runSpanKillRound(folder_, random);
+    EXPECT_GT(figures.persistedBeforeKill, 0u) << round;
+    EXPECT_EQ(figures.missing, 0u) << round;
+    EXPECT_LE(figures.duplicates, figures.drainRetried) << "only a retried batch comes twice";
+    EXPECT_TRUE(figures.intact) << round;
+  }
+}
+
+TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
+  QENLoopbackHTTPServer server([](int) { return QENLoopbackHTTPServer::Answer{}; });
+  {
+    QENChildProcess child(spoolKillChild(path(), server.url(), "trees"));
+    ASSERT_EQ(child.readLine(), "ready");
+  }  // killed
+  drainSpool(path(), server.url());
+  std::map<std::string, nlohmann::json> spans;
+  for (const auto& request : server.requests()) {
+    for (const auto& span : nlohmann::json::parse(request.body)) {
+      spans[span["name"]] = span;
+    }
+  }
+  ASSERT_EQ(spans.size(), 4u) << "the completed tree leaves nothing behind";
+  const auto& root = spans.at("abandoned_cold_start");
+  const auto& running = spans.at("abandoned_running");
+  EXPECT_EQ(spans.at("abandoned_done")["parentId"], root["id"]);
+  EXPECT_EQ(running["parentId"], root["id"]);
+  EXPECT_EQ(spans.at("abandoned_inner")["parentId"], running["id"]);
+  for (const auto& [name, span] : spans) {
+    EXPECT_EQ(span["tags"]["qen.recovered"], "true") << name;
+  }
+  const auto end = [](const nlohmann::json& span) {
+    return span["timestamp"].get<std::int64_t>() + span["duration"].get<std::int64_t>();
+  };
+  EXPECT_NEAR(end(running), end(root), 1) << "both unfinished: both end at the snapshot";
+}
+
+TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideAndAFreshOneMade) {
+  const auto foreignDatabase = [](const std::string& path) {
+    sqlite3* db = nullptr;
+    sqlite3_open(path.c_str(), &db);
+    sqlite3_exec(db, "CREATE TABLE photos(id INTEGER)", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+  };
+  const auto garbage = [](const std::string& path) {
+    std::ofstream(path, std::ios::binary) << std::string(8192, '\x5a');
+  };
+  for (const auto& make : {std::function<void(const std::string&)>(foreignDatabase), {garbage}}) {
+    std::filesystem::remove_all(folder_);
+    std::filesystem::create_directories(folder_);
+    make(path());
+    const auto original = std::filesystem::file_size(path());
+    QENSpanSpool spool({.path = path()});
+    EXPECT_EQ(spool.counters().filesMovedAside, 1u);
+    EXPECT_TRUE(spool.append(batch(3)));
+    std::vector<std::uintmax_t> asideSizes;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+      if (entry.path().string().find(".unreadable-") != std::string::npos &&
+          entry.path().extension() != ".sqlite-wal")
+        asideSizes.push_back(entry.file_size());
+    }
+    EXPECT_EQ(asideSizes, std::vector<std::uintmax_t>{original}) << "kept, untouched";
+  }
+}
+
+// As root (as CI runs) a folder's permissions bind nobody, so the unwritable places are a folder
+// that does not exist and a read-only file system.
+TEST_F(SpanSpool, ASpoolThatCannotBeWrittenDropsAndCountsWithoutBlockingTheCaller) {
+  for (const std::string& place :
+       {(folder_ / "missing" / "spool.sqlite").string(), std::string("/proc/qen-spool.sqlite")}) {
+    QENSpanReporterOptions options;
+    options.collectorURL = QENLoopbackHTTPServer::refusingURL();
+    options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = place});
+    EXPECT_FALSE(options.spool->isOpen()) << place;
+    QENSpanReporter reporter(options);
+    QENSpanReporter::SpanList spans(25, std::make_shared<QENThrift::Span>());
+    reporter.report(spans);
+    EXPECT_FALSE(reporter.shutdown(std::chrono::seconds(20)));
+    const auto counters = reporter.counters();
+    EXPECT_EQ(counters.droppedSpoolWriteFailed, 25u) << place;
+    EXPECT_EQ(counters.accepted, counters.persisted + counters.droppedSpoolWriteFailed);
+  }
+}
+
+TEST_F(SpanSpool, AFullDiskFailsTheWriteKeepsWhatWasWrittenAndCountsTheRest) {
+  QENSpanSpool spool({.path = path(), .maximumFileBytes = 96 * 1024});
+  std::mt19937_64 random(7);
+  std::uint64_t written = 0;
+  std::uint64_t failed = 0;
+  for (int index = 0; index < 40; ++index) {
+    Batch incompressible = batch(2, 0);
+    for (int byte = 0; byte < 8192; ++byte)
+      incompressible.body.push_back(static_cast<char>(random()));
+    (spool.append(incompressible) ? written : failed) += 2;
+  }
+  EXPECT_GT(written, 0u);
+  EXPECT_GT(failed, 0u);
+  EXPECT_EQ(spool.counters().persisted, written);
+  EXPECT_EQ(spool.counters().droppedWriteFailed, failed);
+  EXPECT_EQ(integrityOf(path()), "ok");
+  EXPECT_TRUE(spool.oldest().has_value());
+}
+
+TEST_F(SpanSpool, TheOldestBatchesGoPastTheByteAndAgeBounds) {
+  QENSpanSpool spool({.path = path(), .maximumBytes = 3000});
+  for (int index = 0; index < 5; ++index)
+    ASSERT_TRUE(spool.append(batch(2, 1000)));
+  EXPECT_EQ(spool.counters().droppedFull, 4u) << "the two oldest of five";
+  const auto third = spool.oldest();
+  ASSERT_TRUE(third.has_value());
+  spool.remove(third->id);
+
+  sqlite3* db = nullptr;
+  sqlite3_open(path().c_str(), &db);
+  sqlite3_exec(db, "UPDATE batches SET created = created - 8 * 24 * 3600", nullptr, nullptr,
+               nullptr);
+  sqlite3_close(db);
+  EXPECT_FALSE(spool.oldest().has_value());
+  EXPECT_EQ(spool.counters().droppedExpired, 4u) << "older than a week";
+}
+
+TEST_F(SpanSpool, TwoProcessesOnOneSpoolTakeTurnsAndLoseNothing) {
+  QENSpanSpool first({.path = path()});
+  QENSpanSpool second({.path = path()});  // a connection of its own, as another process has
+  const auto fill = [](QENSpanSpool& spool) {
+    for (int index = 0; index < 50; ++index)
+      spool.append(batch(1));
+  };
+  std::thread other(fill, std::ref(second));
+  fill(first);
+  other.join();
+  EXPECT_EQ(first.counters().persisted + second.counters().persisted, 100u);
+  int left = 0;
+  while (const auto oldest = first.oldest()) {
+    first.remove(oldest->id);
+    ++left;
+  }
+  EXPECT_EQ(left, 100);
+}
+
+}  // namespace
