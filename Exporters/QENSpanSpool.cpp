@@ -19,7 +19,15 @@ constexpr const char* kSchema =
     " span_count INTEGER NOT NULL, attempts INTEGER NOT NULL DEFAULT 0, body BLOB NOT NULL);"
     "CREATE TABLE IF NOT EXISTS snapshots(tree TEXT PRIMARY KEY, created INTEGER NOT NULL,"
     " content_type TEXT NOT NULL, gzipped INTEGER NOT NULL, span_count INTEGER NOT NULL,"
-    " body BLOB NOT NULL);";
+    " body BLOB NOT NULL);"
+    "CREATE INDEX IF NOT EXISTS batches_by_age ON batches(created);"
+    // The bytes the batches hold, kept by triggers so that the byte bound needs no scan.
+    "CREATE TABLE IF NOT EXISTS totals(bytes INTEGER NOT NULL);"
+    "INSERT INTO totals SELECT 0 WHERE NOT EXISTS (SELECT 1 FROM totals);"
+    "CREATE TRIGGER IF NOT EXISTS batch_added AFTER INSERT ON batches"
+    " BEGIN UPDATE totals SET bytes = bytes + length(NEW.body); END;"
+    "CREATE TRIGGER IF NOT EXISTS batch_removed AFTER DELETE ON batches"
+    " BEGIN UPDATE totals SET bytes = bytes - length(OLD.body); END;";
 
 std::int64_t unixSeconds() {
   return std::chrono::duration_cast<std::chrono::seconds>(
@@ -147,7 +155,11 @@ void QENSpanSpool::moveAside() {
 bool QENSpanSpool::createSchema() {
   const std::string marks = "PRAGMA application_id=" + std::to_string(kApplicationId) +
                             ";PRAGMA user_version=" + std::to_string(kSchemaVersion);
-  if (!exec("PRAGMA journal_mode=WAL") || !exec(kSchema) || !exec(marks.c_str())) {
+  // In WAL mode a committed transaction survives the process being killed whatever the
+  // synchronous setting; NORMAL leaves out the flush to disk on every commit, so only a power
+  // loss (not a killed app) can take the last batches back.
+  if (!exec("PRAGMA journal_mode=WAL") || !exec("PRAGMA synchronous=NORMAL") || !exec(kSchema) ||
+      !exec(marks.c_str())) {
     logFailure("cannot prepare the spool; spans will be dropped");
     return false;
   }
@@ -233,11 +245,21 @@ std::uint64_t QENSpanSpool::deleteCounting(const char* condition, std::int64_t a
 void QENSpanSpool::applyBounds() {
   counters_.droppedExpired +=
       deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count());
-  // The newest batches that fit stay.
-  counters_.droppedFull += deleteCounting(
-      "id IN (SELECT id FROM (SELECT id, sum(length(body)) OVER (ORDER BY id DESC) AS newer"
-      " FROM batches) WHERE newer > ?1)",
-      static_cast<std::int64_t>(std::max<std::uint64_t>(1, options_.maximumBytes)));
+  const auto maximumBytes =
+      static_cast<std::int64_t>(std::max<std::uint64_t>(1, options_.maximumBytes));
+  for (;;) {  // the oldest go until the newest fit
+    {
+      Statement total(db_, "SELECT bytes FROM totals");
+      if (total.step() != SQLITE_ROW || total.integer(0) <= maximumBytes) {
+        return;
+      }
+    }
+    const std::uint64_t dropped = deleteCounting("id = (SELECT min(id) FROM batches) AND ?1", 1);
+    if (dropped == 0) {
+      return;
+    }
+    counters_.droppedFull += dropped;
+  }
 }
 
 bool QENSpanSpool::append(const Batch& batch) {
