@@ -34,6 +34,29 @@ std::shared_ptr<Metric> finishedChild(const std::shared_ptr<Metric>& parent, std
   return child;
 }
 
+// A snapshot of a running tree ends what runs at the snapshot, leaves out what never started,
+// and changes nothing in the tree.
+TEST(SpanExport, ASnapshotEndsWhatStillRunsAtTheSnapshotTimeAndStopsNothing) {
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto root = Metric::initWithName("cold_start", 1.0);
+  root->startMetricWithTime(now - 2);
+  const auto running = Metric::initWithName("running", 1.0);
+  running->startMetricWithTime(now - 1.5);
+  root->addChildMetric(running);
+  finishedChild(running, "done", now - 1.4, now - 1.2);
+  root->addChildMetric(Metric::initWithName("never_started", 1.0));
+
+  const auto spans = root->snapshotSpansWithAppContext(kAppContext, now - 1);
+  EXPECT_EQ(namesOf(spans), (std::vector<std::string>{"cold_start", "running", "done"}));
+  EXPECT_EQ(spans[0]->duration(), 1'000'000) << "the root runs until the snapshot";
+  EXPECT_EQ(spans[1]->duration(), 500'000);
+  EXPECT_EQ(spans[2]->duration(), 200'000) << "what finished keeps its own end";
+  EXPECT_EQ(spans[2]->parent_id(), spans[1]->id());
+  EXPECT_FALSE(root->isFinished() || running->isFinished());
+  EXPECT_EQ(namesOf(root->spansWithAppContext(kAppContext)), std::vector<std::string>{"cold_start"})
+      << "a plain export still leaves the running subtree out";
+}
+
 TEST(SpanExport, ATypicalMeasurementBecomesOneTraceInDepthFirstLastChildFirstOrder) {
   Metric::setUwtMetricNames(Metric::MetricNameSet{"Home_Feed_Render"});
   const double now = QENMonotonicTimeGetCurrent();

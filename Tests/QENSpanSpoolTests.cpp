@@ -4,7 +4,9 @@
 #include <random>
 #include <thread>
 
+#include "QENApplication/QENApplicationLifecycle.h"
 #include "QENSpanSpool.h"
+#include "QENUnfinishedTraceWatcher.h"
 #include "Support/QENSpoolKillRound.h"
 
 namespace {
@@ -66,6 +68,37 @@ TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
     return span["timestamp"].get<std::int64_t>() + span["duration"].get<std::int64_t>();
   };
   EXPECT_NEAR(end(running), end(root), 1) << "both unfinished: both end at the snapshot";
+}
+
+TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItCompletes) {
+  const auto snapshots = [this] {
+    sqlite3* db = nullptr;
+    sqlite3_open(path().c_str(), &db);
+    sqlite3_stmt* count = nullptr;
+    sqlite3_prepare_v2(db, "SELECT count(*) FROM snapshots", -1, &count, nullptr);
+    sqlite3_step(count);
+    const int rows = sqlite3_column_int(count, 0);
+    sqlite3_finalize(count);
+    sqlite3_close(db);
+    return rows;
+  };
+  const auto spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+  QENUnfinishedTraceWatcher watcher(spool, QENSpanReporterOptions{},
+                                    QENPerformanceMetricAppContext("1", "x"),
+                                    std::chrono::milliseconds(0));
+  const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
+  watcher.watch(feed);
+  QENApplicationLifecycle::postDidEnterBackground();
+  EXPECT_EQ(snapshots(), 0) << "a tree that has not started has nothing to keep";
+  feed->startMetric();
+  QENApplicationLifecycle::postDidEnterBackground();
+  EXPECT_EQ(snapshots(), 1);
+  watcher.snapshotNow();
+  EXPECT_EQ(snapshots(), 1) << "a later snapshot replaces the earlier";
+  feed->stopMetric();
+  watcher.snapshotNow();
+  EXPECT_EQ(snapshots(), 0);
+  EXPECT_EQ(QENSpanSpool({.path = path()}).counters().recovered, 0u);
 }
 
 TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideAndAFreshOneMade) {
