@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   liburiparser-dev nlohmann-json3-dev libcurl4-openssl-dev libsqlite3-dev zlib1g-dev
   python3 python3-thrift thrift-compiler python3-py-zipkin
+  golang-go golang-github-openzipkin-zipkin-go-dev
   locales
   clang-14 clang-19 libc++-19-dev libc++abi-19-dev
   g++-aarch64-linux-gnu qemu-user
