@@ -131,12 +131,9 @@ std::string QENChromeTraceEncoder::encodeSpans(
   json.key("traceEvents");
   json.beginArray();
   writeProcessName(json, reading.serviceName());
-  for (const auto& span : spans) {
-    if (span != nullptr) {
-      reading.read(*span);
-      writeSpanEvents(json, reading, depths.at(span->id()), scratch);
-    }
-  }
+  reading.readEach(spans, [&](const QENSpanReading& read) {
+    writeSpanEvents(json, read, depths.at(read.span().id()), scratch);
+  });
   json.endArray();
   json.key("displayTimeUnit");
   json.string("ms");

@@ -199,12 +199,7 @@ std::string QENOTLPJSONEncoder::encodeSpans(std::span<const std::shared_ptr<QENT
   writeScope(json);
   json.key("spans");
   json.beginArray();
-  for (const auto& span : spans) {
-    if (span != nullptr) {
-      reading.read(*span);
-      writeSpan(json, reading, scratch);
-    }
-  }
+  reading.readEach(spans, [&](const QENSpanReading& read) { writeSpan(json, read, scratch); });
   json.endArray();
   json.endObject();
   json.endArray();

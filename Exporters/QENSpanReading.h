@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -44,6 +45,16 @@ class QENSpanReading {
   // Reads `span`, which must outlive the reading's use; the accessors describe it until the next
   // read. One reading serves any number of spans in turn, reusing its memory.
   void read(const QENThrift::Span& span);
+  // Reads each span that is there in turn and hands the reading to `write`.
+  template <class Write>
+  void readEach(std::span<const std::shared_ptr<QENThrift::Span>> spans, const Write& write) {
+    for (const auto& span : spans) {
+      if (span != nullptr) {
+        read(*span);
+        write(*this);
+      }
+    }
+  }
 
   const std::string& serviceName() const noexcept { return serviceName_; }
   const QENThrift::Span& span() const noexcept { return *span_; }

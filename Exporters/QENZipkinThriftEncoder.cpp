@@ -1,6 +1,7 @@
 #include "QENZipkinThriftEncoder.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "QENThrift/zipkin_spanConstants.h"
 #include "QENThriftBinaryWriter.h"
@@ -17,13 +18,18 @@ std::int32_t presentCount(const Range& entries) {
       entries.begin(), entries.end(), [](const auto& entry) { return entry != nullptr; }));
 }
 
-void writeEndpoint(Writer& writer, const QENThrift::Endpoint& endpoint) {
+void writeAddressAndService(Writer& writer, std::int32_t ipv4, std::int16_t port,
+                            std::string_view serviceName) {
   writer.writeFieldBegin(Writer::kI32, 1);
-  writer.writeI32(endpoint.ipv4());
+  writer.writeI32(ipv4);
   writer.writeFieldBegin(Writer::kI16, 2);
-  writer.writeI16(endpoint.port());
+  writer.writeI16(port);
   writer.writeFieldBegin(Writer::kString, 3);
-  writer.writeString(endpoint.service_name());
+  writer.writeString(serviceName);
+}
+
+void writeEndpoint(Writer& writer, const QENThrift::Endpoint& endpoint) {
+  writeAddressAndService(writer, endpoint.ipv4(), endpoint.port(), endpoint.service_name());
   if (endpoint.ipv6()) {
     writer.writeFieldBegin(Writer::kString, 4);
     writer.writeBinary(endpoint.ipv6()->data(), endpoint.ipv6()->size());
@@ -73,17 +79,23 @@ void writeStructList(Writer& writer, std::int16_t fieldId, const std::vector<Ent
   }
 }
 
-void writeSpan(Writer& writer, const QENThrift::Span& span) {
+void writeIdsAndName(Writer& writer, const QENThrift::Span& span,
+                     std::optional<std::int64_t> parentId) {
   writer.writeFieldBegin(Writer::kI64, 1);
   writer.writeI64(span.trace_id());
   writer.writeFieldBegin(Writer::kString, 3);
   writer.writeString(span.name());
   writer.writeFieldBegin(Writer::kI64, 4);
   writer.writeI64(span.id());
-  if (span.parent_idIsSet()) {
+  if (parentId) {
     writer.writeFieldBegin(Writer::kI64, 5);
-    writer.writeI64(span.parent_id());
+    writer.writeI64(*parentId);
   }
+}
+
+void writeSpan(Writer& writer, const QENThrift::Span& span) {
+  writeIdsAndName(writer, span,
+                  span.parent_idIsSet() ? std::optional(span.parent_id()) : std::nullopt);
   writeStructList(writer, 6, span.annotations(), writeAnnotation);
   writeStructList(writer, 8, span.binary_annotations(), writeBinaryAnnotation);
   if (span.timestampIsSet()) {
@@ -101,12 +113,7 @@ void writeSpan(Writer& writer, const QENThrift::Span& span) {
 
 void writeEndpointNamed(Writer& writer, std::int16_t fieldId, std::string_view serviceName) {
   writer.writeFieldBegin(Writer::kStruct, fieldId);
-  writer.writeFieldBegin(Writer::kI32, 1);
-  writer.writeI32(0);
-  writer.writeFieldBegin(Writer::kI16, 2);
-  writer.writeI16(0);
-  writer.writeFieldBegin(Writer::kString, 3);
-  writer.writeString(serviceName);
+  writeAddressAndService(writer, 0, 0, serviceName);
   writer.writeFieldStop();
 }
 
@@ -174,17 +181,7 @@ void writeReadTags(Writer& writer, const QENSpanReading& reading) {
 }
 
 void writeReadSpan(Writer& writer, const QENSpanReading& reading) {
-  const QENThrift::Span& span = reading.span();
-  writer.writeFieldBegin(Writer::kI64, 1);
-  writer.writeI64(span.trace_id());
-  writer.writeFieldBegin(Writer::kString, 3);
-  writer.writeString(span.name());
-  writer.writeFieldBegin(Writer::kI64, 4);
-  writer.writeI64(span.id());
-  if (reading.parentId()) {
-    writer.writeFieldBegin(Writer::kI64, 5);
-    writer.writeI64(*reading.parentId());
-  }
+  writeIdsAndName(writer, reading.span(), reading.parentId());
   writeReadEvents(writer, reading);
   writeReadTags(writer, reading);
   writer.writeFieldBegin(Writer::kI64, 10);

@@ -93,12 +93,7 @@ std::string QENZipkinV2JSONEncoder::encodeSpans(
   QENSpanReading reading(options);
   std::string scratch;
   json.beginArray();
-  for (const auto& span : spans) {
-    if (span != nullptr) {
-      reading.read(*span);
-      writeSpan(json, reading, scratch);
-    }
-  }
+  reading.readEach(spans, [&](const QENSpanReading& read) { writeSpan(json, read, scratch); });
   json.endArray();
   return out;
 }
