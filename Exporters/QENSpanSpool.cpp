@@ -38,11 +38,9 @@ std::int64_t unixSeconds() {
 // One prepared statement, finalised on every path out.
 class Statement {
  public:
-  Statement(sqlite3* db, const char* sql) {
-    if (db == nullptr || sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr) != SQLITE_OK) {
-      statement_ = nullptr;
-    }
-  }
+  Statement(sqlite3* db, const char* sql)
+      : prepared_(db == nullptr ? SQLITE_MISUSE
+                                : sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr)) {}
   ~Statement() { sqlite3_finalize(statement_); }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
@@ -60,8 +58,13 @@ class Statement {
                       SQLITE_STATIC);
     return *this;
   }
-  // SQLITE_ROW, SQLITE_DONE or an error code.
-  int step() { return statement_ == nullptr ? SQLITE_ERROR : sqlite3_step(statement_); }
+  // SQLITE_ROW, SQLITE_DONE or an error code (the preparation's, if that failed).
+  int step() {
+    if (prepared_ != SQLITE_OK || statement_ == nullptr) {
+      return prepared_ != SQLITE_OK ? prepared_ : SQLITE_ERROR;
+    }
+    return sqlite3_step(statement_);
+  }
   bool run() { return step() == SQLITE_DONE; }
   std::int64_t integer(int column) const { return sqlite3_column_int64(statement_, column); }
   std::string text(int column) const {
@@ -74,6 +77,7 @@ class Statement {
 
  private:
   sqlite3_stmt* statement_ = nullptr;
+  const int prepared_;
 };
 
 }  // namespace
@@ -124,32 +128,54 @@ bool QENSpanSpool::openDatabase() {
 }
 
 // A spool, or an empty database that may become one: readable, intact, and marked as ours or
-// holding nothing.
-bool QENSpanSpool::isOurs() {
+// holding nothing. Only a definite answer counts: a database another process holds locked is
+// not someone else's file.
+QENSpanSpool::FileVerdict QENSpanSpool::judgeFile() {
+  const auto verdictOf = [](int result) {
+    return result == SQLITE_NOTADB || result == SQLITE_CORRUPT ? FileVerdict::kNotOurs
+                                                               : FileVerdict::kCannotTell;
+  };
   Statement check(db_, "PRAGMA quick_check");
-  if (check.step() != SQLITE_ROW || check.text(0) != "ok") {
-    return false;
+  if (const int result = check.step(); result != SQLITE_ROW) {
+    return verdictOf(result);
+  }
+  if (check.text(0) != "ok") {
+    return FileVerdict::kNotOurs;
   }
   Statement mark(db_, "PRAGMA application_id");
   Statement tables(db_, "SELECT count(*) FROM sqlite_master");
-  return mark.step() == SQLITE_ROW && tables.step() == SQLITE_ROW &&
-         (mark.integer(0) == kApplicationId || (mark.integer(0) == 0 && tables.integer(0) == 0));
+  if (const int result = mark.step(); result != SQLITE_ROW) {
+    return verdictOf(result);
+  }
+  if (const int result = tables.step(); result != SQLITE_ROW) {
+    return verdictOf(result);
+  }
+  const bool ours =
+      mark.integer(0) == kApplicationId || (mark.integer(0) == 0 && tables.integer(0) == 0);
+  return ours ? FileVerdict::kOurs : FileVerdict::kNotOurs;
 }
 
-void QENSpanSpool::moveAside() {
+// False when the file cannot be moved: it is then left alone, never written to.
+bool QENSpanSpool::moveAside() {
   sqlite3_close(db_);
   db_ = nullptr;
   const std::string aside = options_.path + ".unreadable-" + std::to_string(unixSeconds());
-  std::error_code ignored;
-  std::filesystem::rename(options_.path, aside, ignored);
+  std::error_code error;
+  std::filesystem::rename(options_.path, aside, error);
+  if (error) {
+    logFailure("the file is not a readable span spool and cannot be moved aside (" +
+               error.message() + "); spans will be dropped");
+    return false;
+  }
   for (const char* suffix : {"-wal", "-shm"}) {
-    std::filesystem::rename(options_.path + suffix, aside + suffix, ignored);
+    std::filesystem::rename(options_.path + suffix, aside + suffix, error);  // where there are
   }
   ++counters_.filesMovedAside;
   QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
       "QENSpanSpool: " + options_.path + " is not a readable span spool; moved to " + aside +
           " and a fresh spool made",
       true, 1, "QENSpanSpool", nullptr, __LINE__, __FILE__);
+  return true;
 }
 
 bool QENSpanSpool::createSchema() {
@@ -178,19 +204,18 @@ bool QENSpanSpool::open() {
   if (!openDatabase()) {
     return false;
   }
-  // Only a file SQLite cannot read, or one that is someone else's, goes aside; a folder that
-  // cannot be written is not the file's fault.
-  const int mode = sqlite3_exec(db_, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
-  const bool unreadable = mode == SQLITE_NOTADB || mode == SQLITE_CORRUPT;
-  if (mode != SQLITE_OK && !unreadable) {
-    logFailure("cannot open the spool; spans will be dropped");
-    return false;
-  }
-  if (unreadable || !isOurs()) {
-    moveAside();
-    if (!openDatabase()) {
+  // Judged before anything is written: a foreign database is never touched, only moved.
+  switch (judgeFile()) {
+    case FileVerdict::kOurs:
+      break;
+    case FileVerdict::kNotOurs:
+      if (!moveAside() || !openDatabase()) {
+        return false;
+      }
+      break;
+    case FileVerdict::kCannotTell:
+      logFailure("cannot read the spool; spans will be dropped");
       return false;
-    }
   }
   if (!createSchema()) {
     return false;

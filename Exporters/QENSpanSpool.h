@@ -80,9 +80,10 @@ class QENSpanSpool {
  private:
   bool open();
   bool openDatabase();
-  bool isOurs();
+  enum class FileVerdict { kOurs, kNotOurs, kCannotTell };
+  FileVerdict judgeFile();
   bool createSchema();
-  void moveAside();
+  bool moveAside();
   void recoverSnapshots();
   void applyBounds();
   std::uint64_t deleteCounting(const char* condition, std::int64_t argument);
