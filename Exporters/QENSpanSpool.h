@@ -35,8 +35,8 @@ struct QENSpanSpoolCounters {
 // Finished batches waiting for delivery, kept in an SQLite database in WAL mode so that a
 // committed batch survives the process being killed: a write is one transaction, and a batch
 // leaves only when delivery is acknowledged (remove). A file that is not a spool, or not a
-// readable database, is renamed aside ("<path>.unreadable-<unix seconds>") and a fresh spool
-// made. When the spool cannot be written at all (read-only folder, full disk), every write fails
+// readable database, is renamed aside ("<path>.unreadable-<unix seconds>") untouched and a fresh
+// spool made; one that cannot be judged or moved is left alone and the spool stays closed. When the spool cannot be written at all (read-only folder, full disk), every write fails
 // and is counted; nothing blocks for longer than the busy timeout, nothing throws.
 //
 // Snapshots of unfinished trees are kept apart, one per tree, each replacing the last. The next
