@@ -124,7 +124,7 @@ TEST(MetricHierarchy, StoppingAParentStopsOnlyUnfinishedChildrenAtTheCurrentCloc
   EXPECT_EQ(unstarted->stopTime(), kUnsetTime) << "a stop before start is ignored";
 }
 
-TEST(MetricHierarchy, ADestroyedListenerTakesItsRegistrationWithIt) {
+TEST(MetricHierarchy, AListenerThatStopsOrIsDestroyedTakesItsRegistrationWithIt) {
   const auto registrations = [] {
     return QENNotificationCenter::defaultCenter().registrationCount(
         QENPerformanceMetricWillStartNotification);
@@ -132,6 +132,10 @@ TEST(MetricHierarchy, ADestroyedListenerTakesItsRegistrationWithIt) {
   const std::size_t before = registrations();
   auto listener = Metric::initWithName("listener");
   EXPECT_EQ(registrations(), before + 1);
+  listener->stopObservingMetricWillStartNotificationsIfNeeded();
+  EXPECT_EQ(registrations(), before);
+  listener->startObservingMetricWillStartNotificationsIfNeeded();
+  EXPECT_EQ(registrations(), before + 1) << "a listener that stopped can listen again";
   listener.reset();
   EXPECT_EQ(registrations(), before);
 }
