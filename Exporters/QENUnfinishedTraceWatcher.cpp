@@ -20,9 +20,10 @@ std::string treeIdOf(const QENPerformanceMetric& topLevel) {
 QENUnfinishedTraceWatcher::QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpool> spool,
                                                      QENSpanReporterOptions encoding,
                                                      QENPerformanceMetricAppContext appContext,
-                                                     std::chrono::milliseconds interval)
-    : state_(
-          std::make_shared<State>(std::move(spool), std::move(encoding), std::move(appContext))) {
+                                                     std::chrono::milliseconds interval,
+                                                     SnapshotCallback didSnapshot)
+    : state_(std::make_shared<State>(std::move(spool), std::move(encoding), std::move(appContext),
+                                     std::move(didSnapshot))) {
   const std::weak_ptr<State> state = state_;
   QENNotificationCenter::defaultCenter().addObserver(state_,
                                                      UIApplicationDidEnterBackgroundNotification,
@@ -78,30 +79,38 @@ void QENUnfinishedTraceWatcher::runInterval(std::chrono::milliseconds interval) 
 }
 
 void QENUnfinishedTraceWatcher::State::snapshot() {
+  const std::size_t stored = snapshotWatched();
+  if (didSnapshot) {
+    didSnapshot(stored);
+  }
+}
+
+std::size_t QENUnfinishedTraceWatcher::State::snapshotWatched() {
   const std::lock_guard guard(mutex);
   const double now = QENMonotonicTimeGetCurrent();
+  std::size_t stored = 0;
   std::erase_if(watched, [&](const std::weak_ptr<QENPerformanceMetric>& weak) {
     const auto topLevel = weak.lock();
     if (topLevel == nullptr) {
       return true;  // dropped unfinished: its last snapshot stays
     }
-    if (!topLevel->isFinished()) {
-      snapshotTree(*topLevel, now);
-    }
+    const bool storedNow = !topLevel->isFinished() && snapshotTree(*topLevel, now);
     // Checked after storing: a tree that completed meanwhile must leave no snapshot behind,
     // whichever of this and its completion callback came first.
     if (topLevel->isFinished()) {
       spool->forgetSnapshot(treeIdOf(*topLevel));
       return true;
     }
+    stored += storedNow ? 1 : 0;
     return false;
   });
+  return stored;
 }
 
-void QENUnfinishedTraceWatcher::State::snapshotTree(const QENPerformanceMetric& topLevel,
+bool QENUnfinishedTraceWatcher::State::snapshotTree(const QENPerformanceMetric& topLevel,
                                                     double now) {
   if (!topLevel.isStarted()) {
-    return;
+    return false;
   }
   auto spans = topLevel.snapshotSpansWithAppContext(appContext, now);
   const auto recovered = QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyBoolean(
@@ -111,5 +120,5 @@ void QENUnfinishedTraceWatcher::State::snapshotTree(const QENPerformanceMetric& 
     annotations.push_back(recovered);
     span->setBinary_annotations(std::move(annotations));
   }
-  spool->storeSnapshot(treeIdOf(topLevel), QENSpanReporter::encodeBatch(spans, encoding));
+  return spool->storeSnapshot(treeIdOf(topLevel), QENSpanReporter::encodeBatch(spans, encoding));
 }

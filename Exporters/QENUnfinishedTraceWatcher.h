@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -28,12 +30,15 @@ inline constexpr std::string_view kQENRecoveredAnnotationKey = "qen.recovered";
 //
 // Watched metrics are held weakly: a tree the app drops without finishing keeps its last
 // snapshot. Snapshots are encoded as `encoding` says (a reporter's options: format, service,
-// gzip), so that recovered spans go out as that reporter's own.
+// gzip), so that recovered spans go out as that reporter's own. `didSnapshot`, if given, hears
+// after each snapshot how many trees it stored, on the thread that took it.
 class QENUnfinishedTraceWatcher {
  public:
+  using SnapshotCallback = std::function<void(std::size_t storedTrees)>;
+
   QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpool> spool, QENSpanReporterOptions encoding,
                             QENPerformanceMetricAppContext appContext,
-                            std::chrono::milliseconds interval);
+                            std::chrono::milliseconds interval, SnapshotCallback didSnapshot = {});
   ~QENUnfinishedTraceWatcher();
   QENUnfinishedTraceWatcher(const QENUnfinishedTraceWatcher&) = delete;
   QENUnfinishedTraceWatcher& operator=(const QENUnfinishedTraceWatcher&) = delete;
@@ -45,19 +50,22 @@ class QENUnfinishedTraceWatcher {
   // Shared with the notification centre's handler, which may outlive a call into the watcher.
   struct State {
     State(std::shared_ptr<QENSpanSpool> spool, QENSpanReporterOptions encoding,
-          QENPerformanceMetricAppContext appContext)
+          QENPerformanceMetricAppContext appContext, SnapshotCallback didSnapshot)
         : spool(std::move(spool)),
           encoding(std::move(encoding)),
-          appContext(std::move(appContext)) {}
+          appContext(std::move(appContext)),
+          didSnapshot(std::move(didSnapshot)) {}
 
     std::shared_ptr<QENSpanSpool> spool;
     QENSpanReporterOptions encoding;
     QENPerformanceMetricAppContext appContext;
+    SnapshotCallback didSnapshot;
     std::mutex mutex;  // one snapshot at a time; guards watched
     std::vector<std::weak_ptr<QENPerformanceMetric>> watched;
 
     void snapshot();
-    void snapshotTree(const QENPerformanceMetric& topLevel, double now);
+    std::size_t snapshotWatched();
+    bool snapshotTree(const QENPerformanceMetric& topLevel, double now);
   };
 
   void runInterval(std::chrono::milliseconds interval);

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <condition_variable>
 #include <fstream>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -99,6 +101,26 @@ TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItComp
   watcher.snapshotNow();
   EXPECT_EQ(snapshots(), 0);
   EXPECT_EQ(QENSpanSpool({.path = path()}).counters().recovered, 0u);
+}
+
+TEST_F(SpanSpool, AWatcherWithAnIntervalSnapshotsOnItsOwn) {
+  std::mutex mutex;
+  std::condition_variable snapshotted;
+  std::size_t stored = 0;
+  const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
+  feed->startMetric();
+  QENUnfinishedTraceWatcher watcher(
+      std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()}), QENSpanReporterOptions{},
+      QENPerformanceMetricAppContext("1", "x"), std::chrono::milliseconds(1),
+      [&](std::size_t trees) {
+        const std::lock_guard guard(mutex);
+        stored += trees;
+        snapshotted.notify_all();
+      });
+  watcher.watch(feed);
+  std::unique_lock lock(mutex);
+  // The limit only bounds a failure; the test waits for the snapshot itself.
+  EXPECT_TRUE(snapshotted.wait_for(lock, std::chrono::seconds(60), [&] { return stored > 0; }));
 }
 
 TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideAndAFreshOneMade) {
