@@ -97,6 +97,15 @@ QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options
   raiseToFloor(options.destructionShutdownLimit, milliseconds(0), "destructionShutdownLimit >= 0");
   QENAssert(!options.collectorURL.empty(), kConstructor, "Invalid parameter not satisfying: %s",
             "collectorURL is not empty");
+  // A line break would end the header early and smuggle in another; such a header is left out.
+  std::erase_if(options.headers, [](const auto& header) {
+    const auto& [name, value] = header;
+    const bool wellFormed = !name.empty() && name.find_first_of(":\r\n") == std::string::npos &&
+                            value.find_first_of("\r\n") == std::string::npos;
+    QENAssert(wellFormed, kConstructor, "Invalid parameter not satisfying: %s",
+              "a header has a name without a colon, and no line break");
+    return !wellFormed;
+  });
   return options;
 }
 

@@ -84,7 +84,9 @@ struct QENSpanReporterOptions {
   // Request bodies are gzip-compressed (Content-Encoding: gzip), as collectors take them.
   bool gzip = true;
   // Headers sent with every request besides Content-Type, Content-Encoding and the User-Agent
-  // ("QENPerformanceLogger/<version>"), for example {"Authorization", "Bearer ..."}.
+  // ("QENPerformanceLogger/<version>"), for example {"Authorization", "Bearer ..."}. A header
+  // with an empty name, a colon in its name or a line break anywhere is reported through the
+  // assertion facility and left out.
   std::vector<std::pair<std::string, std::string>> headers;
   // With a spool, every batch is written to it (on the reporter's thread) before it is sent, and
   // leaves it only once the collector answered 2xx (or refused it with 3xx/4xx), so that a killed

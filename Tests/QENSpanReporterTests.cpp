@@ -204,16 +204,22 @@ TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
   bad.initialBackoff = 10ms;
   bad.maximumBackoff = 1ms;
   bad.destructionShutdownLimit = -1ms;
+  bad.headers = {{"X-Ok", "1"}, {"X-Evil", "1\r\nX-Injected: 2"}, {"", "x"}};
   QENSpanReporter reporter(bad);
-  EXPECT_EQ(captured.messages(),
-            (std::vector<std::string>{
-                "Invalid parameter not satisfying: maximumQueuedSpans >= 1",
-                "Invalid parameter not satisfying: maximumBatchSpans >= 1",
-                "Invalid parameter not satisfying: maximumBatchBytes >= 1",
-                "Invalid parameter not satisfying: flushInterval >= 0",
-                "Invalid parameter not satisfying: maximumRetries >= 0",
-                "Invalid parameter not satisfying: maximumBackoff >= initialBackoff",
-                "Invalid parameter not satisfying: destructionShutdownLimit >= 0"}));
+  EXPECT_EQ(
+      captured.messages(),
+      (std::vector<std::string>{
+          "Invalid parameter not satisfying: maximumQueuedSpans >= 1",
+          "Invalid parameter not satisfying: maximumBatchSpans >= 1",
+          "Invalid parameter not satisfying: maximumBatchBytes >= 1",
+          "Invalid parameter not satisfying: flushInterval >= 0",
+          "Invalid parameter not satisfying: maximumRetries >= 0",
+          "Invalid parameter not satisfying: maximumBackoff >= initialBackoff",
+          "Invalid parameter not satisfying: destructionShutdownLimit >= 0",
+          "Invalid parameter not satisfying: a header has a name without a colon, and no line "
+          "break",
+          "Invalid parameter not satisfying: a header has a name without a colon, and no line "
+          "break"}));
   // Of its own, as a millisecond's timeout would fail the deliveries below.
   QENSpanReporterOptions noTimeout = options(server.url());
   noTimeout.requestTimeout = 0ms;
@@ -235,6 +241,9 @@ TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
   EXPECT_LT(cpuTime() - cpuBefore, 50ms);
   EXPECT_TRUE(reporter.shutdown(20s));
   expectBooksBalance(reporter.counters(), &server);
+  const auto sent = server.requests().front();
+  EXPECT_TRUE(sent.hasHeader("X-Ok: 1"));
+  EXPECT_EQ(sent.headers.find("x-injected"), std::string::npos);
 }
 
 // Five threads stop one reporter at once while a transfer hangs on a collector that never
