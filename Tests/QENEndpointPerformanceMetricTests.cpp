@@ -79,6 +79,7 @@ TEST(EndpointMetric, MeasuresAnAcceptedRequestWithPhasesSizeSpeedAndNotification
 
   EXPECT_EQ(metric->name(), "resource_/v3/users/me/");
   EXPECT_TRUE(metric->isFinished() && metric->isValid());
+  EXPECT_FALSE(metric->isObservingMetricWillStart()) << "a request adopts no other metric";
   EXPECT_NEAR(metric->metricTime(), 0.7, 1e-6) << "timed by the task interval";
   EXPECT_EQ(childNames(*metric), (std::vector<std::string>{"dns", "conn", "tls", "req", "resp"}));
   const auto response = metric->childMetrics().back();

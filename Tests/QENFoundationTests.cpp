@@ -154,6 +154,11 @@ TEST(JSONSerialization, WritesWhatNlohmannWritesAndRefusesInvalidUTF8) {
                             "\xC3\xA9",
                             "\xE2\x82\xAC",
                             "\xF0\x9F\x98\x80",
+                            "\xE0\xA0\x80",  // valid, at an edge of each lead byte's range
+                            "\xED\x9F\xBF",
+                            "\xEF\xBF\xBD",
+                            "\xF3\xBF\xBF\xBF",
+                            "\xF4\x8F\xBF\xBF",
                             "\xC3",
                             "\xED\xA0\x80",
                             "\xC0\xAF",

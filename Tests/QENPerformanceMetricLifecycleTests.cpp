@@ -191,8 +191,9 @@ TEST(MetricLifecycle, InvalidatingAFinishedMetricChangesOnlyItsReasonAndReachesA
   CompletionProbe probe;
   parent->addCompletionBlock(probe.block());  // runs at once: finished and valid
 
-  parent->invalidateWithReason(QENPerformanceMetricStopReasonServerError);
+  parent->invalidateWithReason(QENPerformanceMetricStopReasonServerError, 4701);
   EXPECT_FALSE(parent->isValid());
+  EXPECT_EQ(parent->invalidatingQenLogEventType(), 4701);
   EXPECT_EQ(parent->stopTime(), stopTime);
   EXPECT_EQ(probe.calls, 1);
   EXPECT_EQ(finishedChild->invalidateReason(), 2);
@@ -226,17 +227,6 @@ TEST(MetricLifecycle, InvalidationBeforeStartKeepsLaterCallbacksForever) {
   EXPECT_FALSE(metric->isFinished());
 }
 
-TEST(MetricLifecycle, BothInvalidationFormsStoreTheHostEventType) {
-  const auto locked = Metric::initLeafMetricWithName("locked");
-  const auto unlocked = Metric::initLeafMetricWithName("unlocked");
-  locked->invalidateWithReason(QENPerformanceMetricStopReasonUserAbort, 4701);
-  unlocked->invalidateWithReasonAndQENLogEventType(QENPerformanceMetricStopReasonClientError, 8352);
-  EXPECT_EQ(locked->invalidatingQenLogEventType(), 4701);
-  EXPECT_EQ(locked->invalidateReason(), 1);
-  EXPECT_EQ(unlocked->invalidatingQenLogEventType(), 8352);
-  EXPECT_EQ(unlocked->invalidateReason(), 5);
-}
-
 TEST(MetricLifecycle, UploadFollowsTheWholePercentageDrawAndSkipsUnknownInvalidations) {
   for (int round = 0; round < 300; ++round) {
     const auto metric = Metric::initLeafMetricWithName("sampled");
@@ -244,8 +234,9 @@ TEST(MetricLifecycle, UploadFollowsTheWholePercentageDrawAndSkipsUnknownInvalida
     EXPECT_EQ(rare->shouldUpload(), rare->randomUploadFraction() <= 0.01);
     EXPECT_FALSE(Metric::initWithName("never", 0.0)->shouldUpload());
     EXPECT_TRUE(metric->shouldUpload());
-    metric->invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
+    metric->invalidateWithReasonAndQENLogEventType(QENPerformanceMetricStopReasonUserAbort, 8352);
     EXPECT_TRUE(metric->shouldUpload());
+    EXPECT_EQ(metric->invalidatingQenLogEventType(), 8352);
     metric->invalidate();
     EXPECT_FALSE(metric->shouldUpload());
   }

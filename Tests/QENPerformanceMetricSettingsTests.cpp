@@ -24,12 +24,6 @@ TEST(MetricClassSettings, StartWithTheirDefaultsAndKeepACopyOfTheNames) {
   Metric::setUwtMetricNames(std::nullopt);
   EXPECT_EQ(Metric::uwtMetricNames(), nullptr);
   EXPECT_EQ(*stored, Metric::MetricNameSet{"home_feed_render"}) << "readers keep their set";
-
-  Metric::setEnablePerformanceTestLogging(true);
-  Metric::setShouldCheckPerformanceTestLogging(false);
-  EXPECT_TRUE(Metric::enablePerformanceTestLogging());
-  EXPECT_FALSE(Metric::shouldCheckPerformanceTestLogging());
-  EXPECT_EQ(&Metric::classPropertyLock(), &Metric::classPropertyLock());
 }
 
 TEST(MetricFactories, CreateWithABlockMeasuresTheWorkOnce) {

@@ -106,6 +106,17 @@ TEST(ScrollVelocityUtility, MeasuresFromTheReferencePointUntilTheThresholdMovesI
   EXPECT_NEAR(observer->events[5], 20, 1e-9);
   EXPECT_EQ(observer->events[6], -2);
   EXPECT_EQ(utility.lastScrollVelocity(), 0.0) << "reset before the stop is reported";
+
+  // Dragged again before the last scroll stopped: the new scroll starts afresh too.
+  utility.scrollingStarted();
+  for (const double offset : {30.0, 45.0}) {
+    now += 0.1;
+    view.offset = offset;
+    utility.scrollViewDidScroll(view);
+  }
+  utility.scrollingStarted();
+  EXPECT_EQ(utility.maxScrollVelocity(), QENScrollVelocityUtility::kResetMaximum);
+  EXPECT_EQ(utility.lastScrollTime(), -1.0);
 }
 
 TEST(ContentTypeSignal, SubtractsOnlyWithoutShortfallAndMergesWithWraparound) {

@@ -111,6 +111,7 @@ TEST_P(SpanReporterFaults, EveryFaultOfTheFirstBatchEndsAsItsKindSaysAndTheBooks
 INSTANTIATE_TEST_SUITE_P(
     Collector, SpanReporterFaults,
     testing::Values(FaultCase{"ServerError", {503}, true},
+                    FaultCase{"InternalServerError", {500}, true},
                     FaultCase{"Reset", {200, Fault::kReset}, true},
                     FaultCase{"Stall", {200, Fault::kStall}, true},
                     FaultCase{"ClosedMidBody", {200, Fault::kCloseMidBody}, true},

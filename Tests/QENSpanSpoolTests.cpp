@@ -85,11 +85,14 @@ TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItComp
     return rows;
   };
   const auto spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
-  QENUnfinishedTraceWatcher watcher(spool, QENSpanReporterOptions{},
-                                    QENPerformanceMetricAppContext("1", "x"),
-                                    std::chrono::milliseconds(0));
+  std::vector<std::size_t> storedTrees;
+  QENUnfinishedTraceWatcher watcher(
+      spool, QENSpanReporterOptions{}, QENPerformanceMetricAppContext("1", "x"),
+      std::chrono::milliseconds(0), [&](std::size_t trees) { storedTrees.push_back(trees); });
   const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
+  const auto idle = QENPerformanceMetric::initWithName("idle", 1.0);
   watcher.watch(feed);
+  watcher.watch(idle);
   QENApplicationLifecycle::postDidEnterBackground();
   EXPECT_EQ(snapshots(), 0) << "a tree that has not started has nothing to keep";
   feed->startMetric();
@@ -100,6 +103,7 @@ TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItComp
   feed->stopMetric();
   watcher.snapshotNow();
   EXPECT_EQ(snapshots(), 0);
+  EXPECT_EQ(storedTrees, (std::vector<std::size_t>{0, 1, 1, 0})) << "the idle tree is never stored";
   EXPECT_EQ(QENSpanSpool({.path = path()}).counters().recovered, 0u);
 }
 
@@ -121,6 +125,10 @@ TEST_F(SpanSpool, AWatcherWithAnIntervalSnapshotsOnItsOwn) {
   std::unique_lock lock(mutex);
   // The limit only bounds a failure; the test waits for the snapshot itself.
   EXPECT_TRUE(snapshotted.wait_for(lock, std::chrono::seconds(60), [&] { return stored > 0; }));
+  // One waiting out a long interval stops when destroyed, not an hour later.
+  QENUnfinishedTraceWatcher(std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()}),
+                            QENSpanReporterOptions{}, QENPerformanceMetricAppContext("1", "x"),
+                            std::chrono::hours(1));
 }
 
 TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideAndAFreshOneMade) {

@@ -117,7 +117,7 @@ def as_py_zipkin(span):
         duration=span.duration / 1e6,
         annotations={a.value: a.timestamp / 1e6 for a in span.annotations if a.value not in core},
         tags=tags,
-        kind=Kind.CLIENT if "cs" in core else Kind.LOCAL,
+        kind=Kind.CLIENT if core else Kind.LOCAL,  # Zipkin reads either marker as a client
         local_endpoint=endpoint(local),
         sa_endpoint=endpoint(remote),
     )
