@@ -26,6 +26,16 @@ class QENAtomicReference {
     return copy;
   }
 
+  // Whether the held reference and `other` (a shared or weak pointer) share one owner, without
+  // copying the held one: no reference count changes, unlike a load.
+  template <class Other>
+  bool sharesOwnerWith(const Other& other) const {
+    lock();
+    const bool shared = !value_.owner_before(other) && !other.owner_before(value_);
+    unlock();
+    return shared;
+  }
+
   void store(Reference value) {
     lock();
     value_.swap(value);

@@ -55,14 +55,20 @@ std::shared_ptr<const QENThrift::Annotation> clientAnnotation(std::string_view n
   return AnnotationQENAdditions::annotationWithName(name, time);
 }
 
-// A metric still to visit, with the metric whose children list it was found in.
+// A metric still to visit, with the index in the walk's parents of the metric whose children
+// list it was found in.
 struct PendingMetric {
   std::shared_ptr<QENPerformanceMetric> metric;
-  const QENPerformanceMetric* listedUnder;
-  std::int64_t listedUnderSpanId;
+  std::size_t listedUnder;
 };
 
 }  // namespace
+
+// A metric whose children the walk has queued, kept alive until the walk ends.
+struct QENPerformanceMetric::VisitedParent {
+  std::shared_ptr<const QENPerformanceMetric> metric;
+  std::int64_t spanId;
+};
 
 QENPerformanceMetric::SpanList QENPerformanceMetric::spansWithAppContext(
     const QENPerformanceMetricAppContext& appContext) const {
@@ -95,20 +101,22 @@ QENPerformanceMetric::SpanList QENPerformanceMetric::exportSpans(
 // Appends the spans of the started-and-finished descendants, depth first with the last child
 // first. The walk keeps its own stack, so a deep chain cannot exhaust the thread's, and reads each
 // metric once. A child's parent id is its parent metric's span id: the span id of the metric it
-// was listed under, known already, unless it has since been added under another parent.
+// was listed under, known already, unless it has since been added under another parent. That
+// check compares owners, so it changes no reference count of the parent.
 void QENPerformanceMetric::appendDescendantSpans(const QENPerformanceMetric& root,
                                                  std::int64_t rootSpanId, MetricList children,
                                                  std::int64_t traceId,
                                                  const QENPerformanceMetricAppContext& appContext,
                                                  std::optional<double> stopUnfinishedAt,
                                                  SpanList& spans) {
+  std::vector<VisitedParent> parents = {{root.weak_from_this().lock(), rootSpanId}};
   std::vector<PendingMetric> stack;
   stack.reserve(children.size());
   for (auto& child : children) {
-    stack.push_back({std::move(child), &root, rootSpanId});
+    stack.push_back({std::move(child), 0});
   }
   while (!stack.empty()) {
-    const PendingMetric pending = std::move(stack.back());
+    PendingMetric pending = std::move(stack.back());
     stack.pop_back();
     const QENPerformanceMetric& candidate = *pending.metric;
     ExportSnapshot snapshot = candidate.exportSnapshot(false);
@@ -119,17 +127,26 @@ void QENPerformanceMetric::appendDescendantSpans(const QENPerformanceMetric& roo
     }
     auto span = std::make_shared<QENThrift::Span>();
     span->setTrace_id(traceId);
-    const auto parent = candidate.parentMetric();
-    span->setParent_id(parent.get() == pending.listedUnder ? pending.listedUnderSpanId
-                       : parent                            ? parent->spanId()
-                                                           : 0);
+    span->setParent_id(parentSpanId(candidate, parents[pending.listedUnder]));
     const std::int64_t candidateSpanId = candidate.spanId();
-    for (auto& child : snapshot.childMetrics) {
-      stack.push_back({std::move(child), &candidate, candidateSpanId});
+    if (!snapshot.childMetrics.empty()) {
+      for (auto& child : snapshot.childMetrics) {
+        stack.push_back({std::move(child), parents.size()});
+      }
+      parents.push_back({std::move(pending.metric), candidateSpanId});
     }
     candidate.fillSpan(false, *span, appContext, candidateSpanId, std::move(snapshot));
     spans.push_back(std::move(span));
   }
+}
+
+std::int64_t QENPerformanceMetric::parentSpanId(const QENPerformanceMetric& child,
+                                                const VisitedParent& listedUnder) {
+  if (child.parentMetric_.sharesOwnerWith(listedUnder.metric)) {
+    return listedUnder.spanId;
+  }
+  const auto parent = child.parentMetric();
+  return parent ? parent->spanId() : 0;
 }
 
 QENPerformanceMetric::ExportSnapshot QENPerformanceMetric::exportSnapshot(bool isTopLevel) const {

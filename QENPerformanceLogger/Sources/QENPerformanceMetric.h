@@ -373,6 +373,9 @@ class QENPerformanceMetric : public QENObject,
                                     MetricList children, std::int64_t traceId,
                                     const QENPerformanceMetricAppContext& appContext,
                                     std::optional<double> stopUnfinishedAt, SpanList& spans);
+  struct VisitedParent;
+  static std::int64_t parentSpanId(const QENPerformanceMetric& child,
+                                   const VisitedParent& listedUnder);
 
   struct RandomIdentifiers {
     std::int64_t traceId;
