@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "QENAllocationCounter.h"
 #include "QENClockReadSummary.h"
@@ -114,6 +115,39 @@ void BM_AnnotateOneSharedMetric(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_AnnotateOneSharedMetric)
+    ->Iterations(1000000)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Threads(1)
+    ->Threads(2);
+
+// The same two appends, each under a plain std::mutex to a shared vector, and nothing else: what
+// sharing one list between two cores costs on this machine whatever the lock, the reference for
+// the row above.
+void BM_AppendPairToSharedVectorsUnderStdMutex(benchmark::State& state) {
+  struct Lists {
+    std::mutex mutex;
+    std::vector<std::shared_ptr<const QENThrift::Annotation>> annotations;
+    std::vector<std::shared_ptr<const QENThrift::BinaryAnnotation>> binaryAnnotations;
+  };
+  static std::unique_ptr<Lists> shared;
+  const auto annotation = std::make_shared<const QENThrift::Annotation>(1, "first_byte", nullptr);
+  const auto binaryAnnotation = std::make_shared<const QENThrift::BinaryAnnotation>(
+      "net.response_status", QENThrift::BinaryAnnotation::Bytes{std::byte{200}},
+      QENThrift::AnnotationType::BOOL, nullptr);
+  if (state.thread_index() == 0) {
+    shared = std::make_unique<Lists>();
+  }
+  for (auto _ : state) {
+    {
+      const std::lock_guard guard(shared->mutex);
+      shared->annotations.push_back(annotation);
+    }
+    const std::lock_guard guard(shared->mutex);
+    shared->binaryAnnotations.push_back(binaryAnnotation);
+  }
+}
+BENCHMARK(BM_AppendPairToSharedVectorsUnderStdMutex)
     ->Iterations(1000000)
     ->MeasureProcessCPUTime()
     ->UseRealTime()
