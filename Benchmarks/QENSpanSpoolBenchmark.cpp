@@ -50,7 +50,7 @@ std::string freshSpoolPath(const char* name) {
 void BM_SpoolPersistBatchOf100(benchmark::State& state) {
   QENSpanReporterOptions options;
   options.collectorURL = "http://127.0.0.1:9/";
-  const auto batch = QENSpanReporter::encodeBatch(exportedSpans(kBatchSpans), options);
+  const auto batch = options.encoding.encodeBatch(exportedSpans(kBatchSpans));
   QENSpanSpool spool({.path = freshSpoolPath("qen-spool-benchmark.sqlite")});
   for (auto _ : state) {
     benchmark::DoNotOptimize(spool.append(batch));

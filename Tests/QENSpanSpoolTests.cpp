@@ -13,7 +13,7 @@
 
 namespace {
 
-using Batch = QENSpanSpool::Batch;
+using Batch = QENEncodedBatch;
 
 class SpanSpool : public testing::Test {
  protected:
@@ -25,7 +25,7 @@ class SpanSpool : public testing::Test {
 
   std::string path() const { return (folder_ / "spool.sqlite").string(); }
   static Batch batch(std::uint64_t spans, std::size_t bytes = 16) {
-    return Batch{0, std::string(bytes, 'x'), "application/json", false, spans, 0};
+    return Batch{std::string(bytes, 'x'), "application/json", false, spans};
   }
 
   std::filesystem::path folder_;
@@ -87,7 +87,7 @@ TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItComp
   const auto spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
   std::vector<std::size_t> storedTrees;
   QENUnfinishedTraceWatcher watcher(
-      spool, QENSpanReporterOptions{}, QENPerformanceMetricAppContext("1", "x"),
+      spool, QENSpanEncoding{}, QENPerformanceMetricAppContext("1", "x"),
       std::chrono::milliseconds(0), [&](std::size_t trees) { storedTrees.push_back(trees); });
   const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
   const auto idle = QENPerformanceMetric::initWithName("idle", 1.0);
@@ -114,7 +114,7 @@ TEST_F(SpanSpool, AWatcherWithAnIntervalSnapshotsOnItsOwn) {
   const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
   feed->startMetric();
   QENUnfinishedTraceWatcher watcher(
-      std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()}), QENSpanReporterOptions{},
+      std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()}), QENSpanEncoding{},
       QENPerformanceMetricAppContext("1", "x"), std::chrono::milliseconds(1),
       [&](std::size_t trees) {
         const std::lock_guard guard(mutex);

@@ -55,7 +55,7 @@ QENSpanReporterOptions reporterOptions(const char* path, const char* collector) 
 }
 
 [[noreturn]] void watchTrees(const QENSpanReporterOptions& options) {
-  QENUnfinishedTraceWatcher watcher(options.spool, options,
+  QENUnfinishedTraceWatcher watcher(options.spool, options.encoding,
                                     QENPerformanceMetricAppContext("1", "x"),
                                     std::chrono::milliseconds(0));
   const double now = QENMonotonicTimeGetCurrent();

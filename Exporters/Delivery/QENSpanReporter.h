@@ -14,14 +14,12 @@
 #include <utility>
 #include <vector>
 
-#include "QENSpanReading.h"
+#include "QENBackoff.h"
+#include "QENCollectorTransport.h"
+#include "QENDeliveryDeadline.h"
+#include "QENSpanEncoding.h"
 #include "QENSpanSpool.h"
 #include "QENThrift/Span.h"
-#include "QENZipkinThriftEncoder.h"
-
-struct curl_slist;
-
-enum class QENSpanReporterEncoding { kZipkinV2JSON, kZipkinV1Thrift, kOTLPJSON };
 
 // What happened to the spans handed to a reporter. Without a spool, once it has stopped,
 // accepted == delivered + dropped(), and delivered is what the collector acknowledged. With a
@@ -58,11 +56,11 @@ struct QENSpanReporterOptions {
   // Thrift, or an OpenTelemetry collector's "http://localhost:4318/v1/traces" for OTLP). A URL
   // that redirects is a configuration error: its batches are refused.
   std::string collectorURL;
-  QENSpanReporterEncoding encoding = QENSpanReporterEncoding::kZipkinV2JSON;
-  // The service the spans belong to, for every encoding.
-  QENSpanReadingOptions reading;
-  // Thrift only: the spans as the library made them, or as a v1 backend shows right.
-  QENZipkinThriftEncoder::Form thriftForm = QENZipkinThriftEncoder::Form::kAsMade;
+  // Format, service, Thrift form and gzip of every request body.
+  QENSpanEncoding encoding;
+  // How batches reach the collector. Null: libcurl posts to collectorURL
+  // (QENCurlCollectorTransport), each attempt within requestTimeout.
+  std::shared_ptr<QENCollectorTransport> transport;
   // Past this many waiting spans the oldest are dropped. At least 1.
   std::size_t maximumQueuedSpans = 10000;
   // At least 1.
@@ -79,10 +77,8 @@ struct QENSpanReporterOptions {
   // maximumBackoff at least initialBackoff.
   std::chrono::milliseconds initialBackoff{100};
   std::chrono::milliseconds maximumBackoff{5000};
-  // One attempt's limit. At least 1 ms.
+  // One attempt's limit, for the default transport. At least 1 ms.
   std::chrono::milliseconds requestTimeout{5000};
-  // Request bodies are gzip-compressed (Content-Encoding: gzip), as collectors take them.
-  bool gzip = true;
   // Headers sent with every request besides Content-Type, Content-Encoding and the User-Agent
   // ("QENPerformanceLogger/<version>"), for example {"Authorization", "Bearer ..."}. A header
   // with an empty name, a colon in its name or a line break anywhere is reported through the
@@ -103,10 +99,11 @@ struct QENSpanReporterOptions {
   std::function<void(const QENSpanReporterCounters&)> didStop;
 };
 
-// Delivers spans to a Zipkin-compatible collector by HTTP POST (libcurl) from a thread of its
-// own. report never waits on the network: it queues and returns. Batches are cut by count and
-// encoded size and sent in the chosen encoding; connection errors and 5xx answers are retried
-// with exponential back-off (bounded); 3xx and 4xx answers are final.
+// Delivers spans to a Zipkin-compatible collector through its transport (HTTP POST with libcurl
+// unless the host brings another) from a thread of its own. report never waits on the network: it
+// queues and returns. Batches are cut by count and encoded size and sent in the chosen encoding;
+// connection errors and 5xx answers are retried with exponential back-off (bounded); 3xx and 4xx
+// answers are final.
 //
 // shutdown sends what is queued within a time limit, cuts a transfer still running when the
 // limit is reached, and stops. It may be called any number of times, from any threads at once:
@@ -128,14 +125,9 @@ class QENSpanReporter {
   bool shutdown(std::chrono::milliseconds limit = std::chrono::seconds(5));
   QENSpanReporterCounters counters() const;
 
-  // A request body as these options make it: encoded, gzipped if asked, with its content type.
-  static QENSpanSpool::Batch encodeBatch(const SpanList& spans,
-                                         const QENSpanReporterOptions& options);
-
  private:
   using Clock = std::chrono::steady_clock;
-  enum class Outcome { kDelivered, kRetry, kRefused, kCutOff };
-  struct Transfers;  // libcurl's multi handle, which lets shutdown cut a transfer at once
+  using Outcome = QENCollectorTransport::Outcome;
 
   static QENSpanReporterOptions validated(QENSpanReporterOptions options);
   void run();
@@ -146,15 +138,13 @@ class QENSpanReporter {
   void deliver(const SpanList& batch);
   void persist(const SpanList& batch);
   void deliverFromSpool();
-  Outcome post(const QENSpanSpool::Batch& batch);
-  curl_slist* requestHeaders(const QENSpanSpool::Batch& batch) const;
-  bool pastDeadline() const;
+  Outcome post(const QENEncodedBatch& batch);
   // Waits `backoff`, cut short by shutdown's deadline; false once that has passed.
   bool waitForRetry(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds backoff);
   void reportStop();
 
   const QENSpanReporterOptions options_;
-  std::unique_ptr<Transfers> transfers_;
+  const std::shared_ptr<QENCollectorTransport> transport_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::shared_ptr<QENThrift::Span>> queue_;
@@ -164,10 +154,9 @@ class QENSpanReporter {
   // With a spool: whether it may hold batches, and when the next may be sent.
   bool spoolWaiting_ = false;
   Clock::time_point spoolNotBefore_;
-  std::chrono::milliseconds spoolBackoff_{0};
-  // When shutdown's time is up, in steady-clock ticks; the largest value until shutdown.
-  std::atomic<std::chrono::steady_clock::rep> deadline_{
-      std::chrono::steady_clock::duration::max().count()};
+  QENBackoff spoolBackoff_;
+  // When shutdown's time is up; the end of time until shutdown.
+  QENDeliveryDeadline deadline_;
   std::mutex joinMutex_;
   std::once_flag stopReported_;
   std::thread worker_;

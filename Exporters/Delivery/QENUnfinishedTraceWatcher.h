@@ -12,7 +12,7 @@
 
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceMetricAppContext.h"
-#include "QENSpanReporter.h"
+#include "QENSpanEncoding.h"
 #include "QENSpanSpool.h"
 
 // The binary annotation that marks a recovered span: true on every span of a snapshot.
@@ -29,14 +29,14 @@ inline constexpr std::string_view kQENRecoveredAnnotationKey = "qen.recovered";
 // before anything else.
 //
 // Watched metrics are held weakly: a tree the app drops without finishing keeps its last
-// snapshot. Snapshots are encoded as `encoding` says (a reporter's options: format, service,
+// snapshot. Snapshots are encoded as `encoding` says (give it the reporter's: format, service,
 // gzip), so that recovered spans go out as that reporter's own. `didSnapshot`, if given, hears
 // after each snapshot how many trees it stored, on the thread that took it.
 class QENUnfinishedTraceWatcher {
  public:
   using SnapshotCallback = std::function<void(std::size_t storedTrees)>;
 
-  QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpool> spool, QENSpanReporterOptions encoding,
+  QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpool> spool, QENSpanEncoding encoding,
                             QENPerformanceMetricAppContext appContext,
                             std::chrono::milliseconds interval, SnapshotCallback didSnapshot = {});
   ~QENUnfinishedTraceWatcher();
@@ -49,7 +49,7 @@ class QENUnfinishedTraceWatcher {
  private:
   // Shared with the notification centre's handler, which may outlive a call into the watcher.
   struct State {
-    State(std::shared_ptr<QENSpanSpool> spool, QENSpanReporterOptions encoding,
+    State(std::shared_ptr<QENSpanSpool> spool, QENSpanEncoding encoding,
           QENPerformanceMetricAppContext appContext, SnapshotCallback didSnapshot)
         : spool(std::move(spool)),
           encoding(std::move(encoding)),
@@ -57,7 +57,7 @@ class QENUnfinishedTraceWatcher {
           didSnapshot(std::move(didSnapshot)) {}
 
     std::shared_ptr<QENSpanSpool> spool;
-    QENSpanReporterOptions encoding;
+    QENSpanEncoding encoding;
     QENPerformanceMetricAppContext appContext;
     SnapshotCallback didSnapshot;
     std::mutex mutex;  // one snapshot at a time; guards watched

@@ -10,10 +10,7 @@
 #include "QENParentPerformanceMetric.h"
 #include "QENPerformanceSignal.h"
 #include "QENURLLoading/QENURL.h"
-
-inline constexpr std::string_view kB3SampledHeader = "X-B3-Sampled";
-inline constexpr std::string_view kB3SingleHeader = "b3";
-inline constexpr std::string_view kW3CTraceParentHeader = "traceparent";
+#include "QENZipkinHTTPHeaders.h"
 
 // The headers that let a server's spans join a request to the client's trace. Besides the four
 // B3 headers the library defines (X-B3-TraceId, X-B3-SpanId, X-B3-ParentSpanId and, for debug

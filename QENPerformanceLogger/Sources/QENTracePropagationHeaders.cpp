@@ -1,7 +1,6 @@
 #include "QENTracePropagationHeaders.h"
 
 #include "QENFoundation/QENNetworkEndianHexString.h"
-#include "QENZipkinHTTPHeaders.h"
 
 namespace {
 

@@ -287,7 +287,7 @@ void QENSpanSpool::applyBounds() {
   }
 }
 
-bool QENSpanSpool::append(const Batch& batch) {
+bool QENSpanSpool::append(const QENEncodedBatch& batch) {
   const std::lock_guard guard(mutex_);
   Statement insert(db_,
                    "INSERT INTO batches(created, content_type, gzipped, span_count, body)"
@@ -318,11 +318,9 @@ std::optional<QENSpanSpool::Batch> QENSpanSpool::oldest() {
   if (select.step() != SQLITE_ROW) {
     return std::nullopt;
   }
-  return Batch{select.integer(0),
-               select.text(1),
-               select.text(2),
-               select.integer(3) != 0,
-               static_cast<std::uint64_t>(select.integer(4)),
+  return Batch{{select.text(1), select.text(2), select.integer(3) != 0,
+                static_cast<std::uint64_t>(select.integer(4))},
+               select.integer(0),
                static_cast<int>(select.integer(5))};
 }
 
@@ -336,7 +334,7 @@ void QENSpanSpool::remove(std::int64_t id) {
   Statement(db_, "DELETE FROM batches WHERE id = ?1").bind(1, id).run();
 }
 
-bool QENSpanSpool::storeSnapshot(const std::string& treeId, const Batch& batch) {
+bool QENSpanSpool::storeSnapshot(const std::string& treeId, const QENEncodedBatch& batch) {
   const std::lock_guard guard(mutex_);
   Statement replace(db_,
                     "INSERT OR REPLACE INTO snapshots(tree, created, content_type, gzipped,"

@@ -1,16 +1,11 @@
 #include "QENSpanReporter.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 
 #include "QENAssert.h"
+#include "QENCurlCollectorTransport.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
-#include "QENGzip.h"
-#include "QENOTLPJSONEncoder.h"
 #include "QENPerformanceLoggerVersion.h"
-#include "QENZipkinThriftEncoder.h"
-#include "QENZipkinV2JSONEncoder.h"
 
 namespace {
 
@@ -24,47 +19,10 @@ const std::string& userAgent() {
 }
 
 constexpr const char* kConstructor = "QENSpanReporter::QENSpanReporter(QENSpanReporterOptions)";
-// How long a transfer waits on its sockets before it looks at the deadline again, should no
-// wake-up reach it: a bound, not a poll interval (shutdown wakes it at once).
-constexpr milliseconds kLongestPoll{1000};
-
-void initialiseCurlOnce() {
-  static const bool initialised = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-  (void)initialised;
-}
-
-std::size_t discardResponse(char*, std::size_t size, std::size_t count, void*) {
-  return size * count;
-}
 
 void logReporterError(const std::string& message, int line) {
   QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
       message, true, 1, "QENSpanReporter", nullptr, line, __FILE__);
-}
-
-std::string encode(const QENSpanReporter::SpanList& spans, const QENSpanReporterOptions& options) {
-  switch (options.encoding) {
-    case QENSpanReporterEncoding::kZipkinV1Thrift: {
-      const auto bytes =
-          QENZipkinThriftEncoder::encodeSpans(spans, options.thriftForm, options.reading);
-      return std::string(bytes.begin(), bytes.end());
-    }
-    case QENSpanReporterEncoding::kOTLPJSON:
-      return QENOTLPJSONEncoder::encodeSpans(spans, options.reading);
-    case QENSpanReporterEncoding::kZipkinV2JSON:
-    default:
-      return QENZipkinV2JSONEncoder::encodeSpans(spans, options.reading);
-  }
-}
-
-std::size_t encodedSize(const std::shared_ptr<QENThrift::Span>& span,
-                        const QENSpanReporterOptions& options) {
-  return encode({span}, options).size();
-}
-
-const char* contentTypeOf(QENSpanReporterEncoding encoding) {
-  return encoding == QENSpanReporterEncoding::kZipkinV1Thrift ? "application/x-thrift"
-                                                              : "application/json";
 }
 
 // Replaces a setting below its floor by the floor, reporting it.
@@ -74,16 +32,14 @@ void raiseToFloor(Value& value, Value floor, const char* conditionText) {
   value = std::max(value, floor);
 }
 
+std::shared_ptr<QENCollectorTransport> transportFor(const QENSpanReporterOptions& options) {
+  if (options.transport != nullptr) {
+    return options.transport;
+  }
+  return std::make_shared<QENCurlCollectorTransport>(options.collectorURL, options.requestTimeout);
+}
+
 }  // namespace
-
-struct QENSpanReporter::Transfers {
-  Transfers() : multi(curl_multi_init()) {}
-  ~Transfers() { curl_multi_cleanup(multi); }
-  Transfers(const Transfers&) = delete;
-  Transfers& operator=(const Transfers&) = delete;
-
-  CURLM* const multi;
-};
 
 QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options) {
   raiseToFloor<std::size_t>(options.maximumQueuedSpans, 1, "maximumQueuedSpans >= 1");
@@ -95,8 +51,8 @@ QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options
   raiseToFloor(options.maximumBackoff, options.initialBackoff, "maximumBackoff >= initialBackoff");
   raiseToFloor(options.requestTimeout, milliseconds(1), "requestTimeout >= 1 ms");
   raiseToFloor(options.destructionShutdownLimit, milliseconds(0), "destructionShutdownLimit >= 0");
-  QENAssert(!options.collectorURL.empty(), kConstructor, "Invalid parameter not satisfying: %s",
-            "collectorURL is not empty");
+  QENAssert(options.transport != nullptr || !options.collectorURL.empty(), kConstructor,
+            "Invalid parameter not satisfying: %s", "collectorURL is not empty");
   // A line break would end the header early and smuggle in another; such a header is left out.
   std::erase_if(options.headers, [](const auto& header) {
     const auto& [name, value] = header;
@@ -111,10 +67,9 @@ QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options
 
 QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
     : options_(validated(std::move(options))),
+      transport_(transportFor(options_)),
       spoolWaiting_(options_.spool != nullptr),  // what an earlier process left goes first
-      spoolBackoff_(options_.initialBackoff) {
-  initialiseCurlOnce();
-  transfers_ = std::make_unique<Transfers>();
+      spoolBackoff_(options_.initialBackoff, options_.maximumBackoff) {
   worker_ = std::thread([this] { run(); });
 }
 
@@ -150,13 +105,11 @@ void QENSpanReporter::report(const SpanList& spans) {
 bool QENSpanReporter::shutdown(milliseconds limit) {
   {
     const std::lock_guard guard(mutex_);
-    const Clock::rep deadline =
-        (Clock::now() + std::max(limit, milliseconds(0))).time_since_epoch().count();
     stopping_ = true;
-    deadline_.store(std::min(deadline_.load(), deadline));
+    deadline_.bringForwardTo(Clock::now() + std::max(limit, milliseconds(0)));
   }
   changed_.notify_all();
-  curl_multi_wakeup(transfers_->multi);
+  transport_->wake();
   {
     // Later callers wait here for the first one's join; the worker meets the earliest deadline.
     const std::lock_guard joinGuard(joinMutex_);
@@ -215,16 +168,12 @@ QENSpanReporterCounters QENSpanReporter::counters() const {
   return counters;
 }
 
-bool QENSpanReporter::pastDeadline() const {
-  return Clock::now().time_since_epoch().count() >= deadline_.load();
-}
-
 void QENSpanReporter::run() {
   std::unique_lock lock(mutex_);
   for (;;) {
     waitForWork(lock);
     const auto now = Clock::now();
-    if (stopping_ && (pastDeadline() || (queue_.empty() && !spoolWaiting_))) {
+    if (stopping_ && (deadline_.hasPassed() || (queue_.empty() && !spoolWaiting_))) {
       counters_.droppedShutDown += queue_.size();  // out of time; the spool keeps its batches
       queue_.clear();
       return;
@@ -246,8 +195,7 @@ void QENSpanReporter::run() {
       worked = true;
     }
     if (!worked && stopping_) {  // a spooled batch waits out its back-off, within the deadline
-      changed_.wait_until(
-          lock, std::min(spoolNotBefore_, Clock::time_point(Clock::duration(deadline_.load()))));
+      changed_.wait_until(lock, std::min(spoolNotBefore_, deadline_.time()));
     }
   }
 }
@@ -293,27 +241,14 @@ QENSpanReporter::SpanList QENSpanReporter::takeBatch(std::unique_lock<std::mutex
     batch.push_back(std::move(queue_.front()));
     queue_.pop_front();
     lock.unlock();  // encoding a span to size it needs no lock
-    bytes += encodedSize(batch.back(), options_);
+    bytes += options_.encoding.encode({&batch.back(), 1}).size();
     lock.lock();
   }
   return batch;
 }
 
-QENSpanSpool::Batch QENSpanReporter::encodeBatch(const SpanList& spans,
-                                                 const QENSpanReporterOptions& options) {
-  QENSpanSpool::Batch encoded;
-  encoded.body = encode(spans, options);
-  if (options.gzip) {
-    encoded.body = QENGzip::compress(encoded.body);
-  }
-  encoded.gzipped = options.gzip;
-  encoded.contentType = contentTypeOf(options.encoding);
-  encoded.spanCount = spans.size();
-  return encoded;
-}
-
 void QENSpanReporter::persist(const SpanList& batch) {
-  if (options_.spool->append(encodeBatch(batch, options_))) {
+  if (options_.spool->append(options_.encoding.encodeBatch(batch))) {
     const std::lock_guard guard(mutex_);
     spoolWaiting_ = true;
   }
@@ -341,7 +276,7 @@ void QENSpanReporter::deliverFromSpool() {
   switch (outcome) {
     case Outcome::kDelivered:
       counters_.delivered += batch->spanCount;
-      spoolBackoff_ = options_.initialBackoff;
+      spoolBackoff_.reset();
       break;
     case Outcome::kRefused:
       counters_.droppedClientError += batch->spanCount;
@@ -350,15 +285,14 @@ void QENSpanReporter::deliverFromSpool() {
       spoolNotBefore_ = Clock::time_point::max();
       break;
     case Outcome::kRetry:
-      spoolNotBefore_ = Clock::now() + spoolBackoff_;
-      spoolBackoff_ = std::min(spoolBackoff_ * 2, options_.maximumBackoff);
+      spoolNotBefore_ = Clock::now() + spoolBackoff_.next();
       break;
   }
 }
 
 void QENSpanReporter::deliver(const SpanList& batch) {
-  const QENSpanSpool::Batch encoded = encodeBatch(batch, options_);
-  milliseconds backoff = options_.initialBackoff;
+  const QENEncodedBatch encoded = options_.encoding.encodeBatch(batch);
+  QENBackoff backoff(options_.initialBackoff, options_.maximumBackoff);
   for (int attempt = 0;; ++attempt) {
     const Outcome outcome = post(encoded);
     std::unique_lock lock(mutex_);
@@ -376,7 +310,7 @@ void QENSpanReporter::deliver(const SpanList& batch) {
       case Outcome::kRetry:
         if (attempt >= options_.maximumRetries) {
           droppedFor = &counters_.droppedGaveUp;
-        } else if (!waitForRetry(lock, backoff)) {
+        } else if (!waitForRetry(lock, backoff.next())) {
           droppedFor = &counters_.droppedShutDown;
         }
         break;
@@ -386,90 +320,23 @@ void QENSpanReporter::deliver(const SpanList& batch) {
       return;
     }
     counters_.retried += batch.size();
-    backoff = std::min(backoff * 2, options_.maximumBackoff);
   }
 }
 
 bool QENSpanReporter::waitForRetry(std::unique_lock<std::mutex>& lock, milliseconds backoff) {
   const auto until = Clock::now() + backoff;
-  while (!pastDeadline() && Clock::now() < until) {
-    const auto deadline = Clock::time_point(Clock::duration(deadline_.load()));
-    changed_.wait_until(lock, std::min(until, deadline));
+  while (!deadline_.hasPassed() && Clock::now() < until) {
+    changed_.wait_until(lock, std::min(until, deadline_.time()));
   }
-  return !pastDeadline();
+  return !deadline_.hasPassed();
 }
 
-curl_slist* QENSpanReporter::requestHeaders(const QENSpanSpool::Batch& batch) const {
-  curl_slist* headers = curl_slist_append(nullptr, ("Content-Type: " + batch.contentType).c_str());
+QENSpanReporter::Outcome QENSpanReporter::post(const QENEncodedBatch& batch) {
+  QENCollectorTransport::Headers headers{{"Content-Type", batch.contentType}};
   if (batch.gzipped) {
-    headers = curl_slist_append(headers, "Content-Encoding: gzip");
+    headers.emplace_back("Content-Encoding", "gzip");
   }
-  headers = curl_slist_append(headers, "Expect:");  // no 100-continue round trip
-  for (const auto& [name, value] : options_.headers) {
-    headers = curl_slist_append(headers, (name + ": " + value).c_str());
-  }
-  return headers;
-}
-
-QENSpanReporter::Outcome QENSpanReporter::post(const QENSpanSpool::Batch& batch) {
-  CURL* curl = curl_easy_init();
-  if (curl == nullptr) {
-    return Outcome::kRetry;
-  }
-  curl_slist* headers = requestHeaders(batch);
-  curl_easy_setopt(curl, CURLOPT_URL, options_.collectorURL.c_str());
-  curl_easy_setopt(curl, CURLOPT_POST, 1L);
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, batch.body.data());
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(batch.body.size()));
-  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(curl, CURLOPT_USERAGENT, userAgent().c_str());
-  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(options_.requestTimeout.count()));
-  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, discardResponse);
-
-  CURLM* multi = transfers_->multi;
-  curl_multi_add_handle(multi, curl);
-  int running = 1;
-  bool cutOff = false;
-  while (curl_multi_perform(multi, &running) == CURLM_OK && running > 0) {
-    if (pastDeadline()) {
-      cutOff = true;
-      break;
-    }
-    const auto untilDeadline = std::chrono::duration_cast<milliseconds>(
-        Clock::time_point(Clock::duration(deadline_.load())) - Clock::now());
-    const auto wait = std::clamp(untilDeadline, milliseconds(0), kLongestPoll);
-    curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()) + 1, nullptr);
-  }
-  CURLcode result = CURLE_FAILED_INIT;
-  int remaining = 0;
-  while (const CURLMsg* message = curl_multi_info_read(multi, &remaining)) {
-    if (message->msg == CURLMSG_DONE && message->easy_handle == curl) {
-      result = message->data.result;
-    }
-  }
-  long status = 0;
-  curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-  curl_multi_remove_handle(multi, curl);
-  curl_slist_free_all(headers);
-  curl_easy_cleanup(curl);
-
-  if (cutOff) {
-    return Outcome::kCutOff;
-  }
-  if (result == CURLE_OK && status >= 200 && status < 300) {
-    return Outcome::kDelivered;
-  }
-  if (result == CURLE_OK && status >= 300 && status < 400) {
-    logReporterError("The collector at " + options_.collectorURL + " answered " +
-                         std::to_string(status) +
-                         ": a collector URL that redirects is a configuration error; the batch "
-                         "is dropped",
-                     __LINE__);
-    return Outcome::kRefused;
-  }
-  if (result == CURLE_OK && status >= 400 && status < 500) {
-    return Outcome::kRefused;  // the collector will not take this batch, however often it is sent
-  }
-  return Outcome::kRetry;  // no connection, no (whole) answer, or a server error
+  headers.emplace_back("User-Agent", userAgent());
+  headers.insert(headers.end(), options_.headers.begin(), options_.headers.end());
+  return transport_->post(batch.body, headers, deadline_);
 }

@@ -18,7 +18,7 @@ std::string treeIdOf(const QENPerformanceMetric& topLevel) {
 }  // namespace
 
 QENUnfinishedTraceWatcher::QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpool> spool,
-                                                     QENSpanReporterOptions encoding,
+                                                     QENSpanEncoding encoding,
                                                      QENPerformanceMetricAppContext appContext,
                                                      std::chrono::milliseconds interval,
                                                      SnapshotCallback didSnapshot)
@@ -120,5 +120,5 @@ bool QENUnfinishedTraceWatcher::State::snapshotTree(const QENPerformanceMetric& 
     annotations.push_back(recovered);
     span->setBinary_annotations(std::move(annotations));
   }
-  return spool->storeSnapshot(treeIdOf(topLevel), QENSpanReporter::encodeBatch(spans, encoding));
+  return spool->storeSnapshot(treeIdOf(topLevel), encoding.encodeBatch(spans));
 }

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "QENSpanEncoding.h"
+
 struct sqlite3;
 
 struct QENSpanSpoolOptions {
@@ -36,8 +38,9 @@ struct QENSpanSpoolCounters {
 // committed batch survives the process being killed: a write is one transaction, and a batch
 // leaves only when delivery is acknowledged (remove). A file that is not a spool, or not a
 // readable database, is renamed aside ("<path>.unreadable-<unix seconds>") untouched and a fresh
-// spool made; one that cannot be judged or moved is left alone and the spool stays closed. When the spool cannot be written at all (read-only folder, full disk), every write fails
-// and is counted; nothing blocks for longer than the busy timeout, nothing throws.
+// spool made; one that cannot be judged or moved is left alone and the spool stays closed. When the
+// spool cannot be written at all (read-only folder, full disk), every write fails and is counted;
+// nothing blocks for longer than the busy timeout, nothing throws.
 //
 // Snapshots of unfinished trees are kept apart, one per tree, each replacing the last. The next
 // process that opens the spool turns what snapshots are left, trees that never completed, into
@@ -46,12 +49,9 @@ struct QENSpanSpoolCounters {
 // Thread-safe: one connection, every operation under one mutex.
 class QENSpanSpool {
  public:
-  struct Batch {
+  // A stored batch: what was appended, with the spool's id for it.
+  struct Batch : QENEncodedBatch {
     std::int64_t id = 0;
-    std::string body;
-    std::string contentType;
-    bool gzipped = false;
-    std::uint64_t spanCount = 0;
     int attempts = 0;  // sends started, in any process
   };
 
@@ -62,7 +62,7 @@ class QENSpanSpool {
 
   // Writes one batch in one transaction, then applies the bounds. False if it could not be
   // written (counted in droppedWriteFailed).
-  bool append(const Batch& batch);
+  bool append(const QENEncodedBatch& batch);
   // The oldest batch after the age bound is applied, or none.
   std::optional<Batch> oldest();
   // Counts a send of the batch before it starts, so that a later process knows it was tried.
@@ -70,7 +70,7 @@ class QENSpanSpool {
   void remove(std::int64_t id);
 
   // Keeps `batch` as the snapshot of tree `treeId`, replacing the previous one.
-  bool storeSnapshot(const std::string& treeId, const Batch& batch);
+  bool storeSnapshot(const std::string& treeId, const QENEncodedBatch& batch);
   void forgetSnapshot(const std::string& treeId);
 
   QENSpanSpoolCounters counters() const;

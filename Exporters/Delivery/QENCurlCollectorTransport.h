@@ -1,0 +1,32 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "QENCollectorTransport.h"
+
+// Posts to a collector's URL over HTTP with libcurl. Each attempt is limited by requestTimeout
+// and by the deadline, whichever comes first: a deadline brought forward cuts the transfer at
+// once (wake), so that a reporter's shutdown never waits on a slow collector. A URL that
+// redirects is a configuration error: its batches are refused, and the developer log says so.
+class QENCurlCollectorTransport final : public QENCollectorTransport {
+ public:
+  QENCurlCollectorTransport(std::string collectorURL, std::chrono::milliseconds requestTimeout);
+  ~QENCurlCollectorTransport() override;
+  QENCurlCollectorTransport(const QENCurlCollectorTransport&) = delete;
+  QENCurlCollectorTransport& operator=(const QENCurlCollectorTransport&) = delete;
+
+  Outcome post(std::string_view body, const Headers& headers,
+               const QENDeliveryDeadline& deadline) override;
+  void wake() override;
+
+ private:
+  struct Transfers;  // libcurl's multi handle, which lets wake cut a transfer at once
+
+  Outcome outcomeOf(bool transferred, long status) const;
+
+  const std::string collectorURL_;
+  const std::chrono::milliseconds requestTimeout_;
+  std::unique_ptr<Transfers> transfers_;
+};

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "QENSpanReading.h"
+#include "QENThrift/Span.h"
+#include "QENZipkinThriftEncoder.h"
+
+// The wire formats a collector takes from a reporter.
+enum class QENSpanEncodingFormat { kZipkinV2JSON, kZipkinV1Thrift, kOTLPJSON };
+
+// A request body ready to post, and what a collector needs to read it.
+struct QENEncodedBatch {
+  std::string body;
+  std::string contentType;
+  bool gzipped = false;
+  std::uint64_t spanCount = 0;
+};
+
+// How spans go on the wire. A reporter and the unfinished-trace watcher that feeds its spool share
+// one, so that recovered spans go out exactly as the reporter's own.
+struct QENSpanEncoding {
+  QENSpanEncodingFormat format = QENSpanEncodingFormat::kZipkinV2JSON;
+  // The service the spans belong to, for every format.
+  QENSpanReadingOptions reading;
+  // Zipkin v1 Thrift only: the spans as the library made them, or as a v1 backend shows right.
+  QENZipkinThriftEncoder::Form thriftForm = QENZipkinThriftEncoder::Form::kAsMade;
+  // Bodies are gzip-compressed (Content-Encoding: gzip), as collectors take them.
+  bool gzip = true;
+
+  using Spans = std::span<const std::shared_ptr<QENThrift::Span>>;
+
+  // The spans in the chosen format, uncompressed.
+  std::string encode(Spans spans) const;
+  // "application/x-thrift" for Zipkin v1 Thrift, "application/json" for the others.
+  std::string_view contentType() const;
+  // A request body: encoded, gzipped if asked, with its content type and span count.
+  QENEncodedBatch encodeBatch(Spans spans) const;
+};
