@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs a configured build into a temporary prefix and proves the package usable from outside:
 # the consumer project in Examples/Consumer configures with find_package, builds with no path of
-# this source tree on its include path, and runs; and every installed header compiles on its own.
+# this source tree on its include path, and runs, and builds and runs again with only pkg-config's
+# flags; and every installed header compiles on its own.
 # Usage: check-installed-package.sh BUILD_DIRECTORY
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,6 +19,13 @@ if grep -q -- "-I$PWD\|isystem $PWD" "$prefix/consumer/compile_commands.json"; t
   exit 1
 fi
 "$prefix/consumer/QENConsumer"
+# The same program built with nothing but what pkg-config says.
+pkgconfig="pkg-config --define-prefix"
+export PKG_CONFIG_PATH="$(dirname "$(find "$prefix/install" -name QENPerformanceLogger.pc)")"
+# shellcheck disable=SC2046
+${CXX:-c++} Examples/Consumer/main.cpp -o "$prefix/pkg-config-consumer" \
+  $($pkgconfig --cflags --libs QENPerformanceLoggerExporters)
+"$prefix/pkg-config-consumer" >/dev/null
 
 headers=$(cd "$prefix/install/include/QENPerformanceLogger" && find . -name '*.h' | sed 's|^\./||')
 for header in $headers; do

@@ -11,20 +11,12 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-for preset in debug release tsan asan clang14-libcxx clang19-libcxx arm64; do
-  echo "=== ${preset}: configure and build"
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset"
-  echo "=== ${preset}: test"
-  ctest --preset "$preset"
+# Each configuration is one workflow preset: configure, build and (but for the last two) test.
+for preset in debug release tsan asan clang14-libcxx clang19-libcxx arm64 no-exceptions no-rtti; do
+  echo "=== ${preset}"
+  cmake --workflow --preset "$preset"
   if [ "$preset" = release ]; then
     echo "=== release: the installed package"
     bash Tools/check-installed-package.sh build/release
   fi
-done
-
-for preset in no-exceptions no-rtti; do
-  echo "=== ${preset}: compile the library"
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset"
 done

@@ -1,5 +1,6 @@
 # `cmake --install` installs the platform layer, the library and (when built) the exporters as a
-# CMake package with namespaced targets, plus a pkg-config file:
+# CMake package with namespaced targets, plus pkg-config files (QENPerformanceLogger, and
+# QENPerformanceLoggerExporters when the exporters are built):
 #   find_package(QENPerformanceLogger 0.1 REQUIRED)        # or REQUIRED COMPONENTS Exporters
 #   target_link_libraries(app PRIVATE QENPerformanceLogger::QENPerformanceLogger)
 # Public headers go to include/QENPerformanceLogger, which the targets put on the include path.
@@ -25,6 +26,10 @@ if(QEN_BUILD_EXPORTERS)
           FILE_SET HEADERS DESTINATION ${QEN_HEADER_DIR})
   install(EXPORT QENPerformanceLoggerExportersTargets NAMESPACE QENPerformanceLogger::
           DESTINATION ${QEN_PACKAGE_DIR})
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/QENPerformanceLoggerExporters.pc.in
+                 ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerExporters.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerExporters.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/QENPerformanceLoggerConfig.cmake.in
