@@ -274,4 +274,14 @@ TEST(MetricLifecycle, FactoriesSetTimesAndIdentifiersWithoutSideEffects) {
   EXPECT_NE(Metric::initWithName("a")->traceId(), Metric::initWithName("b")->traceId());
 }
 
+// A plain int could mean a fraction, a time, an id or a flag: such a call must not compile.
+template <class... Arguments>
+constexpr bool initWithNameCompiles = requires(Arguments... arguments) {
+  Metric::initWithName("x", arguments...);
+};
+static_assert(initWithNameCompiles<double, double> && initWithNameCompiles<double, bool> &&
+              initWithNameCompiles<std::int64_t, std::int64_t> && initWithNameCompiles<double>);
+static_assert(!initWithNameCompiles<int> && !initWithNameCompiles<double, int> &&
+              !initWithNameCompiles<int, int> && !initWithNameCompiles<int, double>);
+
 }  // namespace

@@ -1,225 +1,23 @@
 // Span export: QENPerformanceMetric's Spans extension.
-#include <limits>
-
-#include "Annotation+QENAdditions.h"
-#include "BinaryAnnotation+QENAdditions.h"
 #include "QENFoundation/QENRandom.h"
-#include "QENNumericConversion.h"
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceSendsTraceInHeader.h"
-#include "QENThrift/tracing_clientConstants.h"
-#include "QENThrift/zipkin_spanConstants.h"
-
-namespace {
-
-using QENThrift::AnnotationQENAdditions;
-using QENThrift::BinaryAnnotationQENAdditions;
-
-// ASCII letters only, whatever the process locale: every other byte (those of multi-byte UTF-8
-// characters included) stays as it is, so a valid UTF-8 name stays valid.
-std::string lowercased(std::string text) {
-  for (char& character : text) {
-    if (character >= 'A' && character <= 'Z') {
-      character = static_cast<char>(character - 'A' + 'a');
-    }
-  }
-  return text;
-}
-
-std::int64_t saturatingSum(std::int64_t left, std::int64_t right) {
-  std::int64_t sum = 0;
-  if (__builtin_add_overflow(left, right, &sum)) {
-    return right > 0 ? std::numeric_limits<std::int64_t>::max()
-                     : std::numeric_limits<std::int64_t>::min();
-  }
-  return sum;
-}
-
-bool isUWTName(const std::string& name) {
-  const auto names = QENPerformanceMetric::uwtMetricNames();
-  return names != nullptr && names->contains(name);
-}
-
-// Client-send and client-receive annotations: almost always both saturated (see fillSpan), and
-// then the same two immutable annotations serve every span of the process.
-std::shared_ptr<const QENThrift::Annotation> clientAnnotation(std::string_view name,
-                                                              std::int64_t microseconds) {
-  using Constants = QENThrift::zipkin_spanConstants;
-  static const auto* const saturated =
-      new std::pair(AnnotationQENAdditions::annotationWithName(Constants::CLIENT_SEND(), 1e300),
-                    AnnotationQENAdditions::annotationWithName(Constants::CLIENT_RECV(), 1e300));
-  const double time = static_cast<double>(microseconds);
-  if (QENMicrosecondsSince1970FromMonotonicTime(time) == std::numeric_limits<std::int64_t>::max()) {
-    return name == Constants::CLIENT_SEND() ? saturated->first : saturated->second;
-  }
-  return AnnotationQENAdditions::annotationWithName(name, time);
-}
-
-// A metric still to visit, with the index in the walk's parents of the metric whose children
-// list it was found in.
-struct PendingMetric {
-  std::shared_ptr<QENPerformanceMetric> metric;
-  std::size_t listedUnder;
-};
-
-}  // namespace
-
-// A metric whose children the walk has queued, kept alive until the walk ends.
-struct QENPerformanceMetric::VisitedParent {
-  std::shared_ptr<const QENPerformanceMetric> metric;
-  std::int64_t spanId;
-};
+#include "QENSpanExport.h"
 
 QENPerformanceMetric::SpanList QENPerformanceMetric::spansWithAppContext(
     const QENPerformanceMetricAppContext& appContext) const {
-  return exportSpans(appContext, std::nullopt);
+  return QENSpanExport::spansOfTree(*this, appContext, std::nullopt);
 }
 
 QENPerformanceMetric::SpanList QENPerformanceMetric::snapshotSpansWithAppContext(
     const QENPerformanceMetricAppContext& appContext, double snapshotTime) const {
-  return exportSpans(appContext, snapshotTime);
-}
-
-QENPerformanceMetric::SpanList QENPerformanceMetric::exportSpans(
-    const QENPerformanceMetricAppContext& appContext,
-    std::optional<double> stopUnfinishedAt) const {
-  auto topLevel = std::make_shared<QENThrift::Span>();
-  topLevel->setTrace_id(traceId());
-  const std::int64_t ownSpanId = spanId();
-  ExportSnapshot snapshot = exportSnapshot(true);
-  if (stopUnfinishedAt && snapshot.started && !snapshot.finished) {
-    snapshot.stopTime = *stopUnfinishedAt;
-  }
-  MetricList children = std::move(snapshot.childMetrics);
-  fillSpan(true, *topLevel, appContext, ownSpanId, std::move(snapshot));
-  SpanList spans = {topLevel};
-  appendDescendantSpans(*this, ownSpanId, std::move(children), topLevel->trace_id(), appContext,
-                        stopUnfinishedAt, spans);
-  return spans;
-}
-
-// Appends the spans of the started-and-finished descendants, depth first with the last child
-// first. The walk keeps its own stack, so a deep chain cannot exhaust the thread's, and reads each
-// metric once. A child's parent id is its parent metric's span id: the span id of the metric it
-// was listed under, known already, unless it has since been added under another parent. That
-// check compares owners, so it changes no reference count of the parent.
-void QENPerformanceMetric::appendDescendantSpans(const QENPerformanceMetric& root,
-                                                 std::int64_t rootSpanId, MetricList children,
-                                                 std::int64_t traceId,
-                                                 const QENPerformanceMetricAppContext& appContext,
-                                                 std::optional<double> stopUnfinishedAt,
-                                                 SpanList& spans) {
-  std::vector<VisitedParent> parents = {{root.weak_from_this().lock(), rootSpanId}};
-  std::vector<PendingMetric> stack;
-  stack.reserve(children.size());
-  for (auto& child : children) {
-    stack.push_back({std::move(child), 0});
-  }
-  while (!stack.empty()) {
-    PendingMetric pending = std::move(stack.back());
-    stack.pop_back();
-    const QENPerformanceMetric& candidate = *pending.metric;
-    ExportSnapshot snapshot = candidate.exportSnapshot(false);
-    if (snapshot.started && !snapshot.finished && stopUnfinishedAt) {
-      snapshot.stopTime = *stopUnfinishedAt;
-    } else if (!snapshot.started || !snapshot.finished) {
-      continue;  // and so is its whole subtree
-    }
-    auto span = std::make_shared<QENThrift::Span>();
-    span->setTrace_id(traceId);
-    span->setParent_id(parentSpanId(candidate, parents[pending.listedUnder]));
-    const std::int64_t candidateSpanId = candidate.spanId();
-    if (!snapshot.childMetrics.empty()) {
-      for (auto& child : snapshot.childMetrics) {
-        stack.push_back({std::move(child), parents.size()});
-      }
-      parents.push_back({std::move(pending.metric), candidateSpanId});
-    }
-    candidate.fillSpan(false, *span, appContext, candidateSpanId, std::move(snapshot));
-    spans.push_back(std::move(span));
-  }
-}
-
-std::int64_t QENPerformanceMetric::parentSpanId(const QENPerformanceMetric& child,
-                                                const VisitedParent& listedUnder) {
-  if (child.parentMetric_.sharesOwnerWith(listedUnder.metric)) {
-    return listedUnder.spanId;
-  }
-  const auto parent = child.parentMetric();
-  return parent ? parent->spanId() : 0;
-}
-
-QENPerformanceMetric::ExportSnapshot QENPerformanceMetric::exportSnapshot(bool isTopLevel) const {
-  ExportSnapshot snapshot{};
-  const std::lock_guard guard(propertyLock_);
-  snapshot.started = startTime_ != kUnsetTime;
-  snapshot.finished = _locked_isFinished();
-  snapshot.startTime = startTime_;
-  snapshot.stopTime = stopTime_;
-  snapshot.metricCause = metricCause_;
-  snapshot.invalidateReason = invalidateReason_;
-  snapshot.viewType = viewType_;
-  snapshot.viewParameter = viewParameter_;
-  // Room for what export adds: client send and receive; the local component, and on a top-level
-  // span at most 7 uwt and 11 top-level annotations.
-  constexpr std::size_t kAddedToEverySpan = 1;
-  constexpr std::size_t kAddedToATopLevelSpan = kAddedToEverySpan + 7 + 11;
-  snapshot.annotations.reserve(annotations_.size() + 2);
-  snapshot.annotations.assign(annotations_.begin(), annotations_.end());
-  snapshot.binaryAnnotations.reserve(binaryAnnotations_.size() +
-                                     (isTopLevel ? kAddedToATopLevelSpan : kAddedToEverySpan));
-  snapshot.binaryAnnotations.assign(binaryAnnotations_.begin(), binaryAnnotations_.end());
-  snapshot.childMetrics = childMetrics_;
-  return snapshot;
+  return QENSpanExport::spansOfTree(*this, appContext, snapshotTime);
 }
 
 void QENPerformanceMetric::setParametersForTopLevel(
     bool isTopLevel, QENThrift::Span& span,
     const QENPerformanceMetricAppContext& appContext) const {
-  const std::int64_t ownSpanId = spanId();
-  fillSpan(isTopLevel, span, appContext, ownSpanId, exportSnapshot(isTopLevel));
-}
-
-void QENPerformanceMetric::fillSpan(bool isTopLevel, QENThrift::Span& span,
-                                    const QENPerformanceMetricAppContext& appContext,
-                                    std::int64_t spanId, ExportSnapshot snapshot) const {
-  using Constants = QENThrift::tracing_clientConstants;
-  const bool isUWTSpan = isTopLevel && isUWTName(name_);
-  span.setId(spanId);
-  span.setName(isUWTSpan ? std::string(Constants::UWT_SPAN_PREFIX()) + lowercased(name_)
-                         : lowercased(name_));
-  const double start = snapshot.startTime;
-  const double stop = snapshot.stopTime;
-  span.setTimestamp(QENMicrosecondsSince1970FromMonotonicTime(start));
-  // Each time is scaled before the difference is taken: 10.0 s to 10.0000015 s gives 2 us, as
-  // the times read in microseconds say, where scaling the difference would give 1.
-  span.setDuration(QENRoundToInt64(stop * 1000000 - start * 1000000));
-
-  // Client-send and client-receive take the span's microsecond times where a monotonic time is
-  // expected, and so convert them a second time: that is the intended behaviour, and with the
-  // offset-adding clock both saturate at the largest 64-bit value.
-  snapshot.annotations.push_back(
-      clientAnnotation(QENThrift::zipkin_spanConstants::CLIENT_SEND(), span.timestamp()));
-  snapshot.annotations.push_back(
-      clientAnnotation(QENThrift::zipkin_spanConstants::CLIENT_RECV(),
-                       saturatingSum(span.timestamp(), span.duration())));
-  span.setAnnotations(std::move(snapshot.annotations));
-
-  auto& binaryAnnotations = snapshot.binaryAnnotations;
-  binaryAnnotations.push_back(
-      BinaryAnnotationQENAdditions::localComponentAnnotationForUWTSpan(isUWTSpan));
-  if (isUWTSpan) {
-    const auto uwt = BinaryAnnotationQENAdditions::uwtAnnotationsForStartReason(
-        snapshot.metricCause, snapshot.invalidateReason, completingEvent(),
-        static_cast<std::int32_t>(invalidatingQenLogEventType()), invalidatingEvent());
-    binaryAnnotations.insert(binaryAnnotations.end(), uwt.begin(), uwt.end());
-  }
-  if (isTopLevel) {
-    const auto topLevel = BinaryAnnotationQENAdditions::topLevelAnnotationsForViewType(
-        snapshot.viewType, snapshot.viewParameter, appContext);
-    binaryAnnotations.insert(binaryAnnotations.end(), topLevel.begin(), topLevel.end());
-  }
-  span.setBinary_annotations(std::move(binaryAnnotations));
+  QENSpanExport::fillSpan(*this, isTopLevel, span, appContext);
 }
 
 std::int64_t QENPerformanceMetric::generateAndStoreSpanIdForURL(

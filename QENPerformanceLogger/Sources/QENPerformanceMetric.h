@@ -348,34 +348,8 @@ class QENPerformanceMetric : public QENObject,
   }
 
  private:
-  // What span export reads of a metric, taken under one lock.
-  struct ExportSnapshot {
-    bool started;
-    bool finished;
-    double startTime;
-    double stopTime;
-    QENPerformanceMetricStartReason metricCause;
-    QENPerformanceMetricStopReason invalidateReason;
-    std::int64_t viewType;
-    std::int64_t viewParameter;
-    std::vector<AnnotationPointer> annotations;
-    std::vector<BinaryAnnotationPointer> binaryAnnotations;
-    MetricList childMetrics;
-  };
-  ExportSnapshot exportSnapshot(bool isTopLevel) const;
-  void fillSpan(bool isTopLevel, QENThrift::Span& span,
-                const QENPerformanceMetricAppContext& appContext, std::int64_t spanId,
-                ExportSnapshot snapshot) const;
-  // Stops what has not finished at `stopUnfinishedAt`, if given, instead of leaving it out.
-  SpanList exportSpans(const QENPerformanceMetricAppContext& appContext,
-                       std::optional<double> stopUnfinishedAt) const;
-  static void appendDescendantSpans(const QENPerformanceMetric& root, std::int64_t rootSpanId,
-                                    MetricList children, std::int64_t traceId,
-                                    const QENPerformanceMetricAppContext& appContext,
-                                    std::optional<double> stopUnfinishedAt, SpanList& spans);
-  struct VisitedParent;
-  static std::int64_t parentSpanId(const QENPerformanceMetric& child,
-                                   const VisitedParent& listedUnder);
+  // Span export's walk and its per-metric snapshot (QENSpanExport.cpp) read the fields below.
+  friend class QENSpanExport;
 
   struct RandomIdentifiers {
     std::int64_t traceId;

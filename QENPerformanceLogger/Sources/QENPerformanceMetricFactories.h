@@ -27,6 +27,21 @@
 //
 // The metric is owned by a shared_ptr before it registers for will-start notifications, so a
 // notification can never reach a half-built metric. Construction never returns null.
+//
+// initWithName is one name for several initialisers, told apart by the types of what follows the
+// name. Read a call by them:
+//
+//   initWithName(name)                                 upload fraction 1.0
+//   initWithName(name, 0.5)                            upload fraction
+//   initWithName(name, 0.5, true)                      upload fraction, will-start flags
+//   initWithName(name, 0.5, true, false)               upload fraction, observe, post
+//   initWithName(name, 12.0, 12.5)                     START and STOP TIME, already measured
+//   initWithName(name, std::int64_t{t}, std::int64_t{s}) trace id and span id
+//   initWithName(name, std::int64_t{s})                span id
+//
+// so initWithName("x", 0.5, 1.0) is a metric that ran from 0.5 s to 1.0 s, not one sampled at
+// 0.5. Calls that integer conversions would otherwise send to one of these by chance (a plain int
+// for a fraction, a time, an id or a flag) do not compile: write 1.0, std::int64_t{...} or true.
 template <class Metric>
 class QENPerformanceMetricFactories {
  public:
@@ -84,6 +99,11 @@ class QENPerformanceMetricFactories {
     return Metric::template makeMetricWithIdentifiers<Metric>(std::move(name), std::nullopt,
                                                               spanId);
   }
+
+  static std::shared_ptr<Metric> initWithName(std::string name, int) = delete;
+  static std::shared_ptr<Metric> initWithName(std::string name, double, int) = delete;
+  static std::shared_ptr<Metric> initWithName(std::string name, int, int) = delete;
+  static std::shared_ptr<Metric> initWithName(std::string name, int, double) = delete;
 
   // A finished leaf metric that measured `work`, run here and now.
   static std::shared_ptr<Metric> createWithName(std::string name,
