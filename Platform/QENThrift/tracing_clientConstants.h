@@ -5,7 +5,8 @@
 namespace QENThrift {
 
 // The tracing client's binary-annotation keys and span-name parts. The values are this
-// project's (the README lists them); a backend that already has its own names changes them here.
+// project's (docs/metrics.md lists them); a backend that already has its own names changes them
+// here.
 class tracing_clientConstants {
  public:
   // User-wait-time (uwt) spans.
