@@ -7,6 +7,7 @@
 #include "QENChromeTraceEncoder.h"
 #include "QENDevice/QENDevice.h"
 #include "QENOTLPJSONEncoder.h"
+#include "QENSpanEncoding.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
 #include "Support/QENDocumentEncoders.h"
@@ -155,6 +156,27 @@ class RandomSpans {
   std::mt19937_64 random_{20261123};
 };
 
+// A reporter encodes each span once, to size its batch, and sends those bytes framed.
+void expectFramedSpansMakeTheWholeBody(const std::vector<std::shared_ptr<QENThrift::Span>>& spans) {
+  using Format = QENSpanEncodingFormat;
+  using Form = QENZipkinThriftEncoder::Form;
+  for (const QENSpanEncoding& encoding :
+       {QENSpanEncoding{Format::kZipkinV2JSON, {}, Form::kAsMade, false},
+        QENSpanEncoding{Format::kZipkinV1Thrift, {}, Form::kAsMade, false},
+        QENSpanEncoding{Format::kZipkinV1Thrift, {"Feed"}, Form::kBackendSafe, false},
+        QENSpanEncoding{Format::kOTLPJSON, {"Feed"}, Form::kAsMade, false}}) {
+    std::vector<std::string> encodedSpans;
+    for (const auto& span : spans) {
+      if (span != nullptr) {
+        encodedSpans.push_back(encoding.encodeSpan(*span));
+      }
+    }
+    const QENEncodedBatch framed = encoding.frameBatch(encodedSpans);
+    EXPECT_EQ(framed.body, encoding.encode(spans)) << static_cast<int>(encoding.format);
+    EXPECT_EQ(framed.spanCount, encodedSpans.size());
+  }
+}
+
 TEST(StreamingEncoders, WriteTheDocumentsTheDocumentBuildersWrote) {
   RandomSpans random;
   for (int round = 0; round < 400; ++round) {
@@ -169,6 +191,7 @@ TEST(StreamingEncoders, WriteTheDocumentsTheDocumentBuildersWrote) {
         << chrome;
     const auto otlp = QENOTLPJSONEncoder::encodeSpans(spans);
     EXPECT_TRUE(nlohmann::json::accept(otlp)) << otlp;
+    expectFramedSpansMakeTheWholeBody(spans);
   }
 }
 

@@ -182,8 +182,9 @@ void QENSpanReporter::run() {
     // a steady stream of spans, delivery still takes its turn.
     bool worked = false;
     if (!queue_.empty() && (stopping_ || queueReady(now))) {
-      const SpanList batch = takeBatch(lock);
+      const std::vector<std::string> encodedSpans = takeBatch(lock);
       lock.unlock();
+      const QENEncodedBatch batch = options_.encoding.frameBatch(encodedSpans);
       options_.spool != nullptr ? persist(batch) : deliver(batch);
       lock.lock();
       worked = true;
@@ -233,22 +234,23 @@ void QENSpanReporter::waitForWork(std::unique_lock<std::mutex>& lock) {
   }
 }
 
-QENSpanReporter::SpanList QENSpanReporter::takeBatch(std::unique_lock<std::mutex>& lock) {
-  SpanList batch;
+std::vector<std::string> QENSpanReporter::takeBatch(std::unique_lock<std::mutex>& lock) {
+  std::vector<std::string> encodedSpans;
   std::size_t bytes = 0;
-  while (!queue_.empty() && batch.size() < options_.maximumBatchSpans &&
-         (batch.empty() || bytes < options_.maximumBatchBytes)) {
-    batch.push_back(std::move(queue_.front()));
+  while (!queue_.empty() && encodedSpans.size() < options_.maximumBatchSpans &&
+         (encodedSpans.empty() || bytes < options_.maximumBatchBytes)) {
+    const std::shared_ptr<QENThrift::Span> span = std::move(queue_.front());
     queue_.pop_front();
-    lock.unlock();  // encoding a span to size it needs no lock
-    bytes += options_.encoding.encode({&batch.back(), 1}).size();
+    lock.unlock();  // encoding needs no lock
+    encodedSpans.push_back(options_.encoding.encodeSpan(*span));
+    bytes += encodedSpans.back().size();
     lock.lock();
   }
-  return batch;
+  return encodedSpans;
 }
 
-void QENSpanReporter::persist(const SpanList& batch) {
-  if (options_.spool->append(options_.encoding.encodeBatch(batch))) {
+void QENSpanReporter::persist(const QENEncodedBatch& batch) {
+  if (options_.spool->append(batch)) {
     const std::lock_guard guard(mutex_);
     spoolWaiting_ = true;
   }
@@ -290,16 +292,15 @@ void QENSpanReporter::deliverFromSpool() {
   }
 }
 
-void QENSpanReporter::deliver(const SpanList& batch) {
-  const QENEncodedBatch encoded = options_.encoding.encodeBatch(batch);
+void QENSpanReporter::deliver(const QENEncodedBatch& batch) {
   QENBackoff backoff(options_.initialBackoff, options_.maximumBackoff);
   for (int attempt = 0;; ++attempt) {
-    const Outcome outcome = post(encoded);
+    const Outcome outcome = post(batch);
     std::unique_lock lock(mutex_);
     std::uint64_t* droppedFor = nullptr;
     switch (outcome) {
       case Outcome::kDelivered:
-        counters_.delivered += batch.size();
+        counters_.delivered += batch.spanCount;
         return;
       case Outcome::kRefused:
         droppedFor = &counters_.droppedClientError;
@@ -316,10 +317,10 @@ void QENSpanReporter::deliver(const SpanList& batch) {
         break;
     }
     if (droppedFor != nullptr) {
-      *droppedFor += batch.size();
+      *droppedFor += batch.spanCount;
       return;
     }
-    counters_.retried += batch.size();
+    counters_.retried += batch.spanCount;
   }
 }
 

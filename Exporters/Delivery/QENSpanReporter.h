@@ -134,9 +134,10 @@ class QENSpanReporter {
   void waitForWork(std::unique_lock<std::mutex>& lock);
   bool queueReady(Clock::time_point now) const;
   bool spoolReady(Clock::time_point now) const;
-  SpanList takeBatch(std::unique_lock<std::mutex>& lock);
-  void deliver(const SpanList& batch);
-  void persist(const SpanList& batch);
+  // Takes the spans of the next batch off the queue, each encoded (once) to size the batch.
+  std::vector<std::string> takeBatch(std::unique_lock<std::mutex>& lock);
+  void deliver(const QENEncodedBatch& batch);
+  void persist(const QENEncodedBatch& batch);
   void deliverFromSpool();
   Outcome post(const QENEncodedBatch& batch);
   // Waits `backoff`, cut short by shutdown's deadline; false once that has passed.

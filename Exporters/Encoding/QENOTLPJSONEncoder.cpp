@@ -179,27 +179,25 @@ void writeScope(QENJSONWriter& json) {
   json.endObject();
 }
 
-}  // namespace
-
-std::string QENOTLPJSONEncoder::encodeSpans(std::span<const std::shared_ptr<QENThrift::Span>> spans,
-                                            const QENSpanReadingOptions& options) {
+// Writes the request around its spans, which `writeSpans` writes into the spans array.
+template <class WriteSpans>
+std::string writeRequest(std::size_t spanCount, const std::string& serviceName,
+                         const WriteSpans& writeSpans) {
   std::string out;
-  out.reserve(spans.size() * 640 + 512);
+  out.reserve(spanCount * 640 + 512);
   QENJSONWriter json(out);
-  QENSpanReading reading(options);
-  std::string scratch;
   json.beginObject();
   json.key("resourceSpans");
   json.beginArray();
   json.beginObject();
-  writeResource(json, reading.serviceName());
+  writeResource(json, serviceName);
   json.key("scopeSpans");
   json.beginArray();
   json.beginObject();
   writeScope(json);
   json.key("spans");
   json.beginArray();
-  reading.readEach(spans, [&](const QENSpanReading& read) { writeSpan(json, read, scratch); });
+  writeSpans(json);
   json.endArray();
   json.endObject();
   json.endArray();
@@ -207,4 +205,36 @@ std::string QENOTLPJSONEncoder::encodeSpans(std::span<const std::shared_ptr<QENT
   json.endArray();
   json.endObject();
   return out;
+}
+
+}  // namespace
+
+std::string QENOTLPJSONEncoder::encodeSpans(std::span<const std::shared_ptr<QENThrift::Span>> spans,
+                                            const QENSpanReadingOptions& options) {
+  QENSpanReading reading(options);
+  std::string scratch;
+  return writeRequest(spans.size(), reading.serviceName(), [&](QENJSONWriter& json) {
+    reading.readEach(spans, [&](const QENSpanReading& read) { writeSpan(json, read, scratch); });
+  });
+}
+
+std::string QENOTLPJSONEncoder::encodeSpan(const QENThrift::Span& span,
+                                           const QENSpanReadingOptions& options) {
+  std::string out;
+  QENJSONWriter json(out);
+  QENSpanReading reading(options);
+  std::string scratch;
+  reading.read(span);
+  writeSpan(json, reading, scratch);
+  return out;
+}
+
+std::string QENOTLPJSONEncoder::frameSpans(std::span<const std::string> encodedSpans,
+                                           const QENSpanReadingOptions& options) {
+  const QENSpanReading reading(options);
+  return writeRequest(0, reading.serviceName(), [&](QENJSONWriter& json) {
+    for (const std::string& encoded : encodedSpans) {
+      json.literal(encoded);
+    }
+  });
 }

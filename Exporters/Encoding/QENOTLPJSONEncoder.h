@@ -24,4 +24,12 @@ class QENOTLPJSONEncoder {
  public:
   static std::string encodeSpans(std::span<const std::shared_ptr<QENThrift::Span>> spans,
                                  const QENSpanReadingOptions& options = {});
+
+  // The same bytes a span at a time, for a reporter that sizes a batch by its spans' encoded
+  // bytes and then sends those bytes: frameSpans of each span's encodeSpan, in order, is exactly
+  // encodeSpans of the spans.
+  static std::string encodeSpan(const QENThrift::Span& span,
+                                const QENSpanReadingOptions& options = {});
+  static std::string frameSpans(std::span<const std::string> encodedSpans,
+                                const QENSpanReadingOptions& options = {});
 };

@@ -24,13 +24,40 @@ std::string_view QENSpanEncoding::contentType() const {
 }
 
 QENEncodedBatch QENSpanEncoding::encodeBatch(Spans spans) const {
-  QENEncodedBatch batch;
-  batch.body = encode(spans);
-  if (gzip) {
-    batch.body = QENGzip::compress(batch.body);
+  return batchOf(encode(spans), spans.size());
+}
+
+std::string QENSpanEncoding::encodeSpan(const QENThrift::Span& span) const {
+  switch (format) {
+    case QENSpanEncodingFormat::kZipkinV1Thrift:
+      return QENZipkinThriftEncoder::encodeSpan(span, thriftForm, reading);
+    case QENSpanEncodingFormat::kOTLPJSON:
+      return QENOTLPJSONEncoder::encodeSpan(span, reading);
+    case QENSpanEncodingFormat::kZipkinV2JSON:
+    default:
+      return QENZipkinV2JSONEncoder::encodeSpan(span, reading);
   }
+}
+
+QENEncodedBatch QENSpanEncoding::frameBatch(std::span<const std::string> encodedSpans) const {
+  switch (format) {
+    case QENSpanEncodingFormat::kZipkinV1Thrift: {
+      const auto bytes = QENZipkinThriftEncoder::frameSpans(encodedSpans);
+      return batchOf(std::string(bytes.begin(), bytes.end()), encodedSpans.size());
+    }
+    case QENSpanEncodingFormat::kOTLPJSON:
+      return batchOf(QENOTLPJSONEncoder::frameSpans(encodedSpans, reading), encodedSpans.size());
+    case QENSpanEncodingFormat::kZipkinV2JSON:
+    default:
+      return batchOf(QENZipkinV2JSONEncoder::frameSpans(encodedSpans), encodedSpans.size());
+  }
+}
+
+QENEncodedBatch QENSpanEncoding::batchOf(std::string body, std::size_t spanCount) const {
+  QENEncodedBatch batch;
+  batch.body = gzip ? QENGzip::compress(body) : std::move(body);
   batch.gzipped = gzip;
   batch.contentType = contentType();
-  batch.spanCount = spans.size();
+  batch.spanCount = spanCount;
   return batch;
 }

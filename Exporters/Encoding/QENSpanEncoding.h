@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -40,4 +41,13 @@ struct QENSpanEncoding {
   std::string_view contentType() const;
   // A request body: encoded, gzipped if asked, with its content type and span count.
   QENEncodedBatch encodeBatch(Spans spans) const;
+
+  // One span's bytes in the chosen format, uncompressed; framed with others by frameBatch, they
+  // make the same body as encodeBatch of those spans. A reporter sizes a batch by these bytes and
+  // then sends them, so each span is encoded once.
+  std::string encodeSpan(const QENThrift::Span& span) const;
+  QENEncodedBatch frameBatch(std::span<const std::string> encodedSpans) const;
+
+ private:
+  QENEncodedBatch batchOf(std::string body, std::size_t spanCount) const;
 };

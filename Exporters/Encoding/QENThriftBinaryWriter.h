@@ -28,6 +28,10 @@ class QENThriftBinaryWriter {
   void writeI64(std::int64_t value) { writeBigEndian(static_cast<std::uint64_t>(value), 8); }
   void writeBinary(const std::byte* data, std::size_t size);
   void writeString(std::string_view text);
+  // Bytes already in this protocol, such as a struct written by another writer.
+  void writeEncoded(std::string_view bytes) {
+    bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+  }
 
   void reserve(std::size_t byteCount) { bytes_.reserve(byteCount); }
   const std::vector<std::uint8_t>& bytes() const { return bytes_; }

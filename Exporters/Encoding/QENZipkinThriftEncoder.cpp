@@ -191,6 +191,16 @@ void writeReadSpan(Writer& writer, const QENSpanReading& reading) {
   writer.writeFieldStop();
 }
 
+void writeSpanIn(Writer& writer, const QENThrift::Span& span, QENZipkinThriftEncoder::Form form,
+                 QENSpanReading& reading) {
+  if (form == QENZipkinThriftEncoder::Form::kAsMade) {
+    writeSpan(writer, span);
+  } else {
+    reading.read(span);
+    writeReadSpan(writer, reading);
+  }
+}
+
 }  // namespace
 
 std::vector<std::uint8_t> QENZipkinThriftEncoder::encodeSpans(
@@ -201,14 +211,28 @@ std::vector<std::uint8_t> QENZipkinThriftEncoder::encodeSpans(
   writer.writeListBegin(Writer::kStruct, presentCount(spans));
   QENSpanReading reading(options);
   for (const auto& span : spans) {
-    if (span == nullptr)
-      continue;
-    if (form == Form::kAsMade) {
-      writeSpan(writer, *span);
-    } else {
-      reading.read(*span);
-      writeReadSpan(writer, reading);
+    if (span != nullptr) {
+      writeSpanIn(writer, *span, form, reading);
     }
+  }
+  return writer.takeBytes();
+}
+
+std::string QENZipkinThriftEncoder::encodeSpan(const QENThrift::Span& span, Form form,
+                                               const QENSpanReadingOptions& options) {
+  Writer writer;
+  QENSpanReading reading(options);
+  writeSpanIn(writer, span, form, reading);
+  const auto& bytes = writer.bytes();
+  return std::string(bytes.begin(), bytes.end());
+}
+
+std::vector<std::uint8_t> QENZipkinThriftEncoder::frameSpans(
+    std::span<const std::string> encodedSpans) {
+  Writer writer;
+  writer.writeListBegin(Writer::kStruct, static_cast<std::int32_t>(encodedSpans.size()));
+  for (const std::string& encoded : encodedSpans) {
+    writer.writeEncoded(encoded);
   }
   return writer.takeBytes();
 }

@@ -29,4 +29,11 @@ class QENZipkinThriftEncoder {
   static std::vector<std::uint8_t> encodeSpans(
       std::span<const std::shared_ptr<QENThrift::Span>> spans, Form form = Form::kAsMade,
       const QENSpanReadingOptions& options = {});
+
+  // The same bytes a span at a time, for a reporter that sizes a batch by its spans' encoded
+  // bytes and then sends those bytes: frameSpans of each span's encodeSpan, in order, is exactly
+  // encodeSpans of the spans.
+  static std::string encodeSpan(const QENThrift::Span& span, Form form = Form::kAsMade,
+                                const QENSpanReadingOptions& options = {});
+  static std::vector<std::uint8_t> frameSpans(std::span<const std::string> encodedSpans);
 };

@@ -97,3 +97,25 @@ std::string QENZipkinV2JSONEncoder::encodeSpans(
   json.endArray();
   return out;
 }
+
+std::string QENZipkinV2JSONEncoder::encodeSpan(const QENThrift::Span& span,
+                                               const QENSpanReadingOptions& options) {
+  std::string out;
+  QENJSONWriter json(out);
+  QENSpanReading reading(options);
+  std::string scratch;
+  reading.read(span);
+  writeSpan(json, reading, scratch);
+  return out;
+}
+
+std::string QENZipkinV2JSONEncoder::frameSpans(std::span<const std::string> encodedSpans) {
+  std::string out;
+  QENJSONWriter json(out);
+  json.beginArray();
+  for (const std::string& encoded : encodedSpans) {
+    json.literal(encoded);
+  }
+  json.endArray();
+  return out;
+}
