@@ -11,7 +11,7 @@ constexpr int kSpinsBeforeSleeping = 10;
 
 }  // namespace
 
-bool QENLock::try_lock() noexcept {
+bool QENLock::try_lock() noexcept QEN_NO_THREAD_SAFETY_ANALYSIS {
   if (isHeldByCurrentThread()) {
     ++depth_;
     return true;

@@ -3,7 +3,10 @@
 #include <atomic>
 #include <cstdint>
 
-// A small labelled mutual-exclusion lock, usable with std::lock_guard and std::unique_lock.
+#include "QENThreadSafetyAnnotations.h"
+
+// A small labelled mutual-exclusion lock, usable with std::lock_guard and std::unique_lock, and
+// with QENLockGuard where clang's thread-safety analysis is to check what it guards.
 //
 // - Recursive: the thread that holds the lock may take it again (and must release it as often).
 //   Work done under a metric's lock (stopping its children, for one) may read that metric again
@@ -17,14 +20,14 @@
 //
 // A host on another platform may back it with its own primitive (os_unfair_lock on Apple
 // systems) as long as the recursive behaviour is kept.
-class QENLock {
+class QEN_CAPABILITY("mutex") QENLock {
  public:
   explicit QENLock(const char* label) noexcept : label_(label) {}
   QENLock(const QENLock&) = delete;
   QENLock& operator=(const QENLock&) = delete;
 
   // The uncontended paths are inline: a metric takes its lock on every start, stop and query.
-  void lock() noexcept {
+  void lock() noexcept QEN_ACQUIRE() QEN_NO_THREAD_SAFETY_ANALYSIS {
     if (isHeldByCurrentThread()) {
       ++depth_;
       return;
@@ -37,9 +40,9 @@ class QENLock {
     becomeOwner();
   }
 
-  bool try_lock() noexcept;
+  bool try_lock() noexcept QEN_TRY_ACQUIRE(true);
 
-  void unlock() noexcept {
+  void unlock() noexcept QEN_RELEASE() QEN_NO_THREAD_SAFETY_ANALYSIS {
     if (--depth_ > 0) {
       return;
     }

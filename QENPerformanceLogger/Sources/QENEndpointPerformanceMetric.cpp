@@ -11,6 +11,7 @@
 #include "QENAssert.h"
 #include "QENBundle/QENBundle.h"
 #include "QENFoundation/QENJSONSerialization.h"
+#include "QENFoundation/QENLockGuard.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENNumericConversion.h"
@@ -225,22 +226,22 @@ std::shared_ptr<const QENURL> QENEndpointPerformanceMetric::urlHeaderSentTo() co
 }
 
 std::shared_ptr<const QENURLRequest> QENEndpointPerformanceMetric::request() const {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   return request_;
 }
 
 void QENEndpointPerformanceMetric::setRequest(std::shared_ptr<const QENURLRequest> request) {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   request_.swap(request);
 }
 
 std::optional<QENEndpointPerformanceMetric::CallStackTrace>
 QENEndpointPerformanceMetric::callStackTrace() const {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   return callStackTrace_;
 }
 
 void QENEndpointPerformanceMetric::setCallStackTrace(std::optional<CallStackTrace> callStackTrace) {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   callStackTrace_.swap(callStackTrace);
 }

@@ -69,6 +69,6 @@ class QENEndpointPerformanceMetric : public QENPerformanceMetric,
  private:
   void annotateTransaction(const QENURLSessionTaskTransactionMetrics& transaction);
 
-  std::shared_ptr<const QENURLRequest> request_;  // under propertyLock
-  std::optional<CallStackTrace> callStackTrace_;  // under propertyLock
+  std::shared_ptr<const QENURLRequest> request_ QEN_GUARDED_BY(propertyLock());
+  std::optional<CallStackTrace> callStackTrace_ QEN_GUARDED_BY(propertyLock());
 };

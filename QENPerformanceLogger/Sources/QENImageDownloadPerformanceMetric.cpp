@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "BinaryAnnotation+QENAdditions.h"
+#include "QENFoundation/QENLockGuard.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "QENThrift/tracing_clientConstants.h"
 #include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"
@@ -53,16 +54,16 @@ void QENImageDownloadPerformanceMetric::imageNodeWillStartDisplayAsynchronously(
   setDisplayStartTime(startTime);
 }
 
-void QENImageDownloadPerformanceMetric::startChildOnce(std::shared_ptr<QENPerformanceMetric>& slot,
-                                                       const char* name, double startTime) {
+void QENImageDownloadPerformanceMetric::startChildOnce(ChildSlot slot, const char* name,
+                                                       double startTime) {
   // Made outside the lock, where its ids are drawn; dropped if another callback won the slot.
   auto child = QENPerformanceMetric::initLeafMetricWithName(name);
   {
-    const std::lock_guard guard(propertyLock());
-    if (slot != nullptr) {
+    const QENLockGuard guard(propertyLock());
+    if (this->*slot != nullptr) {
       return;
     }
-    slot = child;
+    this->*slot = child;
   }
   child->startMetricWithTime(startTime);
   addChildMetric(child);
@@ -70,12 +71,14 @@ void QENImageDownloadPerformanceMetric::startChildOnce(std::shared_ptr<QENPerfor
 
 void QENImageDownloadPerformanceMetric::imageNodeWillLoadImageFromCacheWithStartTime(
     double startTime) {
-  startChildOnce(loadImageFromCacheMetric_, "load_image_from_cache", startTime);
+  startChildOnce(&QENImageDownloadPerformanceMetric::loadImageFromCacheMetric_,
+                 "load_image_from_cache", startTime);
 }
 
 void QENImageDownloadPerformanceMetric::imageNodeWillLoadImageFromNetworkWithStartTime(
     double startTime) {
-  startChildOnce(loadImageFromNetworkMetric_, "load_image_from_network", startTime);
+  startChildOnce(&QENImageDownloadPerformanceMetric::loadImageFromNetworkMetric_,
+                 "load_image_from_network", startTime);
 }
 
 void QENImageDownloadPerformanceMetric::imageNodeDidLoadImageFromCacheWithEndTime(double endTime) {
@@ -138,24 +141,24 @@ bool QENImageDownloadPerformanceMetric::shouldInvalidate(const EventPointer& eve
 
 std::shared_ptr<QENPerformanceMetric> QENImageDownloadPerformanceMetric::loadImageFromCacheMetric()
     const {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   return loadImageFromCacheMetric_;
 }
 
 void QENImageDownloadPerformanceMetric::setLoadImageFromCacheMetric(
     std::shared_ptr<QENPerformanceMetric> metric) {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   loadImageFromCacheMetric_.swap(metric);
 }
 
 std::shared_ptr<QENPerformanceMetric>
 QENImageDownloadPerformanceMetric::loadImageFromNetworkMetric() const {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   return loadImageFromNetworkMetric_;
 }
 
 void QENImageDownloadPerformanceMetric::setLoadImageFromNetworkMetric(
     std::shared_ptr<QENPerformanceMetric> metric) {
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   loadImageFromNetworkMetric_.swap(metric);
 }

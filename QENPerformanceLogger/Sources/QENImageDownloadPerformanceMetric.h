@@ -73,12 +73,13 @@ class QENImageDownloadPerformanceMetric : public QENPerformanceMetric,
 
  private:
   // Makes, starts and adopts the child in `slot` unless it exists.
-  void startChildOnce(std::shared_ptr<QENPerformanceMetric>& slot, const char* name,
-                      double startTime);
+  // One of the two child fields below, filled under the lock.
+  using ChildSlot = std::shared_ptr<QENPerformanceMetric> QENImageDownloadPerformanceMetric::*;
+  void startChildOnce(ChildSlot slot, const char* name, double startTime);
 
   const std::shared_ptr<const QENURL> imageURL_;
   std::atomic<double> displayStartTime_{0.0};
   std::atomic<double> loadStartTime_{0.0};
-  std::shared_ptr<QENPerformanceMetric> loadImageFromCacheMetric_;    // under propertyLock
-  std::shared_ptr<QENPerformanceMetric> loadImageFromNetworkMetric_;  // under propertyLock
+  std::shared_ptr<QENPerformanceMetric> loadImageFromCacheMetric_ QEN_GUARDED_BY(propertyLock());
+  std::shared_ptr<QENPerformanceMetric> loadImageFromNetworkMetric_ QEN_GUARDED_BY(propertyLock());
 };

@@ -6,6 +6,7 @@
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENAssert.h"
+#include "QENFoundation/QENLockGuard.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENNumericConversion.h"
 #include "QENThrift/tracing_clientConstants.h"
@@ -125,7 +126,7 @@ void QENImageDownloadPerformanceMetricManager::instanceMonitorForSessionMetrics(
                         "Metric should not be nil unless disabled");
     return;
   }
-  const std::lock_guard guard(lock_);
+  const QENLockGuard guard(lock_);
   monitoredMetrics_.insert(metric);
 }
 
@@ -136,7 +137,7 @@ QENImageDownloadPerformanceMetricManager::removeMetricForProcessingWithURL(
     return nullptr;
   }
   const std::string cdnDomain = imageCDNHostDomain();
-  const std::lock_guard guard(lock_);
+  const QENLockGuard guard(lock_);
   for (auto candidate = monitoredMetrics_.begin(); candidate != monitoredMetrics_.end();
        ++candidate) {
     const auto imageURL = (*candidate)->associatedURL();
@@ -151,7 +152,7 @@ QENImageDownloadPerformanceMetricManager::removeMetricForProcessingWithURL(
 
 std::vector<QENImageDownloadPerformanceMetricManager::MetricPointer>
 QENImageDownloadPerformanceMetricManager::monitoredMetrics() const {
-  const std::lock_guard guard(lock_);
+  const QENLockGuard guard(lock_);
   return {monitoredMetrics_.begin(), monitoredMetrics_.end()};
 }
 

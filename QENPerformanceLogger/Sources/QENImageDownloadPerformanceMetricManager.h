@@ -72,5 +72,5 @@ class QENImageDownloadPerformanceMetricManager {
 
  private:
   mutable QENLock lock_;
-  std::unordered_set<MetricPointer> monitoredMetrics_;  // under lock_
+  std::unordered_set<MetricPointer> monitoredMetrics_ QEN_GUARDED_BY(lock_);
 };

@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "QENFoundation/QENLockGuard.h"
+
 QENParentPerformanceMetric::QENParentPerformanceMetric(ConstructionKey key, std::string name,
                                                        double uploadFraction,
                                                        bool shouldObserveMetricWillStart,
@@ -13,7 +15,7 @@ void QENParentPerformanceMetric::addTracedURL(const std::shared_ptr<const QENURL
   if (url == nullptr) {
     return;
   }
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   urlsToTrace_.insert(url->absoluteString());
 }
 
@@ -22,7 +24,7 @@ bool QENParentPerformanceMetric::shouldIncludeTraceIdForURL(
   if (url == nullptr) {
     return false;
   }
-  const std::lock_guard guard(propertyLock());
+  const QENLockGuard guard(propertyLock());
   return urlsToTrace_.contains(url->absoluteString());
 }
 

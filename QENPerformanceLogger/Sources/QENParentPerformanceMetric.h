@@ -30,5 +30,6 @@ class QENParentPerformanceMetric
   std::int64_t parentSpanIdForURL(const std::shared_ptr<const QENURL>& url) const override;
 
  private:
-  std::set<std::string, std::less<>> urlsToTrace_;  // absoluteStrings, under propertyLock
+  std::set<std::string, std::less<>> urlsToTrace_
+      QEN_GUARDED_BY(propertyLock());  // absoluteStrings
 };

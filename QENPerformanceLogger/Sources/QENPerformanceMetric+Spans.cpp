@@ -1,4 +1,5 @@
 // Span export: QENPerformanceMetric's Spans extension.
+#include "QENFoundation/QENLockGuard.h"
 #include "QENFoundation/QENRandom.h"
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceSendsTraceInHeader.h"
@@ -27,7 +28,7 @@ std::int64_t QENPerformanceMetric::generateAndStoreSpanIdForURL(
   if (url == nullptr) {
     return spanId;  // nothing to keep it under
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   if (urlToSpanId_ == nullptr) {
     urlToSpanId_ = std::make_unique<std::unordered_map<std::string, std::int64_t>>();
   }
@@ -44,7 +45,7 @@ std::int64_t QENPerformanceMetric::overriddenSpanId() const {
   if (url == nullptr) {
     return 0;
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   if (urlToSpanId_ == nullptr) {
     return 0;
   }

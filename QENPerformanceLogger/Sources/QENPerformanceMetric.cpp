@@ -14,6 +14,7 @@
 #include "QENFoundation/QENCurrentExceptionDescription.h"
 #include "QENFoundation/QENGlobalQueue.h"
 #include "QENFoundation/QENIndentation.h"
+#include "QENFoundation/QENLockGuard.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENFoundation/QENRandom.h"
@@ -106,7 +107,7 @@ void QENPerformanceMetric::startMetricWithTime(double startTime) {
   if (shouldPostMetricWillStart()) {
     postMetricWillStart();
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   if (startTime_ == kUnsetTime || startTime_ == startTime) {
     startTime_ = startTime;
   }
@@ -121,7 +122,7 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
   std::unique_ptr<Deciders> clearedDeciders;
   bool valid = false;
   {
-    const std::lock_guard guard(propertyLock_);
+    const QENLockGuard guard(propertyLock_);
     QENAssert(!(stopTime < startTime_), "-[QENPerformanceMetric stopMetricWithTime:]",
               "Metric stop time must be greater than or equal to start time");
     if (startTime_ <= stopTime_) {
@@ -157,7 +158,7 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
   std::shared_ptr<const CompletionBlockList> completions;
   std::unique_ptr<Deciders> clearedDeciders;
   {
-    const std::lock_guard guard(propertyLock_);
+    const QENLockGuard guard(propertyLock_);
     invalidateReason_ = reason;
     if (stopTime_ == kUnsetTime) {
       stopTime_ = QENMonotonicTimeGetCurrent();
@@ -182,7 +183,7 @@ void QENPerformanceMetric::invalidateChildren(const MetricList& children,
 void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason reason,
                                                 std::int64_t invalidatingQenLogEventType) {
   {
-    const std::lock_guard guard(propertyLock_);
+    const QENLockGuard guard(propertyLock_);
     setInvalidatingQenLogEventType(invalidatingQenLogEventType);
   }
   invalidateWithReason(reason);
@@ -203,7 +204,7 @@ void QENPerformanceMetric::addCompletionBlock(CompletionBlock block) {
   std::shared_ptr<const CompletionBlockList> replaced;
   bool valid = false;
   {
-    const std::lock_guard guard(propertyLock_);
+    const QENLockGuard guard(propertyLock_);
     if (!_locked_isFinished()) {
       auto blocks = completionBlocks_ ? std::make_shared<CompletionBlockList>(*completionBlocks_)
                                       : std::make_shared<CompletionBlockList>();
@@ -244,22 +245,22 @@ void QENPerformanceMetric::runCompletionBlock(const CompletionBlock& block, bool
 // MARK: - Queries
 
 bool QENPerformanceMetric::isStarted() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return startTime_ != kUnsetTime;
 }
 
 bool QENPerformanceMetric::isFinished() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return _locked_isFinished();
 }
 
 bool QENPerformanceMetric::isInFlight() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return startTime_ != kUnsetTime && stopTime_ == kUnsetTime;
 }
 
 bool QENPerformanceMetric::isValid() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return _locked_isValid();
 }
 
@@ -275,7 +276,7 @@ double QENPerformanceMetric::metricTime() const {
   double start = kUnsetTime;
   double stop = kUnsetTime;
   {
-    const std::lock_guard guard(propertyLock_);
+    const QENLockGuard guard(propertyLock_);
     start = startTime_;
     stop = stopTime_;
   }
@@ -298,7 +299,7 @@ double QENPerformanceMetric::randomUploadFraction() const noexcept {
 bool QENPerformanceMetric::shouldUpload() const {
   static const bool performanceTestMode = QENCommandLineOptions::isPerformanceTestMode();
   const double draw = randomUploadFraction();  // drawn outside the lock
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   const bool sampled = performanceTestMode || (uploadFraction_ != 0.0 && draw <= uploadFraction_);
   return sampled && invalidateReason_ != QENPerformanceMetricStopReasonUnknown;
 }
@@ -317,7 +318,7 @@ void QENPerformanceMetric::addChildMetric(std::shared_ptr<QENPerformanceMetric> 
                         "A metric cannot become a child of itself or of one of its descendants");
     return;
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   QENAssert(child->parentMetric_.load().expired(), "-[QENPerformanceMetric addChildMetric:]",
             "Child metric should not already have a parent.");
   child->setParentMetric(weak_from_this());
@@ -346,7 +347,7 @@ bool QENPerformanceMetric::isSelfOrDescendantOf(const QENPerformanceMetric& star
 }
 
 QENPerformanceMetric::MetricList QENPerformanceMetric::childMetrics() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return childMetrics_;
 }
 
@@ -370,7 +371,7 @@ void QENPerformanceMetric::startObservingMetricWillStartNotificationsIfNeeded() 
   if (self == nullptr) {
     return;  // not owned yet: the factories register once it is
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   if (isObservingMetricWillStart()) {
     return;
   }
@@ -385,7 +386,7 @@ void QENPerformanceMetric::startObservingMetricWillStartNotificationsIfNeeded() 
 }
 
 void QENPerformanceMetric::stopObservingMetricWillStartNotificationsIfNeeded() {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   if (!isObservingMetricWillStart()) {
     return;
   }
@@ -411,7 +412,7 @@ void QENPerformanceMetric::addAnnotation(AnnotationPointer annotation) {
                         "Assertion should not have been reached");
     return;
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   annotations_.push_back(std::move(annotation));
 }
 
@@ -424,7 +425,7 @@ void QENPerformanceMetric::addBinaryAnnotation(BinaryAnnotationPointer binaryAnn
   if (!binaryAnnotation->value()) {
     return;
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   binaryAnnotations_.push_back(std::move(binaryAnnotation));
 }
 
@@ -440,19 +441,19 @@ void QENPerformanceMetric::addBinaryAnnotations(
   if (withValues.empty()) {
     return;
   }
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   binaryAnnotations_.insert(binaryAnnotations_.end(), std::make_move_iterator(withValues.begin()),
                             std::make_move_iterator(withValues.end()));
 }
 
 std::vector<QENPerformanceMetric::AnnotationPointer> QENPerformanceMetric::annotations() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return annotations_;
 }
 
 std::vector<QENPerformanceMetric::BinaryAnnotationPointer> QENPerformanceMetric::binaryAnnotations()
     const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return binaryAnnotations_;
 }
 
@@ -605,91 +606,91 @@ std::int64_t QENPerformanceMetric::spanId() const {
 }
 
 void QENPerformanceMetric::overrideMetricWithSpanId(std::int64_t spanId) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   spanId_.store(spanId, std::memory_order_relaxed);
 }
 
 // MARK: - Locked properties
 
 double QENPerformanceMetric::startTime() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return startTime_;
 }
 
 void QENPerformanceMetric::setStartTime(double startTime) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   startTime_ = startTime;
 }
 
 double QENPerformanceMetric::stopTime() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return stopTime_;
 }
 
 void QENPerformanceMetric::setStopTime(double stopTime) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   stopTime_ = stopTime;
 }
 
 QENPerformanceMetricStopReason QENPerformanceMetric::invalidateReason() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return invalidateReason_;
 }
 
 void QENPerformanceMetric::setInvalidateReason(QENPerformanceMetricStopReason reason) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   invalidateReason_ = reason;
 }
 
 QENPerformanceMetricStartReason QENPerformanceMetric::metricCause() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return metricCause_;
 }
 
 void QENPerformanceMetric::setMetricCause(QENPerformanceMetricStartReason cause) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   metricCause_ = cause;
 }
 
 std::int64_t QENPerformanceMetric::viewType() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return viewType_;
 }
 
 void QENPerformanceMetric::setViewType(std::int64_t viewType) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   viewType_ = viewType;
 }
 
 std::int64_t QENPerformanceMetric::viewParameter() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return viewParameter_;
 }
 
 void QENPerformanceMetric::setViewParameter(std::int64_t viewParameter) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   viewParameter_ = viewParameter;
 }
 
 std::shared_ptr<const QENPerformanceMetric::CompletionBlockList>
 QENPerformanceMetric::completionBlocks() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return completionBlocks_;
 }
 
 void QENPerformanceMetric::setCompletionBlocks(std::shared_ptr<const CompletionBlockList> blocks) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   completionBlocks_.swap(blocks);
 }
 
 QENPerformanceMetric::ShouldCompleteBlock QENPerformanceMetric::shouldCompleteBlock() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return deciders_ ? deciders_->shouldComplete : nullptr;
 }
 
 // The block replaced is released after the lock, with the argument.
 void QENPerformanceMetric::setShouldCompleteBlock(ShouldCompleteBlock block) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   if (deciders_ == nullptr) {
     deciders_ = std::make_unique<Deciders>();
   }
@@ -697,12 +698,12 @@ void QENPerformanceMetric::setShouldCompleteBlock(ShouldCompleteBlock block) {
 }
 
 QENPerformanceMetric::ShouldInvalidateBlock QENPerformanceMetric::shouldInvalidateBlock() const {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   return deciders_ ? deciders_->shouldInvalidate : nullptr;
 }
 
 void QENPerformanceMetric::setShouldInvalidateBlock(ShouldInvalidateBlock block) {
-  const std::lock_guard guard(propertyLock_);
+  const QENLockGuard guard(propertyLock_);
   if (deciders_ == nullptr) {
     deciders_ = std::make_unique<Deciders>();
   }

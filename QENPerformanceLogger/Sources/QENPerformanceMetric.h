@@ -18,6 +18,7 @@
 #include "QENFoundation/QENLock.h"
 #include "QENFoundation/QENNotification.h"
 #include "QENFoundation/QENObject.h"
+#include "QENFoundation/QENThreadSafetyAnnotations.h"
 #include "QENPerformanceMetricAppContext.h"
 #include "QENPerformanceMetricFactories.h"
 #include "QENThrift/Annotation.h"
@@ -138,11 +139,11 @@ class QENPerformanceMetric : public QENObject,
   bool shouldUpload() const;
 
   // The state tests for callers that already hold the lock.
-  bool _locked_isFinished() const;
-  bool _locked_isValid() const;
-  void lock() const { propertyLock_.lock(); }
-  void unlock() const { propertyLock_.unlock(); }
-  QENLock& propertyLock() const { return propertyLock_; }
+  bool _locked_isFinished() const QEN_REQUIRES(propertyLock_);
+  bool _locked_isValid() const QEN_REQUIRES(propertyLock_);
+  void lock() const QEN_ACQUIRE(propertyLock_) { propertyLock_.lock(); }
+  void unlock() const QEN_RELEASE(propertyLock_) { propertyLock_.unlock(); }
+  QENLock& propertyLock() const QEN_RETURN_CAPABILITY(propertyLock_) { return propertyLock_; }
 
   // Tree. addChildMetric appends the child and makes this metric its parent; a child that
   // already has a parent is reported, re-parented and appended anyway. A child that would close
@@ -363,28 +364,31 @@ class QENPerformanceMetric : public QENObject,
                                        bool valid);
   static void runCompletionBlock(const CompletionBlock& block, bool valid);
   // Whether this metric is `start` or one of its descendants; under the tree-structure mutex.
-  bool isSelfOrDescendantOf(const QENPerformanceMetric& start) const;
+  // Reads child lists under that mutex alone, which every change to them also holds.
+  bool isSelfOrDescendantOf(const QENPerformanceMetric& start) const QEN_NO_THREAD_SAFETY_ANALYSIS;
   void invalidateChildren(const MetricList& children, QENPerformanceMetricStopReason reason);
 
   // Guarded by propertyLock_.
-  QENPerformanceMetricStopReason invalidateReason_ = QENPerformanceMetricStopReasonDefault;
-  QENPerformanceMetricStartReason metricCause_ = -1;
-  double startTime_ = kUnsetTime;
-  double stopTime_ = kUnsetTime;
-  std::int64_t viewType_ = -1;
-  std::int64_t viewParameter_ = -1;
-  MetricList childMetrics_;
-  std::vector<AnnotationPointer> annotations_;
-  std::vector<BinaryAnnotationPointer> binaryAnnotations_;
+  QENPerformanceMetricStopReason invalidateReason_ QEN_GUARDED_BY(propertyLock_) =
+      QENPerformanceMetricStopReasonDefault;
+  QENPerformanceMetricStartReason metricCause_ QEN_GUARDED_BY(propertyLock_) = -1;
+  double startTime_ QEN_GUARDED_BY(propertyLock_) = kUnsetTime;
+  double stopTime_ QEN_GUARDED_BY(propertyLock_) = kUnsetTime;
+  std::int64_t viewType_ QEN_GUARDED_BY(propertyLock_) = -1;
+  std::int64_t viewParameter_ QEN_GUARDED_BY(propertyLock_) = -1;
+  MetricList childMetrics_ QEN_GUARDED_BY(propertyLock_);
+  std::vector<AnnotationPointer> annotations_ QEN_GUARDED_BY(propertyLock_);
+  std::vector<BinaryAnnotationPointer> binaryAnnotations_ QEN_GUARDED_BY(propertyLock_);
   // Made on first use: most metrics never send trace headers or decide on events, and a leaf
   // metric's footprint is what every measurement pays.
-  std::unique_ptr<std::unordered_map<std::string, std::int64_t>> urlToSpanId_;  // by absoluteString
-  std::shared_ptr<const CompletionBlockList> completionBlocks_;
+  std::unique_ptr<std::unordered_map<std::string, std::int64_t>> urlToSpanId_
+      QEN_GUARDED_BY(propertyLock_);  // by absoluteString
+  std::shared_ptr<const CompletionBlockList> completionBlocks_ QEN_GUARDED_BY(propertyLock_);
   struct Deciders {
     ShouldCompleteBlock shouldComplete;
     ShouldInvalidateBlock shouldInvalidate;
   };
-  std::unique_ptr<Deciders> deciders_;
+  std::unique_ptr<Deciders> deciders_ QEN_GUARDED_BY(propertyLock_);
   mutable QENLock propertyLock_;
 
   // Fixed after construction.

@@ -1,5 +1,6 @@
 // Span export: a metric tree read into spans.
 #include "QENSpanExport.h"
+#include "QENFoundation/QENLockGuard.h"
 
 #include <limits>
 
@@ -141,7 +142,7 @@ std::int64_t QENSpanExport::parentSpanId(const QENPerformanceMetric& child,
 QENSpanExport::Snapshot QENSpanExport::snapshotOf(const QENPerformanceMetric& metric,
                                                   bool isTopLevel) {
   Snapshot snapshot{};
-  const std::lock_guard guard(metric.propertyLock_);
+  const QENLockGuard guard(metric.propertyLock_);
   snapshot.started = metric.startTime_ != kUnsetTime;
   snapshot.finished = metric._locked_isFinished();
   snapshot.startTime = metric.startTime_;
