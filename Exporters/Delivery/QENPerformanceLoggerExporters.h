@@ -12,6 +12,7 @@
 // Delivery: the reporter, the spool that keeps spans through a killed app, the watcher of
 // unfinished trees, and the transport a host may replace.
 #include "QENCollectorTransport.h"
+#include "QENCurlCollectorTransport.h"
 #include "QENSpanReporter.h"
 #include "QENSpanSpool.h"
 #include "QENUnfinishedTraceWatcher.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "QENAssert.h"
+#include "QENBackoff.h"
 #include "QENCurlCollectorTransport.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
 #include "QENPerformanceLoggerVersion.h"
@@ -69,7 +70,8 @@ QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
     : options_(validated(std::move(options))),
       transport_(transportFor(options_)),
       spoolWaiting_(options_.spool != nullptr),  // what an earlier process left goes first
-      spoolBackoff_(options_.initialBackoff, options_.maximumBackoff) {
+      spoolBackoff_(
+          std::make_unique<QENBackoff>(options_.initialBackoff, options_.maximumBackoff)) {
   worker_ = std::thread([this] { run(); });
 }
 
@@ -278,7 +280,7 @@ void QENSpanReporter::deliverFromSpool() {
   switch (outcome) {
     case Outcome::kDelivered:
       counters_.delivered += batch->spanCount;
-      spoolBackoff_.reset();
+      spoolBackoff_->reset();
       break;
     case Outcome::kRefused:
       counters_.droppedClientError += batch->spanCount;
@@ -287,7 +289,7 @@ void QENSpanReporter::deliverFromSpool() {
       spoolNotBefore_ = Clock::time_point::max();
       break;
     case Outcome::kRetry:
-      spoolNotBefore_ = Clock::now() + spoolBackoff_.next();
+      spoolNotBefore_ = Clock::now() + spoolBackoff_->next();
       break;
   }
 }

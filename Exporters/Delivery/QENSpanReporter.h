@@ -14,7 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include "QENBackoff.h"
 #include "QENCollectorTransport.h"
 #include "QENDeliveryDeadline.h"
 #include "QENSpanEncoding.h"
@@ -26,6 +25,8 @@
 // spool, accepted == persisted + droppedQueueFull + droppedShutDown + droppedSpoolWriteFailed,
 // and what was persisted is delivered, now or by a later process, or dropped by the spool's
 // bounds; delivered then also counts spans that earlier processes persisted.
+class QENBackoff;
+
 struct QENSpanReporterCounters {
   std::uint64_t accepted = 0;   // handed to report
   std::uint64_t persisted = 0;  // written to the spool
@@ -155,7 +156,7 @@ class QENSpanReporter {
   // With a spool: whether it may hold batches, and when the next may be sent.
   bool spoolWaiting_ = false;
   Clock::time_point spoolNotBefore_;
-  QENBackoff spoolBackoff_;
+  std::unique_ptr<QENBackoff> spoolBackoff_;
   // When shutdown's time is up; the end of time until shutdown.
   QENDeliveryDeadline deadline_;
   std::mutex joinMutex_;

@@ -32,7 +32,8 @@
 #include "QENTracePropagationHeaders.h"
 #include "QENZipkinHTTPHeaders.h"
 
-// For a subclass: the protocols a metric adopts and the factories it inherits.
+// For a subclass: the protocols a metric adopts, the factories it inherits, the guard for its lock.
+#include "QENFoundation/QENLockGuard.h"
 #include "QENPerformanceMetricFactories.h"
 #include "QENPerformanceSendsSubspans.h"
 #include "QENPerformanceSendsTraceInHeader.h"
@@ -40,12 +41,17 @@
 // Debugging.
 #include "Span+DebugDescription.h"
 
-// What a host supplies to the platform layer: lifecycle events, reachability, launch options,
-// the developer log's sink and the queue callbacks run on.
+// What a host supplies to the platform layer: lifecycle events and its own notifications,
+// reachability, launch options, bundle and device information, the developer log's sink, the
+// queue callbacks run on, and the responses its network stack received.
 #include "QENApplication/QENApplicationLifecycle.h"
+#include "QENBundle/QENBundle.h"
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
+#include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
 #include "QENFoundation/QENGlobalQueue.h"
+#include "QENFoundation/QENNotificationCenter.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
+#include "QENURLLoading/QENHTTPURLResponse.h"
 
 #include "QENPerformanceLoggerVersion.h"
