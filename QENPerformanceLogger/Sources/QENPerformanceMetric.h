@@ -83,24 +83,9 @@ class QENPerformanceMetric : public QENObject,
   using MetricNameSet = std::set<std::string, std::less<>>;
   using SpanList = std::vector<std::shared_ptr<QENThrift::Span>>;
 
-  // Only the factories can make a key, so only they construct metrics.
-  class ConstructionKey {
-    explicit ConstructionKey() = default;
-    friend class QENPerformanceMetric;
-  };
-
-  QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
-                       bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart);
-  ~QENPerformanceMetric() override;
-  QENPerformanceMetric(const QENPerformanceMetric&) = delete;
-  QENPerformanceMetric& operator=(const QENPerformanceMetric&) = delete;
-
-  // Recognised as the object of a notification without run-time type information.
-  static constexpr QENObjectClassKey kObjectClassKey{};
-  const void* objectAs(const QENObjectClassKey& key) const override;
-  // A metric that adopts QENPerformanceSendsTraceInHeader returns itself here (the library's
-  // own do); export then reports the span id sent in its request's headers.
-  virtual const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const { return nullptr; }
+  // ==== For a host ====
+  // Made by the factories (QENPerformanceMetricFactories): initWithName, initLeafMetricWithName,
+  // createWithName.
 
   // Lifecycle. The first start wins: a later start with another time is ignored. A stop before
   // any start, and a second stop, change nothing. A start at NaN is reported and ignored; a stop
@@ -138,13 +123,6 @@ class QENPerformanceMetric : public QENObject,
   // Whether the metric is sampled for upload and not invalidated as Unknown.
   bool shouldUpload() const;
 
-  // The state tests for callers that already hold the lock.
-  bool _locked_isFinished() const QEN_REQUIRES(propertyLock_);
-  bool _locked_isValid() const QEN_REQUIRES(propertyLock_);
-  void lock() const QEN_ACQUIRE(propertyLock_) { propertyLock_.lock(); }
-  void unlock() const QEN_RELEASE(propertyLock_) { propertyLock_.unlock(); }
-  QENLock& propertyLock() const QEN_RETURN_CAPABILITY(propertyLock_) { return propertyLock_; }
-
   // Tree. addChildMetric appends the child and makes this metric its parent; a child that
   // already has a parent is reported, re-parented and appended anyway. A child that would close
   // a cycle (this metric itself, or one this metric descends from) is reported and not added:
@@ -155,11 +133,6 @@ class QENPerformanceMetric : public QENObject,
   MetricList childMetrics() const;
   std::shared_ptr<QENPerformanceMetric> parentMetric() const;
   void setParentMetric(const std::weak_ptr<QENPerformanceMetric>& parent);
-
-  // Will-start notifications.
-  void startObservingMetricWillStartNotificationsIfNeeded();
-  void stopObservingMetricWillStartNotificationsIfNeeded();
-  void metricWillStartWithNotification(const QENNotification& notification);
 
   // Annotations. Both lists keep insertion order and allow duplicates, in every state of the
   // metric. A binary annotation without a value is dropped without a report.
@@ -179,18 +152,6 @@ class QENPerformanceMetric : public QENObject,
   // deciding callbacks run on the calling thread, outside every lock.
   void processContextLoggingEvent(const EventPointer& event);
   void processPerformanceEventType(std::uint64_t performanceEventType, double time);
-
-  // Hooks for subclasses.
-  // Called for each metric that starts while this one listens, is unfinished, and the starting
-  // metric has no parent. Adopt it with addChildMetric if it belongs here.
-  virtual void addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>& metric);
-  virtual void linearizeCriticalPath();
-  virtual bool isExclusive() const;
-  virtual bool shouldLogNetworkRequests() const;
-  virtual std::string identifier() const;
-  // Whether a host's context-logging event invalidates this metric; by default the answer of
-  // shouldInvalidateBlock, or false without one.
-  virtual bool shouldInvalidate(const EventPointer& event) const;
 
   // Debugging: one line per metric of the tree, children indented one level deeper, e.g.
   //   "Metric: feed; Stop reason: Complete; Timing: 0.250000 (10.000000 - 10.250000);
@@ -320,6 +281,54 @@ class QENPerformanceMetric : public QENObject,
   bool isObservingMetricWillStart() const noexcept {
     return isObservingMetricWillStart_.load(std::memory_order_relaxed);
   }
+
+  // ==== For a subclass ====
+  // What a metric class of the host's or the library's own builds on: construction through the
+  // factories, the hooks it overrides, its lock and the queries that assume it is held, and the
+  // plumbing of notifications and will-start listening, which the library calls.
+
+  // Only the factories can make a key, so only they construct metrics.
+  class ConstructionKey {
+    explicit ConstructionKey() = default;
+    friend class QENPerformanceMetric;
+  };
+
+  QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
+                       bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart);
+  ~QENPerformanceMetric() override;
+  QENPerformanceMetric(const QENPerformanceMetric&) = delete;
+  QENPerformanceMetric& operator=(const QENPerformanceMetric&) = delete;
+
+  // Hooks.
+  // Called for each metric that starts while this one listens, is unfinished, and the starting
+  // metric has no parent. Adopt it with addChildMetric if it belongs here.
+  virtual void addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>& metric);
+  virtual void linearizeCriticalPath();
+  virtual bool isExclusive() const;
+  virtual bool shouldLogNetworkRequests() const;
+  virtual std::string identifier() const;
+  // Whether a host's context-logging event invalidates this metric; by default the answer of
+  // shouldInvalidateBlock, or false without one.
+  virtual bool shouldInvalidate(const EventPointer& event) const;
+
+  // The state tests for callers that already hold the lock.
+  bool _locked_isFinished() const QEN_REQUIRES(propertyLock_);
+  bool _locked_isValid() const QEN_REQUIRES(propertyLock_);
+  void lock() const QEN_ACQUIRE(propertyLock_) { propertyLock_.lock(); }
+  void unlock() const QEN_RELEASE(propertyLock_) { propertyLock_.unlock(); }
+  QENLock& propertyLock() const QEN_RETURN_CAPABILITY(propertyLock_) { return propertyLock_; }
+
+  // Recognised as the object of a notification without run-time type information.
+  static constexpr QENObjectClassKey kObjectClassKey{};
+  const void* objectAs(const QENObjectClassKey& key) const override;
+  // A metric that adopts QENPerformanceSendsTraceInHeader returns itself here (the library's
+  // own do); export then reports the span id sent in its request's headers.
+  virtual const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const { return nullptr; }
+
+  // Will-start notifications.
+  void startObservingMetricWillStartNotificationsIfNeeded();
+  void stopObservingMetricWillStartNotificationsIfNeeded();
+  void metricWillStartWithNotification(const QENNotification& notification);
 
  protected:
   template <class>
