@@ -164,11 +164,10 @@ TEST(TracePropagationHeaders, EachFormCarriesTheIdsAndTheSamplingDecision) {
         {"b3", "0000000000000abc-0000000000000001-1-0000000000000002"},
         {"traceparent", "00-00000000000000000000000000000abc-0000000000000001-01"}}},
       {{-1, 0x10, 0, false, false},
-       {{"X-B3-TraceId", "ffffffffffffffff"},
+       {{"X-B3-TraceId", "ffffffffffffffff"},  // a root request names no parent
         {"X-B3-SpanId", "0000000000000010"},
-        {"X-B3-ParentSpanId", "0000000000000000"},
         {"X-B3-Sampled", "0"},
-        {"b3", "ffffffffffffffff-0000000000000010-0-0000000000000000"},
+        {"b3", "ffffffffffffffff-0000000000000010-0"},
         {"traceparent", "00-0000000000000000ffffffffffffffff-0000000000000010-00"}}},
       {{0xabc, 0x1, 0x2, false, true},
        {{"X-B3-TraceId", "0000000000000abc"},

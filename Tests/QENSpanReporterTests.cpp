@@ -9,6 +9,7 @@
 #include <ostream>
 #include <thread>
 
+#include "QENPerformanceMetric.h"
 #include "QENSpanReporter.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
@@ -197,6 +198,22 @@ TEST(SpanReporter, AFullBatchLeavesAtOnceWithoutWaitingForTheFlushInterval) {
   EXPECT_TRUE(reporter.shutdown(20s));
   ASSERT_EQ(server.requests().size(), 1u);
   expectBooksBalance(reporter.counters(), &server);
+}
+
+TEST(SpanReporter, SendsZipkinV1AsABackendReadsItWithNoSaturatedTime) {
+  const auto collector =
+      std::make_shared<QENScriptedCollectorTransport>([](int) { return Outcome::kDelivered; });
+  auto settings = options(collector);
+  settings.encoding.format = QENSpanEncodingFormat::kZipkinV1Thrift;
+  QENSpanReporter reporter(settings);
+  const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
+  feed->startMetric();
+  feed->stopMetric();
+  reporter.report(feed->spansWithAppContext(QENPerformanceMetricAppContext("1", "x")));
+  EXPECT_TRUE(reporter.shutdown(20s));
+  ASSERT_EQ(collector->posts().size(), 1u);
+  const std::string saturatedTime = "\x7f\xff\xff\xff\xff\xff\xff\xff";
+  EXPECT_EQ(collector->posts()[0].body.find(saturatedTime), std::string::npos);
 }
 
 TEST(SpanReporter, AFullQueueDropsTheOldestAndCountsThem) {

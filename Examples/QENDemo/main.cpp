@@ -240,21 +240,26 @@ int main(int argc, char** argv) {
   std::printf("video preload headers:\n");
   for (const auto& [name, value] :
        QENTracePropagationHeaders::headersForVideoPreload(*preload, feed->shouldUpload())) {
-    const bool carriesIds = name != "X-B3-Flags" && name != "X-B3-Sampled";
-    std::printf("  %s: %s\n", name.c_str(), carriesIds ? "<ids>" : value.c_str());
+    std::printf("  %s: %s\n", name.c_str(), value.c_str());
   }
 
   std::filesystem::create_directories(output);
   std::printf("\nwritten:\n");
-  write(output / "spans-zipkin-v2.json", QENZipkinV2JSONEncoder::encodeSpans(spans));
-  const auto thrift = QENZipkinThriftEncoder::encodeSpans(spans);
+  // Spans name the app they came from: without a service name they would carry the platform's
+  // ("linux" here), shared by every app on it.
+  const QENSpanReadingOptions service{.serviceName = "qen-demo-app"};
+  write(output / "spans-zipkin-v2.json", QENZipkinV2JSONEncoder::encodeSpans(spans, service));
+  // As a v1 backend reads it right: no saturated client-send or -receive time.
+  const auto thrift = QENZipkinThriftEncoder::encodeSpans(
+      spans, QENZipkinThriftEncoder::Form::kBackendSafe, service);
   write(output / "spans-zipkin-v1.thrift", std::string(thrift.begin(), thrift.end()));
-  write(output / "spans-chrome-trace.json", QENChromeTraceEncoder::encodeSpans(spans));
-  write(output / "spans-otlp.json", QENOTLPJSONEncoder::encodeSpans(spans));
+  write(output / "spans-chrome-trace.json", QENChromeTraceEncoder::encodeSpans(spans, service));
+  write(output / "spans-otlp.json", QENOTLPJSONEncoder::encodeSpans(spans, service));
 
   if (!collector.empty()) {
     QENSpanReporterOptions options;
     options.collectorURL = collector;
+    options.encoding.reading = service;
     QENSpanReporter reporter(options);
     reporter.report(spans);
     const bool delivered = reporter.shutdown(std::chrono::seconds(10));

@@ -28,8 +28,10 @@ struct QENSpanEncoding {
   QENSpanEncodingFormat format = QENSpanEncodingFormat::kZipkinV2JSON;
   // The service the spans belong to, for every format.
   QENSpanReadingOptions reading;
-  // Zipkin v1 Thrift only: the spans as the library made them, or as a v1 backend shows right.
-  QENZipkinThriftEncoder::Form thriftForm = QENZipkinThriftEncoder::Form::kAsMade;
+  // Zipkin v1 Thrift only: as a v1 backend shows the spans right (the default: what a collector
+  // is sent), or byte for byte as the library made them, saturated client-send and -receive
+  // times included, which a v1 backend would read as times.
+  QENZipkinThriftEncoder::Form thriftForm = QENZipkinThriftEncoder::Form::kBackendSafe;
   // Bodies are gzip-compressed (Content-Encoding: gzip), as collectors take them.
   bool gzip = true;
 

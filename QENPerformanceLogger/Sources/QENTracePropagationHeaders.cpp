@@ -15,8 +15,10 @@ QENTracePropagationHeaders::HeaderFields QENTracePropagationHeaders::headersForC
   HeaderFields headers{
       {std::string(kZipkinHTTPHeaderTraceId), hex(context.traceId)},
       {std::string(kZipkinHTTPHeaderSpanId), hex(context.spanId)},
-      {std::string(kZipkinHTTPHeaderParentSpanId), hex(context.parentSpanId)},
   };
+  if (context.parentSpanId != 0) {
+    headers.emplace(kZipkinHTTPHeaderParentSpanId, hex(context.parentSpanId));
+  }
   if (context.debug) {
     headers.emplace(kZipkinHTTPHeaderDebugKey, kZipkinHTTPHeaderDebugValue);
   }
@@ -32,8 +34,11 @@ void QENTracePropagationHeaders::addSingleHeaders(HeaderFields& headers, const C
     return;
   }
   const std::string samplingState = context.debug ? "d" : context.sampled ? "1" : "0";
-  headers.emplace(kB3SingleHeader, hex(context.traceId) + "-" + hex(context.spanId) + "-" +
-                                       samplingState + "-" + hex(context.parentSpanId));
+  std::string single = hex(context.traceId) + "-" + hex(context.spanId) + "-" + samplingState;
+  if (context.parentSpanId != 0) {
+    single += "-" + hex(context.parentSpanId);
+  }
+  headers.emplace(kB3SingleHeader, std::move(single));
   const bool sampled = context.sampled || context.debug;
   headers.emplace(kW3CTraceParentHeader, "00-0000000000000000" + hex(context.traceId) + "-" +
                                              hex(context.spanId) + (sampled ? "-01" : "-00"));

@@ -22,7 +22,8 @@
 //   W3C trace context.
 //
 // An id of zero is invalid in both single headers, so with a zero trace or span id (one draw in
-// 2^64) they are left out and only the B3 headers go.
+// 2^64) they are left out and only the B3 headers go. A request with no parent (parent span id
+// 0) sends no X-B3-ParentSpanId, and its b3 header ends at the sampling state.
 class QENTracePropagationHeaders {
  public:
   using HeaderFields = std::map<std::string, std::string, std::less<>>;
@@ -30,7 +31,7 @@ class QENTracePropagationHeaders {
   struct Context {
     std::int64_t traceId = 0;
     std::int64_t spanId = 0;
-    std::int64_t parentSpanId = 0;
+    std::int64_t parentSpanId = 0;  // 0: a root request, which names no parent
     bool sampled = false;
     bool debug = false;
   };
