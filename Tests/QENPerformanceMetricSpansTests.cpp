@@ -184,14 +184,14 @@ TEST(SpanExport, ScalesEachTimeThenRoundsHalfAwayFromZeroAndSaturatesOnExtremeTi
   EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(viewType) >> 32, 5) << "wraps to 32 bits";
 }
 
-// A metric whose request carried trace headers to a fixed URL.
+// A host's metric whose request carried trace headers to a fixed URL: adopting the protocol is
+// all it does.
 class TracedRequestMetric : public QENPerformanceMetric,
                             public QENPerformanceSendsTraceInHeader,
                             public QENPerformanceMetricFactories<TracedRequestMetric> {
  public:
   using QENPerformanceMetricFactories<TracedRequestMetric>::initWithName;
   using QENPerformanceMetric::QENPerformanceMetric;
-  const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const override { return this; }
   std::shared_ptr<const QENURL> urlHeaderSentTo() const override {
     return QENURL::URLWithString("https://api.example.com/feed");
   }

@@ -58,7 +58,6 @@ class QENEndpointPerformanceMetric : public QENPerformanceMetric,
   // written. For the host; the library never calls it.
   static std::string serializeStackTrace(const CallStackTrace& callStackTrace);
 
-  const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const override { return this; }
   std::shared_ptr<const QENURL> urlHeaderSentTo() const override;
 
   std::shared_ptr<const QENURLRequest> request() const;

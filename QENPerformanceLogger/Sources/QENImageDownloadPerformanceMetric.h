@@ -55,7 +55,6 @@ class QENImageDownloadPerformanceMetric : public QENPerformanceMetric,
   void stopLoadImageFromCacheMetric(double endTime, bool success);
   // True exactly for the host's navigation and dismissal event types that end an image's wait.
   bool shouldInvalidate(const EventPointer& event) const override;
-  const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const override { return this; }
   std::shared_ptr<const QENURL> urlHeaderSentTo() const override { return imageURL_; }
 
   const std::shared_ptr<const QENURL>& imageURL() const { return imageURL_; }

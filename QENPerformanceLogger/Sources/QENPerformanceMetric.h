@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -21,13 +22,12 @@
 #include "QENFoundation/QENThreadSafetyAnnotations.h"
 #include "QENPerformanceMetricAppContext.h"
 #include "QENPerformanceMetricFactories.h"
+#include "QENPerformanceSendsTraceInHeader.h"
 #include "QENThrift/Annotation.h"
 #include "QENThrift/BinaryAnnotation.h"
 #include "QENThrift/Event.h"
 #include "QENThrift/Span.h"
 #include "QENURLLoading/QENURL.h"
-
-class QENPerformanceSendsTraceInHeader;
 
 // Why a metric stopped. Any value may be stored; these are the defined ones.
 using QENPerformanceMetricStopReason = std::int64_t;
@@ -321,9 +321,12 @@ class QENPerformanceMetric : public QENObject,
   // Recognised as the object of a notification without run-time type information.
   static constexpr QENObjectClassKey kObjectClassKey{};
   const void* objectAs(const QENObjectClassKey& key) const override;
-  // A metric that adopts QENPerformanceSendsTraceInHeader returns itself here (the library's
-  // own do); export then reports the span id sent in its request's headers.
-  virtual const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const { return nullptr; }
+  // The metric itself when its class adopts QENPerformanceSendsTraceInHeader, else null: the
+  // factories, which know the class, record it, with no run-time type information. Export then
+  // reports the span id sent in its request's headers.
+  const QENPerformanceSendsTraceInHeader* asTraceHeaderSender() const noexcept {
+    return traceHeaderSender_;
+  }
 
   // Will-start notifications.
   void startObservingMetricWillStartNotificationsIfNeeded();
@@ -340,6 +343,7 @@ class QENPerformanceMetric : public QENObject,
   static std::shared_ptr<Metric> makeMetric(Arguments&&... arguments) {
     auto metric =
         std::make_shared<Metric>(ConstructionKey{}, std::forward<Arguments>(arguments)...);
+    recordAdoptedProtocols(*metric);
     metric->didFinishConstruction();
     return metric;
   }
@@ -353,8 +357,16 @@ class QENPerformanceMetric : public QENObject,
       metric->traceId_ = *traceId;
     }
     metric->spanId_.store(spanId, std::memory_order_relaxed);
+    recordAdoptedProtocols(*metric);
     metric->didFinishConstruction();
     return metric;
+  }
+
+  template <class Metric>
+  static void recordAdoptedProtocols(Metric& metric) {
+    if constexpr (std::is_base_of_v<QENPerformanceSendsTraceInHeader, Metric>) {
+      metric.traceHeaderSender_ = &metric;
+    }
   }
 
  private:
@@ -413,6 +425,7 @@ class QENPerformanceMetric : public QENObject,
   QENAtomicReference<EventPointer> invalidatingEvent_;
   std::atomic<std::uint64_t> completingEvent_{0};
   QENAtomicReference<std::weak_ptr<QENPerformanceMetric>> parentMetric_;
+  const QENPerformanceSendsTraceInHeader* traceHeaderSender_ = nullptr;  // fixed once made
   std::atomic<bool> reported_{false};
   std::atomic<bool> critical_{false};
   std::atomic<bool> shouldObserveMetricWillStart_;

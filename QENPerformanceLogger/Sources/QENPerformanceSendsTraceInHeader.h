@@ -5,9 +5,8 @@
 #include "QENURLLoading/QENURL.h"
 
 // Adopted by a metric whose request carries trace headers: its exported span id is the one
-// drawn for this URL with generateAndStoreSpanIdForURL, so that the server's spans join it. A
-// metric that adopts it also overrides QENPerformanceMetric::asTraceHeaderSender to return
-// itself: the library recognises adopters without run-time type information.
+// drawn for this URL with generateAndStoreSpanIdForURL, so that the server's spans join it.
+// Adopting it is enough: the metric factories see the adoption in the class they make.
 class QENPerformanceSendsTraceInHeader {
  public:
   virtual ~QENPerformanceSendsTraceInHeader() = default;
