@@ -33,10 +33,12 @@ void QENTracePropagationHeaders::addSingleHeaders(HeaderFields& headers, const C
   if (context.traceId == 0 || context.spanId == 0) {
     return;
   }
-  const std::string samplingState = context.debug ? "d" : context.sampled ? "1" : "0";
-  std::string single = hex(context.traceId) + "-" + hex(context.spanId) + "-" + samplingState;
+  // Built by appending: g++ 12 at -O3 misreads `"-" + std::string` as an overlapping copy.
+  std::string single = hex(context.traceId);
+  single.append("-").append(hex(context.spanId)).append("-");
+  single.append(context.debug ? "d" : context.sampled ? "1" : "0");
   if (context.parentSpanId != 0) {
-    single += "-" + hex(context.parentSpanId);
+    single.append("-").append(hex(context.parentSpanId));
   }
   headers.emplace(kB3SingleHeader, std::move(single));
   const bool sampled = context.sampled || context.debug;
