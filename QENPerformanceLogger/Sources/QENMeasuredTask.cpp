@@ -52,6 +52,10 @@ void QENMeasuredTask::executeMeasuredTaskWithName(
   if (parentMetric) {
     parentMetric->addChildMetric(metric);
   }
+  // Not checked before the metric starts: the measurement is made either way, of nothing.
+  QENParameterAssert(task != nullptr, "task",
+                     "+[QENMeasuredTask "
+                     "executeMeasuredTaskWithName:uploadFraction:parentMetric:task:completion:]");
   if (task) {
     task();
   }
