@@ -115,6 +115,14 @@ TEST(EndpointMetric, SkipsMissingEmptyAndReversedPhases) {
   EXPECT_TRUE(Vocabulary::boolValueFromBinaryAnnotation(find(*metric, "conn_reused")));
   EXPECT_TRUE(captured.records().empty());
 
+  auto noStart = networkLoad();
+  noStart->domainLookupStartDate = std::nullopt;
+  const auto measuredWithoutStart = measure(noStart);
+  EXPECT_EQ(childNames(*measuredWithoutStart).size(), 4u) << "no span from the machine's boot";
+  for (const auto& annotation : measuredWithoutStart->annotations()) {
+    EXPECT_NE(annotation->value(), "dns_start");
+  }
+
   auto empty = networkLoad();
   empty->requestEndDate = empty->requestStartDate;
   EXPECT_EQ(childNames(*measure(empty)).size(), 4u);

@@ -185,8 +185,11 @@ void QENEndpointPerformanceMetric::addNetworkSubspanWithName(
   QENAssert(!(end < start),
             "-[QENEndpointPerformanceMetric addNetworkSubspanWithName:startDate:endDate:]",
             "Metric stop time %f must be greater than or equal to start time %f", end, start);
-  // A zero-length phase is dropped as well, although the check above accepts it.
-  if (!QENIsValidMonotonicTime(start) || !QENIsValidMonotonicTime(end) || !(start < end)) {
+  // An absent start reads as 0.0, which is no time of this phase: read as a start, it would make a
+  // span from the machine's boot. A zero-length phase is dropped as well, although the check
+  // above accepts it.
+  const bool startIsTime = startDate && QENIsValidMonotonicTime(start);
+  if (!startIsTime || !QENIsValidMonotonicTime(end) || !(start < end)) {
     return;
   }
   const std::string phaseName(name);
