@@ -21,6 +21,43 @@
 
 namespace {
 
+struct RandomIdentifiers {
+  std::int64_t traceId;
+  std::int64_t spanId;
+};
+
+// Both ids in one draw: a draw costs about as much for 16 bytes as for 8.
+RandomIdentifiers drawIdentifiers() {
+  std::int64_t identifiers[2];
+  QENFoundation::arc4random_buf(identifiers, sizeof identifiers);
+  return {identifiers[0], identifiers[1]};
+}
+
+// A callback that throws is the host's fault, but it runs where the host cannot catch it: it is
+// reported, and the callbacks after it still run.
+void runCompletionBlock(const QENPerformanceMetric::CompletionBlock& block, bool valid) {
+#if defined(__cpp_exceptions)
+  try {
+    block(valid);
+  } catch (...) {
+    QENAssertionFailure("-[QENPerformanceMetric addCompletionBlock:]",
+                        "A completion callback threw: %s",
+                        QENCurrentExceptionDescription().c_str());
+  }
+#else
+  block(valid);
+#endif
+}
+
+void dispatchCompletionBlocks(
+    std::shared_ptr<const QENPerformanceMetric::CompletionBlockList> blocks, bool valid) {
+  QENGlobalQueue::dispatchAsync([blocks = std::move(blocks), valid] {
+    for (const QENPerformanceMetric::CompletionBlock& block : *blocks) {
+      runCompletionBlock(block, valid);
+    }
+  });
+}
+
 constexpr const char* kPropertyLockLabel = "com.qen.performance_logger.metric.property_lock";
 // Start and stop times this far from now are reported (and used anyway). The check compares with
 // the coarse clock: a few milliseconds cannot matter against an hour, and the precise clock would
@@ -32,13 +69,6 @@ double drawRandomUploadFraction() {
 }
 
 }  // namespace
-
-// Both ids in one draw: a draw costs about as much for 16 bytes as for 8.
-QENPerformanceMetric::RandomIdentifiers QENPerformanceMetric::drawIdentifiers() {
-  std::int64_t identifiers[2];
-  QENFoundation::arc4random_buf(identifiers, sizeof identifiers);
-  return {identifiers[0], identifiers[1]};
-}
 
 namespace {
 
@@ -167,16 +197,11 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
     completions = std::exchange(completionBlocks_, nullptr);
     clearedDeciders = std::move(deciders_);
   }
-  invalidateChildren(children, reason);
-  if (completions) {
-    dispatchCompletionBlocks(std::move(completions), false);
-  }
-}
-
-void QENPerformanceMetric::invalidateChildren(const MetricList& children,
-                                              QENPerformanceMetricStopReason reason) {
   for (const auto& child : children) {
     child->invalidateWithReason(reason);
+  }
+  if (completions) {
+    dispatchCompletionBlocks(std::move(completions), false);
   }
 }
 
@@ -215,31 +240,6 @@ void QENPerformanceMetric::addCompletionBlock(CompletionBlock block) {
     valid = _locked_isValid();
   }
   block(valid);
-}
-
-void QENPerformanceMetric::dispatchCompletionBlocks(
-    std::shared_ptr<const CompletionBlockList> blocks, bool valid) {
-  QENGlobalQueue::dispatchAsync([blocks = std::move(blocks), valid] {
-    for (const CompletionBlock& block : *blocks) {
-      runCompletionBlock(block, valid);
-    }
-  });
-}
-
-// A callback that throws is the host's fault, but it runs where the host cannot catch it: it is
-// reported, and the callbacks after it still run.
-void QENPerformanceMetric::runCompletionBlock(const CompletionBlock& block, bool valid) {
-#if defined(__cpp_exceptions)
-  try {
-    block(valid);
-  } catch (...) {
-    QENAssertionFailure("-[QENPerformanceMetric addCompletionBlock:]",
-                        "A completion callback threw: %s",
-                        QENCurrentExceptionDescription().c_str());
-  }
-#else
-  block(valid);
-#endif
 }
 
 // MARK: - Queries

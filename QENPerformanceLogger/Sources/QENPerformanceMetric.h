@@ -373,21 +373,11 @@ class QENPerformanceMetric : public QENObject,
   // Span export's walk and its per-metric snapshot (QENSpanExport.cpp) read the fields below.
   friend class QENSpanExport;
 
-  struct RandomIdentifiers {
-    std::int64_t traceId;
-    std::int64_t spanId;
-  };
-  static RandomIdentifiers drawIdentifiers();
-
   void didFinishConstruction();
   void postMetricWillStart();
-  static void dispatchCompletionBlocks(std::shared_ptr<const CompletionBlockList> blocks,
-                                       bool valid);
-  static void runCompletionBlock(const CompletionBlock& block, bool valid);
   // Whether this metric is `start` or one of its descendants; under the tree-structure mutex.
   // Reads child lists under that mutex alone, which every change to them also holds.
   bool isSelfOrDescendantOf(const QENPerformanceMetric& start) const QEN_NO_THREAD_SAFETY_ANALYSIS;
-  void invalidateChildren(const MetricList& children, QENPerformanceMetricStopReason reason);
 
   // Guarded by propertyLock_.
   QENPerformanceMetricStopReason invalidateReason_ QEN_GUARDED_BY(propertyLock_) =
