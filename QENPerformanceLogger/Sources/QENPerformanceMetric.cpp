@@ -68,9 +68,7 @@ double drawRandomUploadFraction() {
   return QENFoundation::arc4random_uniform(100) / 100.0;
 }
 
-}  // namespace
 
-namespace {
 
 constexpr const char* kClassPropertyLockLabel =
     "com.qen.performance_logger.metric.class_property_lock";
