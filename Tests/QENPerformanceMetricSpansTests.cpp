@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "QENFoundation/QENMonotonicTime.h"
+#include "QENImageDownloadPerformanceMetricManager.h"
 #include "QENParentPerformanceMetric.h"
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceSendsTraceInHeader.h"
@@ -254,15 +255,29 @@ TEST(SpanDebugDescription, PrintsHexIdsTheUTCStartAndTheOptionalPartsSkippingAbs
             "size:<00000001 02030405>}");
 }
 
-TEST(SpanExport, LowerCasesASCIILettersOnlyWhateverTheProcessLocale) {
-  // Under Latin-1 the C library would lower-case 0xC3, the lead byte of "\xC3\x84" (A umlaut).
+// A German locale writes decimal commas and lower-cases Latin-1 letters; what the library writes
+// must not change with it.
+TEST(SpanExport, NamesAndNumbersAreWrittenTheSameWhateverTheProcessLocale) {
+  QENCapturedAssertions captured;
   const std::string previous = std::setlocale(LC_ALL, nullptr);
   ASSERT_NE(std::setlocale(LC_ALL, "de_DE.ISO-8859-1"), nullptr)
       << "Tools/install-dependencies.sh generates this locale";
+  // The C library would lower-case 0xC3, the lead byte of "\xC3\x84" (A umlaut).
   const auto metric = Metric::initWithName("\xC3\x84rger_FEED");
   const std::string name = metric->spansWithAppContext(kAppContext)[0]->name();
+  const std::string description = Metric::initWithName("timed", 10.0, 10.25)->debugDescription();
+  std::vector<std::shared_ptr<QENPerformanceMetric>> phases;
+  const double now = QENMonotonicTimeGetCurrent();
+  QENImageDownloadPerformanceMetricManager::addNetworkSubspanToArray(
+      phases, "dns", QENDate::dateWithMonotonicTime(now),
+      QENDate::dateWithMonotonicTime(now - 0.5));
   std::setlocale(LC_ALL, previous.c_str());
   EXPECT_EQ(name, "\xC3\x84rger_feed");
+  EXPECT_NE(description.find("Timing: 0.250000 (10.000000 - 10.250000)"), std::string::npos)
+      << description;
+  ASSERT_EQ(captured.messages().size(), 1u);
+  EXPECT_NE(captured.messages()[0].find("."), std::string::npos);
+  EXPECT_EQ(captured.messages()[0].find(","), std::string::npos) << captured.messages()[0];
 }
 
 TEST(SpanExport, WalksADeepChainWithoutRecursing) {

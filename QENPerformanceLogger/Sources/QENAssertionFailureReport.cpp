@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "QENBundle/QENBundle.h"
+#include "QENFoundation/QENFormat.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
 
 namespace {
@@ -93,15 +94,7 @@ void AssertionFailureReport(std::string message, const char* method, int line,
 std::string QENFormatAssertionMessage(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  std::va_list measuring;
-  va_copy(measuring, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, measuring);
-  va_end(measuring);
-  std::string message;
-  if (length > 0) {
-    message.resize(static_cast<std::size_t>(length));
-    std::vsnprintf(message.data(), message.size() + 1, format, arguments);
-  }
+  std::string message = QENFoundation::formatStringV(format, arguments);
   va_end(arguments);
   return message;
 }

@@ -12,6 +12,7 @@
 #include "QENAssert.h"
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
 #include "QENFoundation/QENCurrentExceptionDescription.h"
+#include "QENFoundation/QENFormat.h"
 #include "QENFoundation/QENGlobalQueue.h"
 #include "QENFoundation/QENIndentation.h"
 #include "QENFoundation/QENLockGuard.h"
@@ -67,8 +68,6 @@ constexpr double kMaximumDistanceFromNow = 3600;
 double drawRandomUploadFraction() {
   return QENFoundation::arc4random_uniform(100) / 100.0;
 }
-
-
 
 constexpr const char* kClassPropertyLockLabel =
     "com.qen.performance_logger.metric.class_property_lock";
@@ -580,15 +579,10 @@ std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
   const EventPointer event = invalidatingEvent();
   const std::string eventText = event ? event->debugDescription() : "nil";
   const std::string_view reasonName = debugNameForStopReason(invalidateReason());
-  const char* format =
-      "Metric: %s; Stop reason: %.*s; Timing: %f (%f - %f); Invalidating event: %s\n";
-  const int length =
-      std::snprintf(nullptr, 0, format, name_.c_str(), static_cast<int>(reasonName.size()),
-                    reasonName.data(), stop - start, start, stop, eventText.c_str());
-  std::string line(static_cast<std::size_t>(std::max(length, 0)), '\0');
-  std::snprintf(line.data(), line.size() + 1, format, name_.c_str(),
-                static_cast<int>(reasonName.size()), reasonName.data(), stop - start, start, stop,
-                eventText.c_str());
+  const std::string line = QENFoundation::formatString(
+      "Metric: %s; Stop reason: %.*s; Timing: %f (%f - %f); Invalidating event: %s\n",
+      name_.c_str(), static_cast<int>(reasonName.size()), reasonName.data(), stop - start, start,
+      stop, eventText.c_str());
   std::string description = QENFoundation::prependIndentationLevel(line, indentationAmount);
   for (const auto& child : childMetrics()) {
     description += child->_debugDescriptionWithIndentationAmount(indentationAmount + 1);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "QENFoundation/QENFormat.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 
 namespace QENThrift {
@@ -54,8 +55,8 @@ std::string hexDump(const std::optional<BinaryAnnotation::Bytes>& bytes) {
 std::string SpanDebugDescription::debugDescription(const Span& span) {
   char address[32];
   std::snprintf(address, sizeof address, "%p", static_cast<const void*>(&span));
-  char duration[64];
-  std::snprintf(duration, sizeof duration, "%.3f", static_cast<double>(span.duration()) / 1000000);
+  const std::string duration =
+      QENFoundation::formatString("%.3f", static_cast<double>(span.duration()) / 1000000);
   std::string text = "<Span " + std::string(address) + ": '" + span.name() + "' " +
                      hexId(span.id()) + " trace=" + hexId(span.trace_id()) +
                      " start=" + utcDate(static_cast<double>(span.timestamp()) / 1000000) +
