@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "Annotation+QENAdditions.h"
 #include "BinaryAnnotation+QENAdditions.h"
+#include "QENChromeTraceEncoder.h"
 #include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
@@ -122,6 +125,55 @@ TEST(SpanReading, EventsLeaveOutClientMarkersAndTagsKeepTheLastWellFormedValueOf
   std::string scratch;
   EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[2], scratch), "true");
   EXPECT_EQ(reading.parentId(), std::nullopt) << "a parent id of zero is no parent";
+}
+
+std::shared_ptr<const BinaryAnnotation> doubleTag(std::string key, double value) {
+  BinaryAnnotation::Bytes bytes;
+  const auto bits = std::bit_cast<std::uint64_t>(value);
+  for (int shift = 56; shift >= 0; shift -= 8) {
+    bytes.push_back(static_cast<std::byte>(bits >> shift));
+  }
+  return std::make_shared<const BinaryAnnotation>(std::move(key), bytes, AnnotationType::DOUBLE,
+                                                  nullptr);
+}
+
+// Keys that differ only in ill-formed bytes are one key once written, and NaN and the infinities
+// have no JSON number: every format reads them alike.
+TEST(SpanReading, KeysAlikeOnceWrittenAndNonFiniteDoublesReadTheSameInEveryFormat) {
+  auto span = std::make_shared<QENThrift::Span>();
+  span->setTimestamp(1);
+  span->setBinary_annotations({Vocabulary::annotationWithKeyString("a\xff", "first"),
+                               Vocabulary::annotationWithKeyString("a\xfe", "last"),
+                               doubleTag("nan", std::numeric_limits<double>::quiet_NaN()),
+                               doubleTag("low", -std::numeric_limits<double>::infinity())});
+  const std::vector<std::shared_ptr<QENThrift::Span>> spans = {span};
+  const nlohmann::json expected = {{"a\xef\xbf\xbd", "last"}, {"nan", "NaN"}, {"low", "-Infinity"}};
+  // A parser keeps one of two equal keys: count them in the text.
+  const auto written = [](const std::string& text) {
+    std::size_t count = 0;
+    for (auto at = text.find("\"a\xef\xbf\xbd\""); at != std::string::npos;
+         at = text.find("\"a\xef\xbf\xbd\"", at + 1)) {
+      ++count;
+    }
+    return count;
+  };
+  const std::string v2Text = QENZipkinV2JSONEncoder::encodeSpans(spans);
+  const std::string chromeText = QENChromeTraceEncoder::encodeSpans(spans);
+  EXPECT_EQ(written(v2Text), 1u) << v2Text;
+  EXPECT_EQ(written(chromeText), 1u) << chromeText;
+  EXPECT_EQ(nlohmann::json::parse(v2Text)[0]["tags"], expected);
+  const auto chrome = nlohmann::json::parse(chromeText);
+  for (const auto& [key, value] : expected.items()) {
+    EXPECT_EQ(chrome["traceEvents"].back()["args"][key], value) << key;
+  }
+  const auto otlp = nlohmann::json::parse(QENOTLPJSONEncoder::encodeSpans(spans));
+  nlohmann::json attributes = nlohmann::json::object();
+  for (const auto& attribute :
+       otlp["resourceSpans"][0]["scopeSpans"][0]["spans"][0]["attributes"]) {
+    EXPECT_FALSE(attributes.contains(attribute["key"])) << attribute;
+    attributes[attribute["key"].get<std::string>()] = attribute["value"].begin().value();
+  }
+  EXPECT_EQ(attributes, expected);
 }
 
 TEST(SpanReading, ServiceIsTheOptionLowerCasedOrElseTheHostPlatform) {

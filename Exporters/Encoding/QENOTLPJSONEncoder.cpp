@@ -48,19 +48,11 @@ void writeStringAttribute(QENJSONWriter& json, std::string_view key, std::string
   json.endObject();
 }
 
-void writeDouble(QENJSONWriter& json, const BinaryAnnotation::Bytes& bytes) {
-  std::uint64_t bits = 0;
-  for (const std::byte byte : bytes) {
-    bits = bits << 8 | std::to_integer<std::uint64_t>(byte);
-  }
-  const double value = std::bit_cast<double>(bits);
-  if (std::isnan(value)) {
-    json.string("NaN");
-  } else if (std::isinf(value)) {
-    json.string(value > 0 ? "Infinity" : "-Infinity");
-  } else {
-    json.literal(nlohmann::json(value).dump());
-  }
+// A number, but NaN and the infinities, which JSON has no number for, as strings.
+void writeDouble(QENJSONWriter& json, const BinaryAnnotation& tag, std::string& scratch) {
+  const std::string_view text = QENSpanReading::tagText(tag, scratch);
+  const bool isNumber = text != "NaN" && text != "Infinity" && text != "-Infinity";
+  isNumber ? json.literal(text) : json.string(text);
 }
 
 void writeTypedValue(QENJSONWriter& json, const BinaryAnnotation& tag, std::string& scratch) {
@@ -78,7 +70,7 @@ void writeTypedValue(QENJSONWriter& json, const BinaryAnnotation& tag, std::stri
       break;
     case AnnotationType::DOUBLE:
       json.key("doubleValue");
-      writeDouble(json, *tag.value());
+      writeDouble(json, tag, scratch);
       break;
     case AnnotationType::STRING:
       json.key("stringValue");

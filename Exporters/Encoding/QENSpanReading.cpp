@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <bit>
 #include <charconv>
+#include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
 
 #include "QENDevice/QENDevice.h"
+#include "QENFoundation/QENUTF8Validation.h"
 #include "QENThrift/zipkin_spanConstants.h"
 #include "QENURLLoading/QENURL.h"
 #include "performance_tracing_clientConstants.h"
@@ -86,6 +88,41 @@ std::string_view decimal(std::uint64_t bits, std::string& scratch) {
   return scratch;
 }
 
+// The shortest form that reads back, as JSON numbers are; no number has a JSON form for NaN and
+// the infinities, which read as Zipkin's conversion and OTLP's JSON write them.
+std::string_view doubleText(double value, std::string& scratch) {
+  if (std::isnan(value)) {
+    return "NaN";
+  }
+  if (std::isinf(value)) {
+    return value > 0 ? "Infinity" : "-Infinity";
+  }
+  scratch = nlohmann::json(value).dump();
+  return scratch;
+}
+
+// A key as the JSON encoders write it: each ill-formed UTF-8 part replaced by U+FFFD.
+std::string keyAsWritten(std::string_view key) {
+  std::string written;
+  for (std::size_t index = 0; index < key.size();) {
+    const QENUTF8Sequence sequence = QENUTF8SequenceAt(key, index);
+    written.append(sequence.wellFormed ? key.substr(index, sequence.length) : "\xEF\xBF\xBD");
+    index += sequence.length;
+  }
+  return written;
+}
+
+// Keys that differ only in ill-formed bytes are one key once written, so the last of them counts.
+bool sameKeyAsWritten(std::string_view left, std::string_view right) {
+  if (left == right) {
+    return true;
+  }
+  if (QENIsValidUTF8(left) && QENIsValidUTF8(right)) {
+    return false;
+  }
+  return keyAsWritten(left) == keyAsWritten(right);
+}
+
 }  // namespace
 
 QENSpanReading::QENSpanReading(const QENSpanReadingOptions& options)
@@ -139,11 +176,11 @@ void QENSpanReading::readTags(const QENThrift::Span& span) {
     const BinaryAnnotation* annotation = annotations[index].get();
     if (!hasTagValue(annotation))
       continue;
-    const bool overriddenLater =
-        std::any_of(annotations.begin() + static_cast<std::ptrdiff_t>(index) + 1, annotations.end(),
-                    [&](const auto& later) {
-                      return hasTagValue(later.get()) && later->key() == annotation->key();
-                    });
+    const bool overriddenLater = std::any_of(
+        annotations.begin() + static_cast<std::ptrdiff_t>(index) + 1, annotations.end(),
+        [&](const auto& later) {
+          return hasTagValue(later.get()) && sameKeyAsWritten(later->key(), annotation->key());
+        });
     if (!overriddenLater) {
       tags_.push_back(annotation);
     }
@@ -177,9 +214,8 @@ std::string_view QENSpanReading::tagText(const BinaryAnnotation& tag, std::strin
       return decimal<std::int32_t>(bigEndian(bytes), scratch);
     case AnnotationType::I64:
       return decimal<std::int64_t>(bigEndian(bytes), scratch);
-    case AnnotationType::DOUBLE:  // rare: the shortest form that reads back, as JSON numbers are
-      scratch = nlohmann::json(std::bit_cast<double>(bigEndian(bytes))).dump();
-      return scratch;
+    case AnnotationType::DOUBLE:  // rare
+      return doubleText(std::bit_cast<double>(bigEndian(bytes)), scratch);
     case AnnotationType::STRING:
       return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
     case AnnotationType::BYTES:
