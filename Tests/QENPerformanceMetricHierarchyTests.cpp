@@ -267,4 +267,53 @@ TEST(MetricHierarchy, AListenerDestroyedWhileOthersStartIsNeverCalled) {
   EXPECT_EQ(DyingListener::offersWhileDying, 0);
 }
 
+// Stop, invalidation, event routing and freeing each reach every level of a chain far deeper than
+// a thread's stack could hold as nested calls, before they return.
+TEST(MetricHierarchy, AChainOfAnyDepthIsStoppedInvalidatedRoutedAndFreed) {
+  auto root = Metric::initLeafMetricWithName("root");
+  root->startMetric();
+  std::shared_ptr<Metric> deepest = root;
+  for (int depth = 0; depth < 100000; ++depth) {
+    auto child = Metric::initLeafMetricWithName("link");
+    child->startMetric();
+    deepest->addChildMetric(child);
+    deepest = std::move(child);
+  }
+  int offered = 0;
+  deepest->setShouldCompleteBlock([&](std::uint64_t) { return ++offered > 0; });
+  root->processPerformanceEventType(7, QENMonotonicTimeGetCurrent());
+  EXPECT_EQ(offered, 1);
+  EXPECT_TRUE(deepest->isFinished()) << "routed to the bottom and accepted there";
+  const std::weak_ptr<Metric> secondDeepest = deepest->parentMetric();
+  root->stopMetric();
+  EXPECT_TRUE(secondDeepest.lock()->isFinished());
+  root->invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
+  EXPECT_EQ(deepest->invalidateReason(), QENPerformanceMetricStopReasonUserAbort);
+  const std::weak_ptr<Metric> bottom = deepest;
+  deepest.reset();
+  const std::weak_ptr<Metric> top = root;
+  root.reset();
+  EXPECT_TRUE(top.expired());
+  EXPECT_TRUE(bottom.expired());
+}
+
+TEST(MetricHierarchy, ADescriptionListsEveryLevelInOrderEachIndentedOnceMore) {
+  const auto root = Metric::initWithName("root", 1.0, 2.0);
+  std::shared_ptr<Metric> parent = root;
+  for (int depth = 1; depth <= 300; ++depth) {
+    const auto child = Metric::initWithName("level" + std::to_string(depth), 1.0, 2.0);
+    parent->addChildMetric(child);
+    parent->addChildMetric(Metric::initWithName("leaf" + std::to_string(depth), 1.0, 2.0));
+    parent = child;
+  }
+  const std::string description = root->debugDescription();
+  EXPECT_EQ(std::count(description.begin(), description.end(), '\n'), 601);
+  const std::string deepest = std::string(300 * 2, ' ') + "Metric: level300;";
+  const std::string itsSibling = std::string(300 * 2, ' ') + "Metric: leaf300;";
+  ASSERT_NE(description.find(deepest), std::string::npos);
+  EXPECT_LT(description.find(deepest), description.find(itsSibling)) << "depth first";
+  EXPECT_EQ(description.rfind("\n  Metric: leaf1;"), description.rfind("\n  Metric: "))
+      << "the root's second child comes after the whole subtree of its first";
+}
+
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "QENAssert.h"
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
+#include "QENDeepTreeTrampoline.h"
 #include "QENFoundation/QENCurrentExceptionDescription.h"
 #include "QENFoundation/QENFormat.h"
 #include "QENFoundation/QENGlobalQueue.h"
@@ -96,6 +97,10 @@ QENPerformanceMetric::QENPerformanceMetric(ConstructionKey, std::string name, do
 }
 
 QENPerformanceMetric::~QENPerformanceMetric() {
+  if (!childMetrics_.empty()) {  // the last owner of a deep chain frees it without recursing
+    QENDeepTreeTrampoline::run(
+        [children = std::move(childMetrics_)]() mutable { children.clear(); });
+  }
   if (shouldObserveMetricWillStart()) {
     stopObservingMetricWillStartNotificationsIfNeeded();
   }
@@ -161,7 +166,7 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
     for (std::size_t index = 0; index < childMetrics_.size(); ++index) {
       const std::shared_ptr<QENPerformanceMetric> child = childMetrics_[index];
       if (!child->isFinished()) {
-        child->stopMetric();
+        QENDeepTreeTrampoline::run([child] { child->stopMetric(); });
       }
     }
     completions = std::exchange(completionBlocks_, nullptr);
@@ -195,7 +200,7 @@ void QENPerformanceMetric::invalidateWithReason(QENPerformanceMetricStopReason r
     clearedDeciders = std::move(deciders_);
   }
   for (const auto& child : children) {
-    child->invalidateWithReason(reason);
+    QENDeepTreeTrampoline::run([child, reason] { child->invalidateWithReason(reason); });
   }
   if (completions) {
     dispatchCompletionBlocks(std::move(completions), false);
@@ -463,7 +468,7 @@ void QENPerformanceMetric::processContextLoggingEvent(const EventPointer& event)
     return;
   }
   for (const auto& child : childMetrics()) {
-    child->processContextLoggingEvent(event);
+    QENDeepTreeTrampoline::run([child, event] { child->processContextLoggingEvent(event); });
   }
 }
 
@@ -476,7 +481,9 @@ void QENPerformanceMetric::processPerformanceEventType(std::uint64_t performance
     return;
   }
   for (const auto& child : childMetrics()) {
-    child->processPerformanceEventType(performanceEventType, time);
+    QENDeepTreeTrampoline::run([child, performanceEventType, time] {
+      child->processPerformanceEventType(performanceEventType, time);
+    });
   }
 }
 
@@ -572,20 +579,42 @@ std::string QENPerformanceMetric::debugDescription() const {
   return _debugDescriptionWithIndentationAmount(0);
 }
 
-std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
-    std::size_t indentationAmount) const {
-  const double start = startTime();
-  const double stop = stopTime();
-  const EventPointer event = invalidatingEvent();
+namespace {
+
+// One metric's line of a debug description; each field is read through its own accessor.
+std::string debugDescriptionLine(const QENPerformanceMetric& metric, std::size_t indentation) {
+  const double start = metric.startTime();
+  const double stop = metric.stopTime();
+  const QENPerformanceMetric::EventPointer event = metric.invalidatingEvent();
   const std::string eventText = event ? event->debugDescription() : "nil";
-  const std::string_view reasonName = debugNameForStopReason(invalidateReason());
+  const std::string_view reasonName =
+      QENPerformanceMetric::debugNameForStopReason(metric.invalidateReason());
   const std::string line = QENFoundation::formatString(
       "Metric: %s; Stop reason: %.*s; Timing: %f (%f - %f); Invalidating event: %s\n",
-      name_.c_str(), static_cast<int>(reasonName.size()), reasonName.data(), stop - start, start,
-      stop, eventText.c_str());
-  std::string description = QENFoundation::prependIndentationLevel(line, indentationAmount);
-  for (const auto& child : childMetrics()) {
-    description += child->_debugDescriptionWithIndentationAmount(indentationAmount + 1);
+      metric.name().c_str(), static_cast<int>(reasonName.size()), reasonName.data(), stop - start,
+      start, stop, eventText.c_str());
+  return QENFoundation::prependIndentationLevel(line, indentation);
+}
+
+}  // namespace
+
+// Depth first, children in order, with a stack of its own: a chain of any depth is described.
+std::string QENPerformanceMetric::_debugDescriptionWithIndentationAmount(
+    std::size_t indentationAmount) const {
+  std::string description = debugDescriptionLine(*this, indentationAmount);
+  std::vector<std::pair<std::shared_ptr<QENPerformanceMetric>, std::size_t>> pending;
+  const auto pushChildren = [&pending](const QENPerformanceMetric& metric, std::size_t level) {
+    const MetricList children = metric.childMetrics();
+    for (auto child = children.rbegin(); child != children.rend(); ++child) {
+      pending.emplace_back(*child, level);
+    }
+  };
+  pushChildren(*this, indentationAmount + 1);
+  while (!pending.empty()) {
+    const auto [metric, level] = std::move(pending.back());
+    pending.pop_back();
+    description += debugDescriptionLine(*metric, level);
+    pushChildren(*metric, level + 1);
   }
   return description;
 }
