@@ -9,6 +9,7 @@
 #include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENJSONWriter.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENJSONSpanFragments.h"
 #include "QENPerformanceLoggerVersion.h"
 
 namespace {
@@ -212,21 +213,13 @@ std::string QENOTLPJSONEncoder::encodeSpans(std::span<const std::shared_ptr<QENT
 
 std::string QENOTLPJSONEncoder::encodeSpan(const QENThrift::Span& span,
                                            const QENSpanReadingOptions& options) {
-  std::string out;
-  QENJSONWriter json(out);
-  QENSpanReading reading(options);
-  std::string scratch;
-  reading.read(span);
-  writeSpan(json, reading, scratch);
-  return out;
+  return QENJSONSpanFragments::encode(span, options, writeSpan);
 }
 
 std::string QENOTLPJSONEncoder::frameSpans(std::span<const std::string> encodedSpans,
                                            const QENSpanReadingOptions& options) {
   const QENSpanReading reading(options);
   return writeRequest(0, reading.serviceName(), [&](QENJSONWriter& json) {
-    for (const std::string& encoded : encodedSpans) {
-      json.literal(encoded);
-    }
+    QENJSONSpanFragments::place(json, encodedSpans);
   });
 }

@@ -2,6 +2,7 @@
 
 #include "QENFoundation/QENJSONWriter.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENJSONSpanFragments.h"
 
 namespace {
 
@@ -100,22 +101,14 @@ std::string QENZipkinV2JSONEncoder::encodeSpans(
 
 std::string QENZipkinV2JSONEncoder::encodeSpan(const QENThrift::Span& span,
                                                const QENSpanReadingOptions& options) {
-  std::string out;
-  QENJSONWriter json(out);
-  QENSpanReading reading(options);
-  std::string scratch;
-  reading.read(span);
-  writeSpan(json, reading, scratch);
-  return out;
+  return QENJSONSpanFragments::encode(span, options, writeSpan);
 }
 
 std::string QENZipkinV2JSONEncoder::frameSpans(std::span<const std::string> encodedSpans) {
   std::string out;
   QENJSONWriter json(out);
   json.beginArray();
-  for (const std::string& encoded : encodedSpans) {
-    json.literal(encoded);
-  }
+  QENJSONSpanFragments::place(json, encodedSpans);
   json.endArray();
   return out;
 }
