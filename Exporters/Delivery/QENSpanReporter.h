@@ -147,6 +147,7 @@ class QENSpanReporter {
 
   const QENSpanReporterOptions options_;
   const std::shared_ptr<QENCollectorTransport> transport_;
+  // Guards the queue, the counters and the state below, up to the deadline.
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::shared_ptr<QENThrift::Span>> queue_;
