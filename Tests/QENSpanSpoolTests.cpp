@@ -4,6 +4,7 @@
 #include <fstream>
 #include <mutex>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "QENApplication/QENApplicationLifecycle.h"
@@ -127,36 +128,68 @@ TEST_F(SpanSpool, AWatcherWithAnIntervalSnapshotsOnItsOwn) {
   EXPECT_TRUE(snapshotted.wait_for(lock, std::chrono::seconds(60), [&] { return stored > 0; }));
 }
 
-TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideAndAFreshOneMade) {
-  const auto foreignDatabase = [](const std::string& path) {
-    sqlite3* db = nullptr;
-    sqlite3_open(path.c_str(), &db);
-    sqlite3_exec(db, "CREATE TABLE photos(id INTEGER)", nullptr, nullptr, nullptr);
-    sqlite3_close(db);
-  };
-  const auto garbage = [](const std::string& path) {
-    std::ofstream(path, std::ios::binary) << std::string(8192, '\x5a');
-  };
-  for (const auto& make : {std::function<void(const std::string&)>(foreignDatabase), {garbage}}) {
+void runSQL(const std::string& path, const char* sql, bool keepWriteAheadLog = false) {
+  sqlite3* db = nullptr;
+  sqlite3_open(path.c_str(), &db);
+  sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+  if (keepWriteAheadLog) {  // as a process killed before its checkpoint leaves it
+    sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  }
+  sqlite3_close(db);
+}
+
+std::string contentsOf(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Whatever is at the spool's path and is not a spool of this version is moved aside untouched,
+// with the files SQLite keeps beside it, under a name no earlier file took.
+TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideUntouchedAndAFreshOneMade) {
+  const std::function<void(const std::string&)> makers[] = {
+      [](const std::string& path) { runSQL(path, "CREATE TABLE photos(id INTEGER)"); },
+      [](const std::string& path) {
+        std::ofstream(path, std::ios::binary) << std::string(8192, '\x5a');
+      },
+      [](const std::string& path) {  // written ahead, not yet checkpointed
+        runSQL(path,
+               "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;"
+               "CREATE TABLE photos(id INTEGER); INSERT INTO photos VALUES(1)",
+               true);
+      },
+      [](const std::string& path) {  // the spool's mark, another layout
+        runSQL(path,
+               "PRAGMA application_id=1363562067; PRAGMA user_version=7;"
+               "CREATE TABLE batches(id INTEGER)");
+      }};
+  for (const auto& make : makers) {
     std::filesystem::remove_all(folder_);
     std::filesystem::create_directories(folder_);
     make(path());
-    const auto contents = [](const std::filesystem::path& file) {
-      std::ifstream in(file, std::ios::binary);
-      return std::string(std::istreambuf_iterator<char>(in), {});
-    };
-    const std::string original = contents(path());
+    std::set<std::string> original;
+    for (const char* suffix : {"", "-wal"}) {
+      if (std::filesystem::exists(path() + suffix)) {
+        original.insert(contentsOf(path() + suffix));
+      }
+    }
+    const auto now = std::chrono::duration_cast<std::chrono::seconds>(
+                         std::chrono::system_clock::now().time_since_epoch())
+                         .count();
+    for (auto second = now - 1; second <= now + 2; ++second) {  // earlier files moved aside
+      std::ofstream(path() + ".unreadable-" + std::to_string(second)) << "earlier";
+    }
     QENSpanSpool spool({.path = path()});
     EXPECT_EQ(spool.counters().filesMovedAside, 1u);
     EXPECT_TRUE(spool.append(batch(3)));
-    std::vector<std::string> aside;
+    std::set<std::string> aside;
     for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
       const std::string name = entry.path().filename().string();
-      if (name.find(".unreadable-") != std::string::npos && !name.ends_with("-wal") &&
-          !name.ends_with("-shm"))
-        aside.push_back(contents(entry.path()));
+      if (name.find(".unreadable-") != std::string::npos && !name.ends_with("-shm") &&
+          contentsOf(entry.path()) != "earlier") {
+        aside.insert(contentsOf(entry.path()));
+      }
     }
-    EXPECT_EQ(aside, std::vector<std::string>{original}) << "kept, byte for byte";
+    EXPECT_EQ(aside, original) << "kept, byte for byte, the write-ahead log included";
   }
 }
 
@@ -200,6 +233,7 @@ TEST_F(SpanSpool, AFullDiskFailsTheWriteKeepsWhatWasWrittenAndCountsTheRest) {
 
 TEST_F(SpanSpool, TheOldestBatchesGoPastTheByteAndAgeBounds) {
   QENSpanSpool spool({.path = path(), .maximumBytes = 3000});
+  ASSERT_TRUE(spool.append(batch(0, 2500)));  // a batch of no spans is bounded all the same
   for (int index = 0; index < 5; ++index)
     ASSERT_TRUE(spool.append(batch(2, 1000)));
   EXPECT_EQ(spool.counters().droppedFull, 4u) << "the two oldest of five";

@@ -127,47 +127,70 @@ bool QENSpanSpool::openDatabase() {
   return true;
 }
 
-// A spool, or an empty database that may become one: readable, intact, and marked as ours or
-// holding nothing. Only a definite answer counts: a database another process holds locked is
-// not someone else's file.
+// A spool of this version, or an empty database that may become one: readable, intact, and marked
+// as ours or holding nothing. Only a definite answer counts: a database another process holds
+// locked is not someone else's file. Judged on a read-only connection of its own, so that a file
+// that is not ours is never changed, not even by the rollback of a hot journal or a checkpoint.
 QENSpanSpool::FileVerdict QENSpanSpool::judgeFile() {
+  std::error_code error;
+  if (!std::filesystem::exists(options_.path, error) ||
+      std::filesystem::is_empty(options_.path, error)) {
+    return FileVerdict::kOurs;  // nothing there yet
+  }
+  sqlite3* reader = nullptr;
+  sqlite3_open_v2(options_.path.c_str(), &reader, SQLITE_OPEN_READONLY, nullptr);
+  sqlite3_extended_result_codes(reader, 1);
+  sqlite3_busy_timeout(reader, static_cast<int>(options_.busyTimeout.count()));
+  const FileVerdict verdict = judgeWith(reader);
+  sqlite3_close(reader);
+  return verdict;
+}
+
+QENSpanSpool::FileVerdict QENSpanSpool::judgeWith(sqlite3* reader) {
   const auto verdictOf = [](int result) {
-    return result == SQLITE_NOTADB || result == SQLITE_CORRUPT ? FileVerdict::kNotOurs
-                                                               : FileVerdict::kCannotTell;
+    // A hot rollback journal: the spool writes ahead in WAL mode and never leaves one.
+    const bool notOurs = result == SQLITE_NOTADB || (result & 0xff) == SQLITE_CORRUPT ||
+                         result == SQLITE_READONLY_ROLLBACK;
+    return notOurs ? FileVerdict::kNotOurs : FileVerdict::kCannotTell;
   };
-  Statement check(db_, "PRAGMA quick_check");
+  Statement check(reader, "PRAGMA quick_check");
   if (const int result = check.step(); result != SQLITE_ROW) {
     return verdictOf(result);
   }
   if (check.text(0) != "ok") {
     return FileVerdict::kNotOurs;
   }
-  Statement mark(db_, "PRAGMA application_id");
-  Statement tables(db_, "SELECT count(*) FROM sqlite_master");
-  if (const int result = mark.step(); result != SQLITE_ROW) {
-    return verdictOf(result);
+  Statement mark(reader, "PRAGMA application_id");
+  Statement version(reader, "PRAGMA user_version");
+  Statement tables(reader, "SELECT count(*) FROM sqlite_master");
+  for (Statement* statement : {&mark, &version, &tables}) {
+    if (const int result = statement->step(); result != SQLITE_ROW) {
+      return verdictOf(result);
+    }
   }
-  if (const int result = tables.step(); result != SQLITE_ROW) {
-    return verdictOf(result);
-  }
-  const bool ours =
-      mark.integer(0) == kApplicationId || (mark.integer(0) == 0 && tables.integer(0) == 0);
-  return ours ? FileVerdict::kOurs : FileVerdict::kNotOurs;
+  const bool spool = mark.integer(0) == kApplicationId && version.integer(0) == kSchemaVersion;
+  const bool empty = mark.integer(0) == 0 && tables.integer(0) == 0;
+  return spool || empty ? FileVerdict::kOurs : FileVerdict::kNotOurs;
 }
 
 // False when the file cannot be moved: it is then left alone, never written to.
 bool QENSpanSpool::moveAside() {
   sqlite3_close(db_);
   db_ = nullptr;
-  const std::string aside = options_.path + ".unreadable-" + std::to_string(unixSeconds());
+  // A name no earlier file took, even one moved aside in the same second.
+  const std::string stem = options_.path + ".unreadable-" + std::to_string(unixSeconds());
+  std::string aside = stem;
   std::error_code error;
+  for (int copy = 2; std::filesystem::exists(aside, error); ++copy) {
+    aside = stem + "-" + std::to_string(copy);
+  }
   std::filesystem::rename(options_.path, aside, error);
   if (error) {
     logFailure("the file is not a readable span spool and cannot be moved aside (" +
                error.message() + "); spans will be dropped");
     return false;
   }
-  for (const char* suffix : {"-wal", "-shm"}) {
+  for (const char* suffix : {"-wal", "-shm", "-journal"}) {
     std::filesystem::rename(options_.path + suffix, aside + suffix, error);  // where there are
   }
   ++counters_.filesMovedAside;
@@ -201,15 +224,12 @@ bool QENSpanSpool::createSchema() {
 }
 
 bool QENSpanSpool::open() {
-  if (!openDatabase()) {
-    return false;
-  }
-  // Judged before anything is written: a foreign database is never touched, only moved.
+  // Judged before it is opened for writing: a foreign database is never touched, only moved.
   switch (judgeFile()) {
     case FileVerdict::kOurs:
       break;
     case FileVerdict::kNotOurs:
-      if (!moveAside() || !openDatabase()) {
+      if (!moveAside()) {
         return false;
       }
       break;
@@ -217,7 +237,7 @@ bool QENSpanSpool::open() {
       logFailure("cannot read the spool; spans will be dropped");
       return false;
   }
-  if (!createSchema()) {
+  if (!openDatabase() || !createSchema()) {
     return false;
   }
   recoverSnapshots();
@@ -246,30 +266,33 @@ void QENSpanSpool::recoverSnapshots() {
   }
 }
 
-std::uint64_t QENSpanSpool::deleteCounting(const char* condition, std::int64_t argument) {
+// Deletes the batches the condition names, in one transaction, whatever spans they hold.
+QENSpanSpool::Deleted QENSpanSpool::deleteCounting(const char* condition, std::int64_t argument) {
   const std::string count =
-      std::string("SELECT coalesce(sum(span_count), 0) FROM batches WHERE ") + condition;
+      std::string("SELECT count(*), coalesce(sum(span_count), 0) FROM batches WHERE ") + condition;
   const std::string remove = std::string("DELETE FROM batches WHERE ") + condition;
   if (!exec("BEGIN IMMEDIATE")) {
-    return 0;
+    return {};
   }
-  std::uint64_t spans = 0;
+  Deleted deleted;
   {
     Statement counting(db_, count.c_str());
     if (counting.bind(1, argument).step() == SQLITE_ROW) {
-      spans = static_cast<std::uint64_t>(counting.integer(0));
+      deleted = {static_cast<std::uint64_t>(counting.integer(0)),
+                 static_cast<std::uint64_t>(counting.integer(1))};
     }
   }
-  if (spans > 0 && Statement(db_, remove.c_str()).bind(1, argument).run() && exec("COMMIT")) {
-    return spans;
+  if (deleted.batches > 0 && Statement(db_, remove.c_str()).bind(1, argument).run() &&
+      exec("COMMIT")) {
+    return deleted;
   }
   exec("ROLLBACK");
-  return 0;
+  return {};
 }
 
 void QENSpanSpool::applyBounds() {
   counters_.droppedExpired +=
-      deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count());
+      deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count()).spans;
   const auto maximumBytes =
       static_cast<std::int64_t>(std::max<std::uint64_t>(1, options_.maximumBytes));
   for (;;) {  // the oldest go until the newest fit
@@ -279,11 +302,11 @@ void QENSpanSpool::applyBounds() {
         return;
       }
     }
-    const std::uint64_t dropped = deleteCounting("id = (SELECT min(id) FROM batches) AND ?1", 1);
-    if (dropped == 0) {
+    const Deleted dropped = deleteCounting("id = (SELECT min(id) FROM batches) AND ?1", 1);
+    if (dropped.batches == 0) {
       return;
     }
-    counters_.droppedFull += dropped;
+    counters_.droppedFull += dropped.spans;
   }
 }
 
@@ -311,7 +334,7 @@ bool QENSpanSpool::append(const QENEncodedBatch& batch) {
 std::optional<QENSpanSpool::Batch> QENSpanSpool::oldest() {
   const std::lock_guard guard(mutex_);
   counters_.droppedExpired +=
-      deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count());
+      deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count()).spans;
   Statement select(db_,
                    "SELECT id, body, content_type, gzipped, span_count, attempts FROM batches"
                    " ORDER BY id LIMIT 1");

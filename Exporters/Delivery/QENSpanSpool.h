@@ -82,11 +82,16 @@ class QENSpanSpool {
   bool openDatabase();
   enum class FileVerdict { kOurs, kNotOurs, kCannotTell };
   FileVerdict judgeFile();
+  static FileVerdict judgeWith(sqlite3* reader);
   bool createSchema();
   bool moveAside();
   void recoverSnapshots();
   void applyBounds();
-  std::uint64_t deleteCounting(const char* condition, std::int64_t argument);
+  struct Deleted {
+    std::uint64_t batches = 0;
+    std::uint64_t spans = 0;
+  };
+  Deleted deleteCounting(const char* condition, std::int64_t argument);
   bool exec(const char* sql);
   void logFailure(const std::string& what);
 
