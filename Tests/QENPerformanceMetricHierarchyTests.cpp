@@ -200,6 +200,19 @@ TEST(MetricHierarchy, AChildThatWouldCloseACycleIsReportedAndNotAdded) {
   const auto d = Metric::initWithName("d");
   d->addChildMetric(c);
   EXPECT_EQ(d->childMetrics(), Metric::MetricList{c});
+  // Its parent link names only the second, but the first still lists it; nor does a link set by
+  // hand hide who lists a metric.
+  const auto f = Metric::initWithName("f");
+  const auto g = Metric::initWithName("g");
+  const auto h = Metric::initWithName("h");
+  f->addChildMetric(g);
+  g->addChildMetric(h);
+  g->setParentMetric(std::weak_ptr<Metric>());
+  const auto before = assertions.messages().size();
+  c->addChildMetric(b);
+  h->addChildMetric(f);
+  EXPECT_TRUE(c->childMetrics().empty() && h->childMetrics().empty());
+  EXPECT_EQ(assertions.messages().size(), before + 2);
 }
 
 TEST(MetricHierarchy, TwoThreadsAddingEachMetricUnderTheOtherMakeNoCycle) {
@@ -225,6 +238,51 @@ TEST(MetricHierarchy, TwoThreadsAddingEachMetricUnderTheOtherMakeNoCycle) {
     EXPECT_TRUE(a->isFinished() && b->isFinished());
   }
   EXPECT_EQ(assertions.messages().size(), 200u);
+}
+
+// A host's metric whose stop adds a child elsewhere, as one whose stop starts a metric that a
+// listener then adopts does.
+class AddsAChildWhenStopped : public QENPerformanceMetric,
+                              public QENPerformanceMetricFactories<AddsAChildWhenStopped> {
+ public:
+  using QENPerformanceMetricFactories<AddsAChildWhenStopped>::initLeafMetricWithName;
+  using QENPerformanceMetric::QENPerformanceMetric;
+  void stopMetricWithTime(double stopTime) override {
+    QENPerformanceMetric::stopMetricWithTime(stopTime);
+    elsewhere->addChildMetric(Metric::initLeafMetricWithName("late"));
+  }
+  const std::shared_ptr<Metric> elsewhere = Metric::initLeafMetricWithName("elsewhere");
+};
+
+// The stop holds the parent's lock while its child adds elsewhere; another thread adds under that
+// parent meanwhile. Neither may wait on the other.
+TEST(MetricHierarchy, AStopThatAddsAChildAndAnAddUnderItsParentNeverWaitOnEachOther) {
+  for (int round = 0; round < 100; ++round) {
+    const auto parent = Metric::initLeafMetricWithName("parent");
+    const auto child = AddsAChildWhenStopped::initLeafMetricWithName("child");
+    parent->addChildMetric(child);
+    parent->startMetric();
+    child->startMetric();
+    // A subtree to adopt that takes a while to look through: the add's check then overlaps the
+    // stop.
+    const auto added = Metric::initLeafMetricWithName("added");
+    auto bottom = added;
+    for (int depth = 0; depth < 2000; ++depth) {
+      const auto link = Metric::initLeafMetricWithName("link");
+      bottom->addChildMetric(link);
+      bottom = link;
+    }
+    std::latch ready(2);
+    std::thread adder([&] {
+      ready.arrive_and_wait();
+      parent->addChildMetric(added);
+    });
+    ready.arrive_and_wait();
+    parent->stopMetric();
+    adder.join();
+    EXPECT_EQ(parent->childMetrics().size(), 2u);
+    EXPECT_EQ(child->elsewhere->childMetrics().size(), 1u);
+  }
 }
 
 // Tells when it was first offered a metric, and whether it ever was once being destroyed.

@@ -73,9 +73,9 @@ double drawRandomUploadFraction() {
 constexpr const char* kClassPropertyLockLabel =
     "com.qen.performance_logger.metric.class_property_lock";
 
-// Serialises every change of a child list, so that the test for a cycle and the append that
-// follows it see one tree: two threads adding each metric under the other cannot both pass.
-// Held only by addChildMetric, which takes one metric lock (the parent's) under it.
+// Serialises every change of a child list and of a parent link, so that the test for a cycle and
+// the append that follows it see one tree: two threads adding each metric under the other cannot
+// both pass. Taken last (addChildMetric already holds the parent's lock) and held for no wait.
 std::mutex& treeStructureMutex() {
   static auto* const mutex = new std::mutex();
   return *mutex;
@@ -314,38 +314,68 @@ void QENPerformanceMetric::addChildMetric(std::shared_ptr<QENPerformanceMetric> 
                         "Metric should not be nil unless disabled");
     return;
   }
+  // This metric's lock, then the tree mutex, under which no lock is ever awaited: a stop that
+  // holds a parent's lock and adds a child somewhere cannot wait on a thread that waits on it.
+  const QENLockGuard guard(propertyLock_);
   const std::lock_guard structureGuard(treeStructureMutex());
-  if (isSelfOrDescendantOf(*child)) {
+  if (wouldCloseACycle(*child)) {
     QENAssertionFailure("-[QENPerformanceMetric addChildMetric:]",
                         "A metric cannot become a child of itself or of one of its descendants");
     return;
   }
-  const QENLockGuard guard(propertyLock_);
-  QENAssert(child->parentMetric_.load().expired(), "-[QENPerformanceMetric addChildMetric:]",
+  const bool hadParent = !child->parentMetric_.load().expired();
+  QENAssert(!hadParent, "-[QENPerformanceMetric addChildMetric:]",
             "Child metric should not already have a parent.");
-  child->setParentMetric(weak_from_this());
+  child->listedIrregularly_ = child->listedIrregularly_ || hadParent;
+  child->parentMetric_.store(weak_from_this());
   childMetrics_.push_back(std::move(child));
 }
 
-// Child lists change only under the tree-structure mutex, which the caller holds, so they are
-// read here without each metric's lock. The walk keeps its own stack: a deep tree cannot
-// exhaust the thread's.
-bool QENPerformanceMetric::isSelfOrDescendantOf(const QENPerformanceMetric& start) const {
-  std::vector<const QENPerformanceMetric*> stack{&start};
+// A cycle would close if `child` were this metric or one this metric is listed under, directly or
+// not: if this metric is `child` or a descendant of it. Two walks answer that, a step of each in
+// turn, and the first to finish decides: up the parent links from this metric (as many steps as it
+// is deep), and down the child lists from `child` (as many as its subtree is large). Adding a new
+// leaf, or a whole tree under a new root, is then a step or two. The walk up is trusted only while
+// every metric on it is listed only where its parent link says; past one listed under a second
+// parent or given its parent by hand, the walk down alone decides.
+bool QENPerformanceMetric::wouldCloseACycle(const QENPerformanceMetric& child) const {
+  if (&child == this) {
+    return true;
+  }
+  if (child.childMetrics_.empty()) {
+    return false;
+  }
+  const QENPerformanceMetric* up = this;
+  std::shared_ptr<const QENPerformanceMetric> upKeptAlive;
+  std::vector<const QENPerformanceMetric*> down{&child};
   std::unordered_set<const QENPerformanceMetric*> seen;
-  while (!stack.empty()) {
-    const QENPerformanceMetric* metric = stack.back();
-    stack.pop_back();
-    if (metric == this) {
-      return true;
+  for (;;) {
+    if (up != nullptr && !up->listedIrregularly_) {
+      upKeptAlive = up->parentMetric_.load().lock();
+      up = upKeptAlive.get();
+      if (up == nullptr) {
+        return false;  // the top, and `child` was not on the way
+      }
+      if (up == &child) {
+        return true;
+      }
+    } else {
+      up = nullptr;  // the walk down alone decides
     }
-    for (const auto& child : metric->childMetrics_) {
-      if (seen.insert(child.get()).second) {
-        stack.push_back(child.get());
+    if (down.empty()) {
+      return false;
+    }
+    const QENPerformanceMetric* metric = down.back();
+    down.pop_back();
+    for (const auto& listed : metric->childMetrics_) {
+      if (listed.get() == this) {
+        return true;
+      }
+      if (seen.insert(listed.get()).second) {
+        down.push_back(listed.get());
       }
     }
   }
-  return false;
 }
 
 QENPerformanceMetric::MetricList QENPerformanceMetric::childMetrics() const {
@@ -358,6 +388,8 @@ std::shared_ptr<QENPerformanceMetric> QENPerformanceMetric::parentMetric() const
 }
 
 void QENPerformanceMetric::setParentMetric(const std::weak_ptr<QENPerformanceMetric>& parent) {
+  const std::lock_guard structureGuard(treeStructureMutex());
+  listedIrregularly_ = true;  // the link may no longer name the metric that lists this one
   parentMetric_.store(parent);
 }
 

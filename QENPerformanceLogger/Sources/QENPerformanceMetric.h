@@ -375,9 +375,8 @@ class QENPerformanceMetric : public QENObject,
 
   void didFinishConstruction();
   void postMetricWillStart();
-  // Whether this metric is `start` or one of its descendants; under the tree-structure mutex.
-  // Reads child lists under that mutex alone, which every change to them also holds.
-  bool isSelfOrDescendantOf(const QENPerformanceMetric& start) const QEN_NO_THREAD_SAFETY_ANALYSIS;
+  // Under the tree-structure mutex alone, which every change to a child list or parent link holds.
+  bool wouldCloseACycle(const QENPerformanceMetric& child) const QEN_NO_THREAD_SAFETY_ANALYSIS;
 
   // Guarded by propertyLock_.
   QENPerformanceMetricStopReason invalidateReason_ QEN_GUARDED_BY(propertyLock_) =
@@ -416,6 +415,7 @@ class QENPerformanceMetric : public QENObject,
   std::atomic<std::uint64_t> completingEvent_{0};
   QENAtomicReference<std::weak_ptr<QENPerformanceMetric>> parentMetric_;
   const QENPerformanceSendsTraceInHeader* traceHeaderSender_ = nullptr;  // fixed once made
+  bool listedIrregularly_ = false;  // re-parented or given a parent by hand; tree mutex
   std::atomic<bool> reported_{false};
   std::atomic<bool> critical_{false};
   std::atomic<bool> shouldObserveMetricWillStart_;
