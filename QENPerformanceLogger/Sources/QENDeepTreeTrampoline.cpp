@@ -1,13 +1,12 @@
 #include "QENDeepTreeTrampoline.h"
 
 #include <deque>
-#include <utility>
 
 namespace {
 
 struct ThreadState {
   int depth = 0;
-  std::deque<std::function<void()>> queued;
+  std::deque<std::function<void()>> deferred;
 };
 
 ThreadState& threadState() {
@@ -15,38 +14,35 @@ ThreadState& threadState() {
   return state;
 }
 
-// One level of nesting for its lifetime; leaving the outermost level by an exception drops the
-// queue, so that no later walk runs what a failed one left.
-class Level {
- public:
-  explicit Level(ThreadState& state) : state_(state) { ++state_.depth; }
-  ~Level() {
-    if (--state_.depth == 0) {
-      state_.queued.clear();
-    }
-  }
-  Level(const Level&) = delete;
-  Level& operator=(const Level&) = delete;
-
- private:
-  ThreadState& state_;
-};
-
 }  // namespace
 
-void QENDeepTreeTrampoline::run(std::function<void()> work) {
+bool QENDeepTreeTrampoline::enterLevel() {
   ThreadState& state = threadState();
   if (state.depth >= kDirectDepth) {
-    state.queued.push_back(std::move(work));
-    return;
+    return false;
   }
-  const bool outermost = state.depth == 0;
-  const Level level(state);
-  work();
-  work = nullptr;  // what it owned goes now, within this level
-  while (outermost && !state.queued.empty()) {
-    std::function<void()> next = std::move(state.queued.front());
-    state.queued.pop_front();
+  ++state.depth;
+  return true;
+}
+
+QENDeepTreeTrampoline::Level::Level() : outermost_(threadState().depth == 1) {}
+
+QENDeepTreeTrampoline::Level::~Level() {
+  ThreadState& state = threadState();
+  if (--state.depth == 0) {
+    state.deferred.clear();  // empty unless work threw out of the outermost call
+  }
+}
+
+void QENDeepTreeTrampoline::defer(std::function<void()> work) {
+  threadState().deferred.push_back(std::move(work));
+}
+
+void QENDeepTreeTrampoline::runDeferred() {
+  ThreadState& state = threadState();
+  while (!state.deferred.empty()) {
+    std::function<void()> next = std::move(state.deferred.front());
+    state.deferred.pop_front();
     next();
   }
 }
