@@ -59,6 +59,64 @@ void BM_AppLifecycleObservingMetricWithAnnotations(benchmark::State& state) {
 }
 BENCHMARK(BM_AppLifecycleObservingMetricWithAnnotations);
 
+// Trees whose cost must not grow with the square of their size: each row builds a tree of
+// range(0) metrics and frees it, and says its time per metric (as time_per_span, the figure the
+// clock-read summary reads).
+void countPerMetric(benchmark::State& state) {
+  const auto metrics = static_cast<double>(state.iterations() * state.range(0));
+  state.counters["time_per_span"] =
+      benchmark::Counter(metrics, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+// A chain built bottom up: each new root adopts the whole chain so far.
+void BM_ChainAdoptedBottomUpThenFreed(benchmark::State& state) {
+  for (auto _ : state) {
+    auto root = QENPerformanceMetric::initLeafMetricWithName("link");
+    for (std::int64_t made = 1; made < state.range(0); ++made) {
+      auto parent = QENPerformanceMetric::initLeafMetricWithName("link");
+      parent->addChildMetric(std::move(root));
+      root = std::move(parent);
+    }
+    benchmark::DoNotOptimize(root.get());
+  }
+  countPerMetric(state);
+}
+BENCHMARK(BM_ChainAdoptedBottomUpThenFreed)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// A chain built top down: each new leaf goes under the deepest metric.
+void BM_ChainGrownTopDownThenFreed(benchmark::State& state) {
+  for (auto _ : state) {
+    const auto root = QENPerformanceMetric::initLeafMetricWithName("link");
+    auto deepest = root;
+    for (std::int64_t made = 1; made < state.range(0); ++made) {
+      auto leaf = QENPerformanceMetric::initLeafMetricWithName("link");
+      deepest->addChildMetric(leaf);
+      deepest = std::move(leaf);
+    }
+    benchmark::DoNotOptimize(root.get());
+  }
+  countPerMetric(state);
+}
+BENCHMARK(BM_ChainGrownTopDownThenFreed)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// A root with range(0) children that each listen for will-start notifications (as a screen's
+// metrics do), built and then freed: each registration and removal is one entry of the
+// notification centre.
+void BM_RootWithObservingChildrenThenFreed(benchmark::State& state) {
+  for (auto _ : state) {
+    const auto root = QENPerformanceMetric::initWithName("screen");
+    for (std::int64_t made = 1; made < state.range(0); ++made) {
+      root->addChildMetric(QENPerformanceMetric::initWithName("section"));
+    }
+    benchmark::DoNotOptimize(root.get());
+  }
+  countPerMetric(state);
+}
+BENCHMARK(BM_RootWithObservingChildrenThenFreed)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Unit(benchmark::kMillisecond);
+
 void BM_ObservingMetricLifecycle(benchmark::State& state) {
   for (auto _ : state) {
     auto metric = QENPerformanceMetric::initWithName("home_feed_render");
