@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <latch>
 #include <memory>
@@ -53,6 +54,41 @@ TEST(QENNotificationCenter, HandlersMayPostAndRegisterWithoutDeadlock) {
   center.postNotificationName("outer");
   center.postNotificationName("outer");
   EXPECT_EQ(nestedDeliveries, 1 + 2) << "first post: one inner observer; second: two";
+}
+
+// More observers than one post takes under the centre's lock at a time, so that the removals
+// below land both in the batch being called and in later ones.
+TEST(QENNotificationCenter, APostSkipsRegistrationsRemovedBeforeTheirTurnAndThoseMadeAfterItBegan) {
+  QENNotificationCenter center;
+  constexpr int kObservers = 40;
+  std::vector<std::shared_ptr<int>> observers;
+  std::vector<int> called;
+  for (int index = 0; index < kObservers; ++index) {
+    observers.push_back(std::make_shared<int>(index));
+    center.addObserver(observers.back(), "n", nullptr, [&, index](const QENNotification&) {
+      called.push_back(index);
+      if (index == 0 && called.size() == 1) {
+        center.removeObserver(observers[1].get());
+        center.removeObserver(observers[30].get(), "n");
+        center.addObserver(observers[0], "n", nullptr,
+                           [&](const QENNotification&) { called.push_back(-1); });
+      }
+    });
+  }
+  center.postNotificationName("n");
+  EXPECT_EQ(called.size(), kObservers - 2u);
+  EXPECT_EQ(std::count(called.begin(), called.end(), 1), 0);
+  EXPECT_EQ(std::count(called.begin(), called.end(), 30), 0);
+  EXPECT_EQ(std::count(called.begin(), called.end(), -1), 0) << "registered after the post began";
+  EXPECT_EQ(center.registrationCount("n"), kObservers - 2u + 1u);
+
+  called.clear();
+  center.postNotificationName("n");
+  EXPECT_EQ(called.back(), -1);
+  for (auto& observer : observers) {
+    center.removeObserver(observer.get());
+  }
+  EXPECT_EQ(center.registrationCount("n"), 0u);
 }
 
 // An observer that records whether it was called while, or after, being destroyed.

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <atomic>
+#include <list>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "QENNotification.h"
@@ -20,7 +22,10 @@
 // Registrations of a destroyed observer are never called again; removeObserver (typically from
 // the observer's destructor) frees them, and so does the next post of their name.
 //
-// No lock of the centre is held while handlers run: a handler may post, register or remove.
+// No lock of the centre is held while handlers run: a handler may post, register or remove. A
+// post reaches the registrations made before it began, except those removed before their turn.
+// Registering and removing cost the same however many observers a name has; only a post, which
+// calls each of them, grows with their number.
 class QENNotificationCenter {
  public:
   // The process-wide centre (never destroyed).
@@ -48,12 +53,37 @@ class QENNotificationCenter {
 
  private:
   struct Registration {
-    std::weak_ptr<const void> observer;
-    const void* observerAddress;
-    const QENObject* sender;
-    QENNotificationHandler handler;
+    Registration(const std::shared_ptr<const void>& observer, const QENObject* sender,
+                 QENNotificationHandler handler)
+        : observer(observer),
+          observerAddress(observer.get()),
+          sender(sender),
+          handler(std::move(handler)) {}
+
+    const std::weak_ptr<const void> observer;
+    const void* const observerAddress;
+    const QENObject* const sender;
+    const QENNotificationHandler handler;
+    // Taken out while a post was under way: no longer called, freed when the posts end.
+    std::atomic<bool> removed{false};
   };
-  using RegistrationList = std::vector<std::shared_ptr<const Registration>>;
+  using RegistrationPosition = std::list<Registration>::iterator;
+
+  // One name's registrations in registration order. While a post walks them, nothing is erased:
+  // a removal only marks its registration, so the walk's positions stay valid. An entry stays once
+  // made, emptied or not: names are few and fixed, and a name whose only observer comes and goes
+  // (every metric's will-start listener) would otherwise be made anew each time.
+  struct NameEntry {
+    std::list<Registration> registrations;
+    std::size_t held = 0;  // registrations not marked removed
+    int postsUnderWay = 0;
+    bool holdsRemoved = false;
+  };
+
+  struct ObserverRegistration {
+    NameEntry* entry;
+    RegistrationPosition position;
+  };
 
   struct NameHash {
     using is_transparent = void;
@@ -62,13 +92,15 @@ class QENNotificationCenter {
     }
   };
 
-  template <class ShouldRemove>
-  void removeRegistrationsIf(const ShouldRemove& shouldRemove,
-                             std::optional<std::string_view> onlyName);
+  class PostWalk;
+
+  void removeRegistrations(const void* observer, const NameEntry* onlyEntry);
+  void detach(NameEntry& entry, RegistrationPosition position);
+  void forgetObserverRegistration(const void* observer, RegistrationPosition position);
+  void freeRemovedOnceIdle(NameEntry& entry, bool metDestroyedObserver);
 
   std::mutex mutex_;
-  // Each list is replaced, never changed in place, so a post iterates its own snapshot.
-  std::unordered_map<std::string, std::shared_ptr<const RegistrationList>, NameHash,
-                     std::equal_to<>>
-      registrationsByName_;
+  std::unordered_map<std::string, NameEntry, NameHash, std::equal_to<>> registrationsByName_;
+  // Where each observer's registrations are, so that removing them never walks a name's list.
+  std::unordered_multimap<const void*, ObserverRegistration> registrationsByObserver_;
 };

@@ -1,6 +1,6 @@
 #include "QENAppLifecycleObservers.h"
 
-#include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #include "QENApplication/QENApplicationLifecycle.h"
@@ -33,11 +33,16 @@ QENAppLifecycleObservers::QENAppLifecycleObservers() {
 void QENAppLifecycleObservers::add(const std::shared_ptr<QENPerformanceMetric>& metric) {
   const std::lock_guard guard(mutex_);
   entries_.push_back({metric.get(), metric});
+  positionsByMetric_.emplace(metric.get(), std::prev(entries_.end()));
 }
 
 void QENAppLifecycleObservers::remove(const QENPerformanceMetric* metric) {
   const std::lock_guard guard(mutex_);
-  std::erase_if(entries_, [&](const Entry& entry) { return entry.address == metric; });
+  const auto [first, end] = positionsByMetric_.equal_range(metric);
+  for (auto found = first; found != end; ++found) {
+    entries_.erase(found->second);
+  }
+  positionsByMetric_.erase(first, end);
 }
 
 std::size_t QENAppLifecycleObservers::count() const {
@@ -50,7 +55,7 @@ void QENAppLifecycleObservers::fanOut(Handler handler, const QENNotification& no
   std::vector<std::shared_ptr<QENPerformanceMetric>> live;
   {
     const std::lock_guard guard(mutex_);
-    live.reserve(entries_.size());
+    live.reserve(entries_.size());  // a notification reaches them all anyway
     for (const Entry& entry : entries_) {
       if (auto metric = entry.metric.lock()) {
         live.push_back(std::move(metric));

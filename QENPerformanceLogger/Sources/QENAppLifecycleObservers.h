@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <list>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 class QENPerformanceMetric;
@@ -35,5 +37,8 @@ class QENAppLifecycleObservers {
   void fanOut(Handler handler, const QENNotification& notification) const;
 
   mutable std::mutex mutex_;
-  std::vector<Entry> entries_;
+  std::list<Entry> entries_;  // in the order they were listed
+  // Where each metric's entries are, so that taking them out never walks the list.
+  std::unordered_multimap<const QENPerformanceMetric*, std::list<Entry>::iterator>
+      positionsByMetric_;
 };
