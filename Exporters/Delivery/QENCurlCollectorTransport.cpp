@@ -96,6 +96,10 @@ QENCollectorTransport::Outcome QENCurlCollectorTransport::post(
   curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(requestTimeout_.count()));
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, discardResponse);
+  // A transfer cut off while its host name resolves leaves the resolver thread behind (it frees
+  // itself when the lookup ends) instead of waiting for it: a lookup can take seconds, and
+  // shutdown must return within its limit.
+  curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L);
 
   CURLM* multi = transfers_->multi;
   curl_multi_add_handle(multi, curl);

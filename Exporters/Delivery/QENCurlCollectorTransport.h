@@ -8,7 +8,8 @@
 
 // Posts to a collector's URL over HTTP with libcurl. Each attempt is limited by requestTimeout
 // and by the deadline, whichever comes first: a deadline brought forward cuts the transfer at
-// once (wake), so that a reporter's shutdown never waits on a slow collector. A URL that
+// once (wake), so that a reporter's shutdown never waits on a slow collector, nor on a host name
+// still resolving (libcurl's resolver thread is left to finish the lookup on its own). A URL that
 // redirects is a configuration error: its batches are refused, and the developer log says so.
 class QENCurlCollectorTransport final : public QENCollectorTransport {
  public:
