@@ -11,6 +11,7 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "Support/QENAnnotationReaders.h"
+#include "Support/QENCapturedAssertions.h"
 
 namespace {
 
@@ -178,6 +179,23 @@ TEST(ImageDownloadMetricManager, MatchesOnTheCDNByPathAndElsewhereByEqualURL) {
             offCDN);
 }
 
+TEST(ImageDownloadMetricManager, TakesAListAndALockInPlaceOfItsOwnAndReportsAbsentOnes) {
+  QENCapturedAssertions captured;
+  Manager manager;
+  const auto metric = imageMetric("https://c.example.com/listed.jpg");
+  manager.setMonitoredMetrics({metric, metric, nullptr});
+  EXPECT_EQ(manager.monitoredMetrics(), std::vector<std::shared_ptr<ImageMetric>>{metric});
+  const auto hostLock = std::make_shared<QENLock>("host lock");
+  manager.setLock(hostLock);
+  manager.setLock(nullptr);
+  EXPECT_EQ(manager.lock(), hostLock);
+  EXPECT_EQ(manager.removeMetricForProcessingWithURL(metric->imageURL()), metric);
+  EXPECT_EQ(captured.messages(), (std::vector<std::string>{"A monitored metric should not be nil",
+                                                           "The lock should not be nil"}));
+}
+
+// A host replacing the manager's lock meanwhile (under ThreadSanitizer: no operation touches the
+// list under a lock that is no longer the manager's).
 TEST(ImageDownloadMetricManager, MatchesEachRegisteredMetricOnceUnderConcurrency) {
   constexpr int kPerThread = 200;
   constexpr int kThreads = 2;
@@ -188,6 +206,12 @@ TEST(ImageDownloadMetricManager, MatchesEachRegisteredMetricOnceUnderConcurrency
   std::vector<std::shared_ptr<ImageMetric>> matched;
   std::array<std::atomic<int>, kThreads> registeredCount{};
   std::vector<std::thread> threads;
+  std::atomic<bool> finished{false};
+  std::thread lockReplacer([&] {
+    while (!finished) {
+      Manager::sharedMetricManager().setLock(std::make_shared<QENLock>("replacement"));
+    }
+  });
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&, thread] {
       for (int index = 0; index < kPerThread; ++index) {
@@ -212,6 +236,8 @@ TEST(ImageDownloadMetricManager, MatchesEachRegisteredMetricOnceUnderConcurrency
   for (auto& thread : threads) {
     thread.join();
   }
+  finished = true;
+  lockReplacer.join();
   EXPECT_EQ(std::count(matched.begin(), matched.end(), nullptr), 0) << "none lost";
   std::sort(matched.begin(), matched.end());
   EXPECT_EQ(std::unique(matched.begin(), matched.end()), matched.end()) << "each matched once";

@@ -6,7 +6,6 @@
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENAssert.h"
-#include "QENFoundation/QENLockGuard.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENNumericConversion.h"
 #include "QENThrift/tracing_clientConstants.h"
@@ -96,7 +95,44 @@ TransactionSummary summarise(const std::vector<std::shared_ptr<const Transaction
 }  // namespace
 
 QENImageDownloadPerformanceMetricManager::QENImageDownloadPerformanceMetricManager()
-    : lock_("QENImageDownloadPerformanceMetricManager lock") {}
+    : lock_(std::make_shared<QENLock>("QENImageDownloadPerformanceMetricManager lock")) {}
+
+// Holds the manager's current lock: one replaced while this waited on it is let go, and the new
+// one taken, so that only the holder of the current lock touches the metrics.
+class QEN_SCOPED_CAPABILITY QENImageDownloadPerformanceMetricManager::CurrentLockGuard {
+ public:
+  explicit CurrentLockGuard(const QENImageDownloadPerformanceMetricManager& manager)
+      QEN_ACQUIRE(manager.metricsAccess_) QEN_NO_THREAD_SAFETY_ANALYSIS {
+    for (;;) {
+      held_ = manager.lock_.load();
+      held_->lock();
+      if (manager.lock_.load() == held_) {
+        return;
+      }
+      held_->unlock();
+    }
+  }
+  ~CurrentLockGuard() QEN_RELEASE() QEN_NO_THREAD_SAFETY_ANALYSIS { held_->unlock(); }
+  CurrentLockGuard(const CurrentLockGuard&) = delete;
+  CurrentLockGuard& operator=(const CurrentLockGuard&) = delete;
+
+ private:
+  std::shared_ptr<QENLock> held_;
+};
+
+std::shared_ptr<QENLock> QENImageDownloadPerformanceMetricManager::lock() const {
+  return lock_.load();
+}
+
+void QENImageDownloadPerformanceMetricManager::setLock(std::shared_ptr<QENLock> lock) {
+  if (lock == nullptr) {
+    QENAssertionFailure("-[QENImageDownloadPerformanceMetricManager setLock:]",
+                        "The lock should not be nil");
+    return;
+  }
+  const CurrentLockGuard guard(*this);
+  lock_.store(std::move(lock));
+}
 
 QENImageDownloadPerformanceMetricManager&
 QENImageDownloadPerformanceMetricManager::sharedMetricManager() {
@@ -126,7 +162,7 @@ void QENImageDownloadPerformanceMetricManager::instanceMonitorForSessionMetrics(
                         "Metric should not be nil unless disabled");
     return;
   }
-  const QENLockGuard guard(lock_);
+  const CurrentLockGuard guard(*this);
   monitoredMetrics_.insert(metric);
 }
 
@@ -137,7 +173,7 @@ QENImageDownloadPerformanceMetricManager::removeMetricForProcessingWithURL(
     return nullptr;
   }
   const std::string cdnDomain = imageCDNHostDomain();
-  const QENLockGuard guard(lock_);
+  const CurrentLockGuard guard(*this);
   for (auto candidate = monitoredMetrics_.begin(); candidate != monitoredMetrics_.end();
        ++candidate) {
     const auto imageURL = (*candidate)->associatedURL();
@@ -152,8 +188,23 @@ QENImageDownloadPerformanceMetricManager::removeMetricForProcessingWithURL(
 
 std::vector<QENImageDownloadPerformanceMetricManager::MetricPointer>
 QENImageDownloadPerformanceMetricManager::monitoredMetrics() const {
-  const QENLockGuard guard(lock_);
+  const CurrentLockGuard guard(*this);
   return {monitoredMetrics_.begin(), monitoredMetrics_.end()};
+}
+
+void QENImageDownloadPerformanceMetricManager::setMonitoredMetrics(
+    const std::vector<MetricPointer>& metrics) {
+  std::unordered_set<MetricPointer> replacement;
+  for (const MetricPointer& metric : metrics) {
+    if (metric == nullptr) {
+      QENAssertionFailure("-[QENImageDownloadPerformanceMetricManager setMonitoredMetrics:]",
+                          "A monitored metric should not be nil");
+      continue;
+    }
+    replacement.insert(metric);
+  }
+  const CurrentLockGuard guard(*this);
+  monitoredMetrics_.swap(replacement);
 }
 
 QENImageDownloadPerformanceMetricManager::MetricPointer

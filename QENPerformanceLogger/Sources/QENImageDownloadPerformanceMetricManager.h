@@ -6,7 +6,9 @@
 #include <unordered_set>
 #include <vector>
 
+#include "QENFoundation/QENAtomicReference.h"
 #include "QENFoundation/QENLock.h"
+#include "QENFoundation/QENThreadSafetyAnnotations.h"
 #include "QENImageDownloadPerformanceMetric.h"
 #include "QENURLLoading/QENURLSessionTaskMetrics.h"
 
@@ -66,11 +68,24 @@ class QENImageDownloadPerformanceMetricManager {
   // so the instance form says so in its name.
   void instanceMonitorForSessionMetrics(const MetricPointer& metric);
   MetricPointer removeMetricForProcessingWithURL(const std::shared_ptr<const QENURL>& url);
-  // A snapshot of the metrics still waiting.
+  // A snapshot of the metrics still waiting, and its replacement (each a metric once however
+  // often it is listed; an absent one is reported and left out).
   std::vector<MetricPointer> monitoredMetrics() const;
-  QENLock& lock() { return lock_; }
+  void setMonitoredMetrics(const std::vector<MetricPointer>& metrics);
+
+  // The lock that guards the waiting metrics, for a host that shares it with code of its own. A
+  // replacement may be set at any time: an operation that waited on the lock it replaced takes the
+  // new one before it touches the metrics. An absent lock is reported and ignored.
+  std::shared_ptr<QENLock> lock() const;
+  void setLock(std::shared_ptr<QENLock> lock);
 
  private:
-  mutable QENLock lock_;
-  std::unordered_set<MetricPointer> monitoredMetrics_ QEN_GUARDED_BY(lock_);
+  // What holding the current lock grants, for the thread-safety analysis: the lock itself is
+  // only known when the program runs.
+  struct QEN_CAPABILITY("mutex") MetricsAccess {};
+  class CurrentLockGuard;
+
+  QENAtomicReference<std::shared_ptr<QENLock>> lock_;
+  mutable MetricsAccess metricsAccess_;
+  std::unordered_set<MetricPointer> monitoredMetrics_ QEN_GUARDED_BY(metricsAccess_);
 };
