@@ -44,6 +44,8 @@ TEST(MeasuredTask, ReportsMissingNameOrTaskAndStillBuildsTheTask) {
             "-[QENMeasuredTask initWithName:uploadFraction:parentMetric:task:]");
   EXPECT_TRUE(empty->performanceMetric()->isFinished()) << "a zero-length child of the parent";
   EXPECT_EQ(parent->childMetrics().size(), 1u);
+  EXPECT_EQ(empty->performanceMetric()->name(), std::nullopt) << "absent, not \"\"";
+  EXPECT_TRUE(empty->performanceMetric()->debugDescription().starts_with("Metric: (null);"));
 
   const auto unmeasured = QENUnmeasuredTask::initWithTask(nullptr);
   unmeasured->execute();

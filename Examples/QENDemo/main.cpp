@@ -225,7 +225,7 @@ int main(int argc, char** argv) {
   const auto feed = playHomeFeedRender();
   for (const auto& metric : {coldStart, feed}) {
     const auto trace = metric->spansWithAppContext(appContext);
-    std::printf("%s: %zu spans in trace %s, sampled for upload: %s\n", metric->name().c_str(),
+    std::printf("%s: %zu spans in trace %s, sampled for upload: %s\n", metric->name()->c_str(),
                 trace.size(), QENFoundation::qen_networkEndianHexString(metric->traceId()).c_str(),
                 metric->shouldUpload() ? "yes" : "no");
     printWaterfall(trace);

@@ -19,8 +19,9 @@ std::shared_ptr<QENMeasuredTask> QENMeasuredTask::initWithName(
   QENParameterAssert(task != nullptr, "task",
                      "-[QENMeasuredTask initWithName:uploadFraction:parentMetric:task:]");
   auto measuredTask = std::make_shared<QENMeasuredTask>();
-  measuredTask->performanceMetric_ = QENPerformanceMetric::initWithName(
-      std::move(metricName).value_or(std::string()), uploadFraction, false);
+  measuredTask->performanceMetric_ =
+      metricName ? QENPerformanceMetric::initWithName(std::move(*metricName), uploadFraction, false)
+                 : QENPerformanceMetric::initWithName(std::nullopt, uploadFraction, false);
   measuredTask->parentMetric_ = parentMetric;
   measuredTask->task_ = std::move(task);
   return measuredTask;

@@ -83,8 +83,8 @@ std::mutex& treeStructureMutex() {
 
 }  // namespace
 
-QENPerformanceMetric::QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
-                                           bool shouldObserveMetricWillStart,
+QENPerformanceMetric::QENPerformanceMetric(ConstructionKey, std::optional<std::string> name,
+                                           double uploadFraction, bool shouldObserveMetricWillStart,
                                            bool shouldPostMetricWillStart)
     : propertyLock_(kPropertyLockLabel),
       name_(std::move(name)),
@@ -586,7 +586,7 @@ bool QENPerformanceMetric::shouldLogNetworkRequests() const {
   return true;
 }
 
-std::string QENPerformanceMetric::identifier() const {
+std::optional<std::string> QENPerformanceMetric::identifier() const {
   return name_;
 }
 
@@ -623,8 +623,8 @@ std::string debugDescriptionLine(const QENPerformanceMetric& metric, std::size_t
       QENPerformanceMetric::debugNameForStopReason(metric.invalidateReason());
   const std::string line = QENFoundation::formatString(
       "Metric: %s; Stop reason: %.*s; Timing: %f (%f - %f); Invalidating event: %s\n",
-      metric.name().c_str(), static_cast<int>(reasonName.size()), reasonName.data(), stop - start,
-      start, stop, eventText.c_str());
+      metric.name() ? metric.name()->c_str() : "(null)", static_cast<int>(reasonName.size()),
+      reasonName.data(), stop - start, start, stop, eventText.c_str());
   return QENFoundation::prependIndentationLevel(line, indentation);
 }
 

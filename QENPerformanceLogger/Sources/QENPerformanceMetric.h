@@ -195,7 +195,8 @@ class QENPerformanceMetric : public QENObject,
   static void setUwtMetricNames(const std::optional<MetricNameSet>& names);
 
   // Identity and sampling.
-  const std::string& name() const noexcept { return name_; }
+  // Absent only for a metric made without one (initWithName(std::nullopt, ...)).
+  const std::optional<std::string>& name() const noexcept { return name_; }
   double uploadFraction() const noexcept { return uploadFraction_; }
   // The metric's sampling draw, one of 0.00, 0.01, ..., 0.99. Drawn once, when first needed:
   // most metrics are children that are never sampled on their own.
@@ -293,7 +294,8 @@ class QENPerformanceMetric : public QENObject,
     friend class QENPerformanceMetric;
   };
 
-  QENPerformanceMetric(ConstructionKey, std::string name, double uploadFraction,
+  // A subclass may take its name as a std::string: it converts.
+  QENPerformanceMetric(ConstructionKey, std::optional<std::string> name, double uploadFraction,
                        bool shouldObserveMetricWillStart, bool shouldPostMetricWillStart);
   ~QENPerformanceMetric() override;
   QENPerformanceMetric(const QENPerformanceMetric&) = delete;
@@ -306,7 +308,7 @@ class QENPerformanceMetric : public QENObject,
   virtual void linearizeCriticalPath();
   virtual bool isExclusive() const;
   virtual bool shouldLogNetworkRequests() const;
-  virtual std::string identifier() const;
+  virtual std::optional<std::string> identifier() const;
   // Whether a host's context-logging event invalidates this metric; by default the answer of
   // shouldInvalidateBlock, or false without one.
   virtual bool shouldInvalidate(const EventPointer& event) const;
@@ -402,7 +404,7 @@ class QENPerformanceMetric : public QENObject,
   mutable QENLock propertyLock_;
 
   // Fixed after construction.
-  const std::string name_;
+  const std::optional<std::string> name_;
   const double uploadFraction_;
   static constexpr double kNotDrawn = -1.0;
   mutable std::atomic<double> randomUploadFraction_{kNotDrawn};

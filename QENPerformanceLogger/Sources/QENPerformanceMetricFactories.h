@@ -105,6 +105,14 @@ class QENPerformanceMetricFactories {
   static std::shared_ptr<Metric> initWithName(std::string name, int, int) = delete;
   static std::shared_ptr<Metric> initWithName(std::string name, int, double) = delete;
 
+  // A metric without a name (what a measured task given none makes), told apart from one named "".
+  static std::shared_ptr<Metric> initWithName(std::nullopt_t, double uploadFraction,
+                                              bool dynamicallyManageMetricHierarchy) {
+    return Metric::template makeMetric<Metric>(std::optional<std::string>(), uploadFraction,
+                                               dynamicallyManageMetricHierarchy,
+                                               dynamicallyManageMetricHierarchy);
+  }
+
   // A finished leaf metric that measured `work`, run here and now.
   static std::shared_ptr<Metric> createWithName(std::string name,
                                                 const std::function<void()>& work) {

@@ -175,10 +175,11 @@ void QENSpanExport::fill(const QENPerformanceMetric& metric, bool isTopLevel, QE
                          const QENPerformanceMetricAppContext& appContext, std::int64_t spanId,
                          Snapshot snapshot) {
   using Constants = QENThrift::tracing_clientConstants;
-  const bool isUWTSpan = isTopLevel && isUWTName(metric.name());
+  // A metric without a name makes a span named "", as the span has no absent name.
+  const std::string name = lowercased(metric.name().value_or(std::string()));
+  const bool isUWTSpan = isTopLevel && metric.name() && isUWTName(*metric.name());
   span.setId(spanId);
-  span.setName(isUWTSpan ? std::string(Constants::UWT_SPAN_PREFIX()) + lowercased(metric.name())
-                         : lowercased(metric.name()));
+  span.setName(isUWTSpan ? std::string(Constants::UWT_SPAN_PREFIX()) + name : name);
   const double start = snapshot.startTime;
   const double stop = snapshot.stopTime;
   span.setTimestamp(QENMicrosecondsSince1970FromMonotonicTime(start));

@@ -14,12 +14,12 @@ namespace QENTest {
 
 using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
 
-// The name() of every element, in order.
+// The name() of every element, in order ("" for a metric without one).
 template <class List>
 std::vector<std::string> namesOf(const List& list) {
   std::vector<std::string> names;
   for (const auto& element : list) {
-    names.push_back(element->name());
+    names.push_back(std::optional<std::string>(element->name()).value_or(std::string()));
   }
   return names;
 }
