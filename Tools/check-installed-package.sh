@@ -27,6 +27,14 @@ ${CXX:-c++} Examples/Consumer/main.cpp -o "$prefix/pkg-config-consumer" \
   $($pkgconfig --cflags --libs QENPerformanceLoggerExporters)
 "$prefix/pkg-config-consumer" >/dev/null
 
+# The C interface, from C, with what its pkg-config file says: the library holds everything else.
+if [ -f "$PKG_CONFIG_PATH/QENPerformanceLoggerC.pc" ]; then
+  printf '#include <QENPerformanceLoggerC.h>\nint main(void) { QENCMetric m; return QENCMetricCreate("c", 1, 1.0, &m) == QENCStatusOK && QENCMetricRelease(m) == QENCStatusOK ? 0 : 1; }\n' |
+    ${CC:-cc} -std=c11 -Wall -Wextra -Wpedantic -Werror -x c - -o "$prefix/c-consumer" \
+      $($pkgconfig --cflags --libs QENPerformanceLoggerC) -Wl,-rpath,"$(dirname "$PKG_CONFIG_PATH")"
+  "$prefix/c-consumer"
+fi
+
 headers=$(cd "$prefix/install/include/QENPerformanceLogger" && find . -name '*.h' | sed 's|^\./||')
 printf '%s\n' $headers | xargs -P 2 -I{} sh -c \
   "printf '#include <{}>\n' | ${CXX:-c++} -std=c++20 -fsyntax-only -x c++ -I'$prefix/install/include/QENPerformanceLogger' -"

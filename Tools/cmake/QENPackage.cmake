@@ -32,6 +32,20 @@ if(QEN_BUILD_EXPORTERS)
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
 
+# The C interface: its shared library, header and Swift module map, found with pkg-config
+# (QENPerformanceLoggerC) or by path; nothing of the C++ inside shows.
+if(TARGET QENPerformanceLoggerC)
+  install(TARGETS QENPerformanceLoggerC
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QENPerformanceLoggerC)
+  install(FILES ${PROJECT_SOURCE_DIR}/Bindings/C/module.modulemap
+          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QENPerformanceLoggerC)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/QENPerformanceLoggerC.pc.in
+                 ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerC.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerC.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
+
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/QENPerformanceLoggerConfig.cmake.in
                               ${CMAKE_CURRENT_BINARY_DIR}/QENPerformanceLoggerConfig.cmake
                               INSTALL_DESTINATION ${QEN_PACKAGE_DIR})

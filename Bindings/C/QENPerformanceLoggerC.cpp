@@ -1,0 +1,556 @@
+#include "QENPerformanceLoggerC.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "QENAssert.h"
+#include "QENCHandleTable.h"
+#include "QENFoundation/QENCurrentExceptionDescription.h"
+#include "QENFoundation/QENMonotonicTime.h"
+#include "QENPerformanceLogger.h"
+#include "QENPerformanceLoggerExporters.h"
+
+namespace {
+
+using Metric = QENPerformanceMetric;
+using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+
+struct Trace {
+  Metric::SpanList spans;
+};
+
+template <class Object>
+constexpr QENCHandleKind kindOf();
+template <>
+constexpr QENCHandleKind kindOf<Metric>() {
+  return QENCHandleKind::kMetric;
+}
+template <>
+constexpr QENCHandleKind kindOf<Trace>() {
+  return QENCHandleKind::kTrace;
+}
+template <>
+constexpr QENCHandleKind kindOf<QENSpanSpool>() {
+  return QENCHandleKind::kSpool;
+}
+template <>
+constexpr QENCHandleKind kindOf<QENSpanReporter>() {
+  return QENCHandleKind::kReporter;
+}
+
+template <class Object>
+std::shared_ptr<Object> resolve(std::uint64_t id, const char* function) {
+  auto object = QENCHandleTable::shared().find(id, kindOf<Object>());
+  if (object == nullptr) {
+    QENAssertionFailure(function, "Invalid handle %llu: zero, released, or of another kind",
+                        static_cast<unsigned long long>(id));
+  }
+  return std::static_pointer_cast<Object>(std::move(object));
+}
+
+template <class Object>
+std::uint64_t handOut(std::shared_ptr<Object> object) {
+  return QENCHandleTable::shared().insert(kindOf<Object>(), std::move(object));
+}
+
+template <class Object>
+QENCStatus release(std::uint64_t id, const char* function) {
+  std::shared_ptr<void> object = QENCHandleTable::shared().remove(id, kindOf<Object>());
+  if (object == nullptr) {
+    QENAssertionFailure(function, "Invalid handle %llu: zero, released, or of another kind",
+                        static_cast<unsigned long long>(id));
+    return QENCStatusInvalidHandle;
+  }
+  return QENCStatusOK;  // the object goes here, outside the table's lock
+}
+
+QENCStatus invalidArgument(const char* function, const char* what) {
+  QENAssertionFailure(function, "Invalid argument: %s", what);
+  return QENCStatusInvalidArgument;
+}
+
+// A string given as pointer and length: absent when the pointer is null with a length.
+std::optional<std::string> stringOf(const char* data, std::size_t length) {
+  if (data == nullptr) {
+    return length == 0 ? std::optional<std::string>(std::string()) : std::nullopt;
+  }
+  return std::string(data, length);
+}
+
+// Runs an entry point's body; no exception leaves it.
+template <class Body>
+QENCStatus guarded(const char* function, Body&& body) noexcept {
+#if defined(__cpp_exceptions)
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    QENAssertionFailure(function, "Out of memory");
+  } catch (...) {
+    QENAssertionFailure(function, "Failed: %s", QENCurrentExceptionDescription().c_str());
+  }
+  return QENCStatusFailed;
+#else
+  (void)function;
+  return body();
+#endif
+}
+
+// Runs `action` on the metric a handle names.
+template <class Action>
+QENCStatus withMetric(QENCMetric handle, const char* function, Action&& action) noexcept {
+  return guarded(function, [&] {
+    const auto metric = resolve<Metric>(handle.id, function);
+    if (metric == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    return action(*metric);
+  });
+}
+
+template <class Action>
+QENCStatus withTag(QENCMetric handle, const char* key, std::size_t keyLength, const char* function,
+                   Action&& makeTag) noexcept {
+  return withMetric(handle, function, [&](Metric& metric) {
+    const auto keyText = stringOf(key, keyLength);
+    if (!keyText) {
+      return invalidArgument(function, "key");
+    }
+    metric.addBinaryAnnotation(makeTag(*keyText));
+    return QENCStatusOK;
+  });
+}
+
+std::string encodedBytes(const Trace& trace, QENCFormat format,
+                         const QENSpanReadingOptions& reading) {
+  if (format == QENCFormatChromeTrace) {
+    return QENChromeTraceEncoder::encodeSpans(trace.spans, reading);
+  }
+  QENSpanEncoding encoding;
+  encoding.reading = reading;
+  encoding.format = format == QENCFormatZipkinV1Thrift ? QENSpanEncodingFormat::kZipkinV1Thrift
+                    : format == QENCFormatOTLPJSON     ? QENSpanEncodingFormat::kOTLPJSON
+                                                       : QENSpanEncodingFormat::kZipkinV2JSON;
+  return encoding.encode(trace.spans);
+}
+
+bool isFormat(QENCFormat format) {
+  return format >= QENCFormatZipkinV2JSON && format <= QENCFormatChromeTrace;
+}
+
+}  // namespace
+
+double QENCMonotonicTimeNow(void) {
+  return QENMonotonicTimeGetCurrent();
+}
+
+// MARK: - Metrics
+
+QENCStatus QENCMetricCreate(const char* name, size_t nameLength, double uploadFraction,
+                            QENCMetric* metric) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto nameText = stringOf(name, nameLength);
+    if (metric == nullptr || !nameText) {
+      return invalidArgument(function, metric == nullptr ? "metric" : "name");
+    }
+    metric->id = handOut<Metric>(Metric::initWithName(*nameText, uploadFraction));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricRelease(QENCMetric metric) {
+  const char* const function = __func__;
+  return guarded(function, [&] { return release<Metric>(metric.id, function); });
+}
+
+QENCStatus QENCMetricStart(QENCMetric metric) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [](Metric& target) {
+    target.startMetric();
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricStartWithTime(QENCMetric metric, double time) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    target.startMetricWithTime(time);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricStop(QENCMetric metric) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [](Metric& target) {
+    target.stopMetric();
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricStopWithTime(QENCMetric metric, double time) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    target.stopMetricWithTime(time);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricInvalidate(QENCMetric metric, int64_t stopReason) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    target.invalidateWithReason(stopReason);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricInvalidateWithTime(QENCMetric metric, int64_t stopReason, double time) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (target.isStarted() && !target.isFinished()) {
+      target.stopMetricWithTime(time);  // the invalidation keeps this stop
+    }
+    target.invalidateWithReason(stopReason);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricAddChild(QENCMetric parent, QENCMetric child) {
+  const char* const function = __func__;
+  return withMetric(parent, function, [&](Metric& target) {
+    auto adopted = resolve<Metric>(child.id, function);
+    if (adopted == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    target.addChildMetric(std::move(adopted));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricAddAnnotation(QENCMetric metric, const char* name, size_t nameLength,
+                                   double time) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    const auto nameText = stringOf(name, nameLength);
+    if (!nameText) {
+      return invalidArgument(function, "name");
+    }
+    target.addAnnotation(QENThrift::AnnotationQENAdditions::annotationWithName(*nameText, time));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricAddStringTag(QENCMetric metric, const char* key, size_t keyLength,
+                                  const char* value, size_t valueLength) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    const auto keyText = stringOf(key, keyLength);
+    const auto valueText = stringOf(value, valueLength);
+    if (!keyText || !valueText) {
+      return invalidArgument(function, !keyText ? "key" : "value");
+    }
+    target.addBinaryAnnotation(Vocabulary::annotationWithKeyString(*keyText, *valueText));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricAddBoolTag(QENCMetric metric, const char* key, size_t keyLength, bool value) {
+  const char* const function = __func__;
+  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+    return Vocabulary::annotationWithKeyBoolean(keyText, value);
+  });
+}
+
+QENCStatus QENCMetricAddInt16Tag(QENCMetric metric, const char* key, size_t keyLength,
+                                 int16_t value) {
+  const char* const function = __func__;
+  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+    return Vocabulary::annotationWithKeyInt16(keyText, value);
+  });
+}
+
+QENCStatus QENCMetricAddInt32Tag(QENCMetric metric, const char* key, size_t keyLength,
+                                 int32_t value) {
+  const char* const function = __func__;
+  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+    return Vocabulary::annotationWithKeyInt32(keyText, value);
+  });
+}
+
+QENCStatus QENCMetricAddInt64Tag(QENCMetric metric, const char* key, size_t keyLength,
+                                 int64_t value) {
+  const char* const function = __func__;
+  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+    return Vocabulary::annotationWithKeyInt64(keyText, value);
+  });
+}
+
+QENCStatus QENCMetricAddCompletion(QENCMetric metric, QENCCompletion completion, void* userData) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (completion == nullptr) {
+      return invalidArgument(function, "completion");
+    }
+    // The callback holds no reference to the metric: it may release the metric's handle.
+    target.addCompletionBlock([completion, userData](bool valid) { completion(userData, valid); });
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricShouldUpload(QENCMetric metric, bool* shouldUpload) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (shouldUpload == nullptr) {
+      return invalidArgument(function, "shouldUpload");
+    }
+    *shouldUpload = target.shouldUpload();
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricIdentifiers(QENCMetric metric, int64_t* traceId, int64_t* spanId) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (traceId == nullptr || spanId == nullptr) {
+      return invalidArgument(function, traceId == nullptr ? "traceId" : "spanId");
+    }
+    *traceId = target.traceId();
+    *spanId = target.spanId();
+    return QENCStatusOK;
+  });
+}
+
+// MARK: - Propagation headers
+
+QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, QENCHeaderVisitor visitor,
+                                        void* userData) {
+  const char* const function = __func__;
+  return withMetric(requestMetric, function, [&](Metric& target) {
+    if (visitor == nullptr) {
+      return invalidArgument(function, "visitor");
+    }
+    const auto parent = target.parentMetric();
+    const Metric* root = &target;
+    for (auto above = parent; above != nullptr; above = above->parentMetric()) {
+      root = above.get();
+    }
+    QENTracePropagationHeaders::Context context;
+    context.traceId = root->traceId();
+    context.spanId = target.spanId();
+    context.parentSpanId = parent != nullptr ? parent->spanId() : 0;
+    context.sampled = root->shouldUpload();
+    for (const auto& [name, value] : QENTracePropagationHeaders::headersForContext(context)) {
+      visitor(userData, name.data(), name.size(), value.data(), value.size());
+    }
+    return QENCStatusOK;
+  });
+}
+
+// MARK: - Export
+
+QENCStatus QENCTraceCreate(QENCMetric metric, const char* userId, size_t userIdLength,
+                           const char* platform, size_t platformLength, QENCTrace* trace) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    const auto platformText = stringOf(platform, platformLength);
+    if (trace == nullptr || !platformText || (userId == nullptr && userIdLength != 0)) {
+      return invalidArgument(function, trace == nullptr ? "trace" : "userId or platform");
+    }
+    if (!target.isFinished()) {
+      return QENCStatusNotFinished;
+    }
+    const QENPerformanceMetricAppContext context(
+        userId != nullptr ? std::optional<std::string>(std::string(userId, userIdLength))
+                          : std::nullopt,
+        *platformText);
+    auto exported = std::make_shared<Trace>();
+    exported->spans = target.spansWithAppContext(context);
+    trace->id = handOut<Trace>(std::move(exported));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCTraceRelease(QENCTrace trace) {
+  const char* const function = __func__;
+  return guarded(function, [&] { return release<Trace>(trace.id, function); });
+}
+
+QENCStatus QENCTraceSpanCount(QENCTrace trace, size_t* count) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto exported = resolve<Trace>(trace.id, function);
+    if (exported == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    if (count == nullptr) {
+      return invalidArgument(function, "count");
+    }
+    *count = exported->spans.size();
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCTraceEncode(QENCTrace trace, QENCFormat format, const char* service,
+                           size_t serviceLength, QENCBuffer* encoded) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto exported = resolve<Trace>(trace.id, function);
+    if (exported == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    const auto serviceText = stringOf(service, serviceLength);
+    if (encoded == nullptr || !serviceText || !isFormat(format)) {
+      return invalidArgument(function, encoded == nullptr ? "encoded" : "service or format");
+    }
+    const std::string bytes = encodedBytes(*exported, format, {.serviceName = *serviceText});
+    auto* data = static_cast<std::uint8_t*>(std::malloc(bytes.empty() ? 1 : bytes.size()));
+    if (data == nullptr) {
+      return QENCStatusFailed;
+    }
+    std::memcpy(data, bytes.data(), bytes.size());
+    *encoded = QENCBuffer{data, bytes.size()};
+    return QENCStatusOK;
+  });
+}
+
+void QENCBufferRelease(QENCBuffer* buffer) {
+  if (buffer == nullptr) {
+    return;
+  }
+  std::free(buffer->data);
+  *buffer = QENCBuffer{nullptr, 0};
+}
+
+// MARK: - Delivery
+
+QENCStatus QENCSpoolCreate(const char* path, size_t pathLength, uint64_t maximumBytes,
+                           uint32_t maximumAgeSeconds, QENCSpool* spool) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto pathText = stringOf(path, pathLength);
+    if (spool == nullptr || !pathText || pathText->empty()) {
+      return invalidArgument(function, spool == nullptr ? "spool" : "path");
+    }
+    QENSpanSpoolOptions options{.path = *pathText};
+    if (maximumBytes != 0) {
+      options.maximumBytes = maximumBytes;
+    }
+    if (maximumAgeSeconds != 0) {
+      options.maximumAge = std::chrono::seconds(maximumAgeSeconds);
+    }
+    spool->id = handOut<QENSpanSpool>(std::make_shared<QENSpanSpool>(std::move(options)));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCSpoolRelease(QENCSpool spool) {
+  const char* const function = __func__;
+  return guarded(function, [&] { return release<QENSpanSpool>(spool.id, function); });
+}
+
+namespace {
+
+// The reporter's options from the C ones; InvalidArgument or InvalidHandle on a bad one.
+QENCStatus reporterOptions(const QENCReporterOptions& given, QENSpanReporterOptions& options,
+                           const char* function) {
+  const auto url = stringOf(given.collectorURL, given.collectorURLLength);
+  const auto service = stringOf(given.service, given.serviceLength);
+  if (!url || !service || !isFormat(given.format) || given.format == QENCFormatChromeTrace ||
+      (given.headers == nullptr && given.headerCount != 0)) {
+    return invalidArgument(function, "collectorURL, service, format or headers");
+  }
+  options.collectorURL = *url;
+  options.encoding.format =
+      given.format == QENCFormatZipkinV1Thrift ? QENSpanEncodingFormat::kZipkinV1Thrift
+      : given.format == QENCFormatOTLPJSON     ? QENSpanEncodingFormat::kOTLPJSON
+                                               : QENSpanEncodingFormat::kZipkinV2JSON;
+  options.encoding.reading.serviceName = *service;
+  options.encoding.gzip = given.gzip;
+  for (std::size_t index = 0; index < given.headerCount; ++index) {
+    const QENCHeader& header = given.headers[index];
+    const auto name = stringOf(header.name, header.nameLength);
+    const auto value = stringOf(header.value, header.valueLength);
+    if (!name || !value) {
+      return invalidArgument(function, "header");
+    }
+    options.headers.emplace_back(*name, *value);
+  }
+  if (given.spool.id != 0) {
+    options.spool = resolve<QENSpanSpool>(given.spool.id, function);
+    if (options.spool == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+  }
+  return QENCStatusOK;
+}
+
+}  // namespace
+
+QENCStatus QENCReporterCreate(const QENCReporterOptions* options, QENCReporter* reporter) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    if (options == nullptr || reporter == nullptr) {
+      return invalidArgument(function, options == nullptr ? "options" : "reporter");
+    }
+    QENSpanReporterOptions made;
+    if (const QENCStatus status = reporterOptions(*options, made, function);
+        status != QENCStatusOK) {
+      return status;
+    }
+    reporter->id = handOut<QENSpanReporter>(std::make_shared<QENSpanReporter>(std::move(made)));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterRelease(QENCReporter reporter) {
+  const char* const function = __func__;
+  return guarded(function, [&] { return release<QENSpanReporter>(reporter.id, function); });
+}
+
+QENCStatus QENCReporterReport(QENCReporter reporter, QENCTrace trace) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto target = resolve<QENSpanReporter>(reporter.id, function);
+    const auto exported = target != nullptr ? resolve<Trace>(trace.id, function) : nullptr;
+    if (exported == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    target->report(exported->spans);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterShutdown(QENCReporter reporter, uint32_t limitMilliseconds,
+                                bool* allDelivered) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto target = resolve<QENSpanReporter>(reporter.id, function);
+    if (target == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    const bool delivered = target->shutdown(std::chrono::milliseconds(limitMilliseconds));
+    if (allDelivered != nullptr) {
+      *allDelivered = delivered;
+    }
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterGetCounters(QENCReporter reporter, QENCReporterCounters* counters) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto target = resolve<QENSpanReporter>(reporter.id, function);
+    if (target == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    if (counters == nullptr) {
+      return invalidArgument(function, "counters");
+    }
+    const QENSpanReporterCounters now = target->counters();
+    *counters = QENCReporterCounters{now.accepted, now.persisted, now.delivered, now.dropped()};
+    return QENCStatusOK;
+  });
+}

@@ -1,0 +1,201 @@
+#ifndef QEN_PERFORMANCE_LOGGER_C_H
+#define QEN_PERFORMANCE_LOGGER_C_H
+
+/*
+ * The library's C interface, for hosts written in other languages (Swift, Java over JNI, Dart,
+ * JavaScript engines). Every function is safe to call from any thread.
+ *
+ * Handles. A metric, a trace (a finished tree's exported spans), a spool and a reporter are each
+ * named by a handle: a small struct holding an id, copied by value. A handle made by a Create
+ * function must be given to the matching Release once; after that, and for a handle of another
+ * kind or a zero one, every function reports the mistake through the library's assertion facility
+ * (the developer log) and returns QENCStatusInvalidHandle without doing anything. A released
+ * handle stays invalid: its id comes back only after its slot has been reused 2^32 times.
+ *
+ * Strings are UTF-8, given as a pointer and a length in bytes: no terminating NUL is needed or
+ * read. Ill-formed UTF-8 is kept and replaced by U+FFFD when encoded. A null pointer with a
+ * length of 0 is the empty string; a null pointer with another length is QENCStatusInvalidArgument.
+ * The library copies every string it is given before the call returns.
+ *
+ * Times are monotonic seconds (QENCMonotonicTimeNow), as doubles.
+ *
+ * Errors. Every function that can fail returns a status; none throws, aborts or leaves an
+ * exception of any language pending. Outputs are written only when the status is QENCStatusOK.
+ */
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define QENC_EXPORT __declspec(dllexport)
+#else
+#define QENC_EXPORT __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum QENCStatus {
+  QENCStatusOK = 0,
+  QENCStatusInvalidHandle = 1,   /* zero, released, or of another kind (reported) */
+  QENCStatusInvalidArgument = 2, /* a null output, a null string with a length, a bad value */
+  QENCStatusNotFinished = 3,     /* export of a metric that has not stopped */
+  QENCStatusFailed = 4           /* out of memory, or a file that could not be opened */
+} QENCStatus;
+
+typedef struct QENCMetric {
+  uint64_t id;
+} QENCMetric;
+typedef struct QENCTrace {
+  uint64_t id;
+} QENCTrace;
+typedef struct QENCSpool {
+  uint64_t id;
+} QENCSpool;
+typedef struct QENCReporter {
+  uint64_t id;
+} QENCReporter;
+
+/* Bytes the library made for the caller, who owns them until QENCBufferRelease. */
+typedef struct QENCBuffer {
+  uint8_t* data;
+  size_t length;
+} QENCBuffer;
+
+QENC_EXPORT double QENCMonotonicTimeNow(void);
+
+/* ==== Metrics ==== */
+
+/* Makes a metric that adopts the metrics starting while it runs (as the C++ initWithName does).
+ * The caller owns *metric: release it once, whether or not a parent keeps the metric alive. */
+QENC_EXPORT QENCStatus QENCMetricCreate(const char* name, size_t nameLength, double uploadFraction,
+                                        QENCMetric* metric);
+QENC_EXPORT QENCStatus QENCMetricRelease(QENCMetric metric);
+
+/* The first start wins; a stop before a start and a second stop change nothing. */
+QENC_EXPORT QENCStatus QENCMetricStart(QENCMetric metric);
+QENC_EXPORT QENCStatus QENCMetricStartWithTime(QENCMetric metric, double time);
+QENC_EXPORT QENCStatus QENCMetricStop(QENCMetric metric);
+QENC_EXPORT QENCStatus QENCMetricStopWithTime(QENCMetric metric, double time);
+/* Invalidates with `stopReason` (QENPerformanceMetricStopReason: -1 to 5), stopping the metric
+ * now, or at `time` for the WithTime form, unless it has stopped already. */
+QENC_EXPORT QENCStatus QENCMetricInvalidate(QENCMetric metric, int64_t stopReason);
+QENC_EXPORT QENCStatus QENCMetricInvalidateWithTime(QENCMetric metric, int64_t stopReason,
+                                                    double time);
+
+/* The parent keeps the child alive as long as the parent lives; the caller still releases its
+ * own handle of the child. A child that would close a cycle is reported and not added. */
+QENC_EXPORT QENCStatus QENCMetricAddChild(QENCMetric parent, QENCMetric child);
+
+QENC_EXPORT QENCStatus QENCMetricAddAnnotation(QENCMetric metric, const char* name,
+                                               size_t nameLength, double time);
+QENC_EXPORT QENCStatus QENCMetricAddStringTag(QENCMetric metric, const char* key, size_t keyLength,
+                                              const char* value, size_t valueLength);
+QENC_EXPORT QENCStatus QENCMetricAddBoolTag(QENCMetric metric, const char* key, size_t keyLength,
+                                            bool value);
+QENC_EXPORT QENCStatus QENCMetricAddInt16Tag(QENCMetric metric, const char* key, size_t keyLength,
+                                             int16_t value);
+QENC_EXPORT QENCStatus QENCMetricAddInt32Tag(QENCMetric metric, const char* key, size_t keyLength,
+                                             int32_t value);
+QENC_EXPORT QENCStatus QENCMetricAddInt64Tag(QENCMetric metric, const char* key, size_t keyLength,
+                                             int64_t value);
+
+/* Called once when the metric stops or is invalidated, on a thread of the library's (at once, on
+ * the calling thread, for a metric already finished), with `userData` as given. It may call any
+ * function of this interface, releasing this very metric included. */
+typedef void (*QENCCompletion)(void* userData, bool valid);
+QENC_EXPORT QENCStatus QENCMetricAddCompletion(QENCMetric metric, QENCCompletion completion,
+                                               void* userData);
+
+QENC_EXPORT QENCStatus QENCMetricShouldUpload(QENCMetric metric, bool* shouldUpload);
+QENC_EXPORT QENCStatus QENCMetricIdentifiers(QENCMetric metric, int64_t* traceId, int64_t* spanId);
+
+/* ==== Propagation headers ==== */
+
+/* Called once per header, with strings valid only during the call. */
+typedef void (*QENCHeaderVisitor)(void* userData, const char* name, size_t nameLength,
+                                  const char* value, size_t valueLength);
+/* The headers of a request measured by `requestMetric`, a child in the tree it belongs to: the
+ * tree's trace id, the request metric's span id, its parent's span id (none for a metric
+ * without a parent) and the root's upload decision. */
+QENC_EXPORT QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric,
+                                                    QENCHeaderVisitor visitor, void* userData);
+
+/* ==== Export ==== */
+
+typedef enum QENCFormat {
+  QENCFormatZipkinV2JSON = 0,
+  QENCFormatZipkinV1Thrift = 1, /* as a v1 backend reads it */
+  QENCFormatOTLPJSON = 2,
+  QENCFormatChromeTrace = 3 /* for files, not for a reporter */
+} QENCFormat;
+
+/* The spans of a finished top-level metric's tree, for the signed-in user (`userId` may be null:
+ * nobody) and the host's platform label. QENCStatusNotFinished for a metric still running. The
+ * caller owns *trace. */
+QENC_EXPORT QENCStatus QENCTraceCreate(QENCMetric metric, const char* userId, size_t userIdLength,
+                                       const char* platform, size_t platformLength,
+                                       QENCTrace* trace);
+QENC_EXPORT QENCStatus QENCTraceRelease(QENCTrace trace);
+QENC_EXPORT QENCStatus QENCTraceSpanCount(QENCTrace trace, size_t* count);
+/* The spans in `format`, for the service named; the caller owns *encoded. */
+QENC_EXPORT QENCStatus QENCTraceEncode(QENCTrace trace, QENCFormat format, const char* service,
+                                       size_t serviceLength, QENCBuffer* encoded);
+QENC_EXPORT void QENCBufferRelease(QENCBuffer* buffer);
+
+/* ==== Delivery ==== */
+
+/* A spool keeps batches in an SQLite file through a killed app until a reporter delivers them.
+ * 0 for a bound takes its default (8 MiB, seven days). The caller owns *spool; a reporter given
+ * it keeps it open as long as it needs it. */
+QENC_EXPORT QENCStatus QENCSpoolCreate(const char* path, size_t pathLength, uint64_t maximumBytes,
+                                       uint32_t maximumAgeSeconds, QENCSpool* spool);
+QENC_EXPORT QENCStatus QENCSpoolRelease(QENCSpool spool);
+
+typedef struct QENCHeader {
+  const char* name;
+  size_t nameLength;
+  const char* value;
+  size_t valueLength;
+} QENCHeader;
+
+typedef struct QENCReporterOptions {
+  const char* collectorURL;
+  size_t collectorURLLength;
+  QENCFormat format; /* not QENCFormatChromeTrace */
+  const char* service;
+  size_t serviceLength;
+  bool gzip;
+  const QENCHeader* headers; /* sent with every request; copied */
+  size_t headerCount;
+  QENCSpool spool; /* id 0: none */
+} QENCReporterOptions;
+
+typedef struct QENCReporterCounters {
+  uint64_t accepted;
+  uint64_t persisted;
+  uint64_t delivered;
+  uint64_t dropped;
+} QENCReporterCounters;
+
+/* A reporter sends on a thread of its own; the caller owns *reporter. Releasing it shuts it down
+ * with a limit of 5 s. */
+QENC_EXPORT QENCStatus QENCReporterCreate(const QENCReporterOptions* options,
+                                          QENCReporter* reporter);
+QENC_EXPORT QENCStatus QENCReporterRelease(QENCReporter reporter);
+/* Queues the trace's spans and returns at once; the trace stays the caller's. */
+QENC_EXPORT QENCStatus QENCReporterReport(QENCReporter reporter, QENCTrace trace);
+/* Sends what is queued for at most `limitMilliseconds`, then stops; *allDelivered (may be null)
+ * says whether everything accepted was delivered. */
+QENC_EXPORT QENCStatus QENCReporterShutdown(QENCReporter reporter, uint32_t limitMilliseconds,
+                                            bool* allDelivered);
+QENC_EXPORT QENCStatus QENCReporterGetCounters(QENCReporter reporter,
+                                               QENCReporterCounters* counters);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,12 @@
+#!/bin/sh
+# Fails unless the shared library exports its C interface (QENC...) and nothing else.
+# Usage: check_exported_symbols.sh <nm> <library>
+set -eu
+symbols=$("$1" -D --defined-only "$2" | awk '{print $3}')
+foreign=$(printf '%s\n' "$symbols" | grep -v '^QENC' || true)
+if [ -n "$foreign" ]; then
+  echo "exported beside the C interface:" >&2
+  printf '%s\n' "$foreign" >&2
+  exit 1
+fi
+printf '%s\n' "$symbols" | grep -q '^QENCMetricCreate$'
