@@ -1,5 +1,6 @@
 #include "QENCHandleTable.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -57,4 +58,11 @@ std::shared_ptr<void> QENCHandleTable::remove(std::uint64_t id, QENCHandleKind k
   ++slot.generation;
   freeSlots_.push_back(index);
   return std::exchange(slot.object, nullptr);
+}
+
+std::size_t QENCHandleTable::count(QENCHandleKind kind) const {
+  const std::lock_guard guard(mutex_);
+  return static_cast<std::size_t>(
+      std::count_if(slots_.begin(), slots_.end(),
+                    [&](const Slot& slot) { return slot.object != nullptr && slot.kind == kind; }));
 }

@@ -22,6 +22,8 @@ class QENCHandleTable {
   // Takes the object out and returns it (so that the caller destroys it outside the table's
   // lock); null as for find.
   std::shared_ptr<void> remove(std::uint64_t id, QENCHandleKind kind);
+  // Live handles of that kind.
+  std::size_t count(QENCHandleKind kind) const;
 
  private:
   struct Slot {

@@ -167,6 +167,10 @@ QENCStatus QENCMetricRelease(QENCMetric metric) {
   return guarded(function, [&] { return release<Metric>(metric.id, function); });
 }
 
+size_t QENCMetricHandleCount(void) {
+  return QENCHandleTable::shared().count(QENCHandleKind::kMetric);
+}
+
 QENCStatus QENCMetricStart(QENCMetric metric) {
   const char* const function = __func__;
   return withMetric(metric, function, [](Metric& target) {

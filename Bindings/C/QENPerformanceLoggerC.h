@@ -73,6 +73,8 @@ QENC_EXPORT double QENCMonotonicTimeNow(void);
 QENC_EXPORT QENCStatus QENCMetricCreate(const char* name, size_t nameLength, double uploadFraction,
                                         QENCMetric* metric);
 QENC_EXPORT QENCStatus QENCMetricRelease(QENCMetric metric);
+/* Metric handles made and not yet released, for a host checking that it releases them all. */
+QENC_EXPORT size_t QENCMetricHandleCount(void);
 
 /* The first start wins; a stop before a start and a second stop change nothing. */
 QENC_EXPORT QENCStatus QENCMetricStart(QENCMetric metric);

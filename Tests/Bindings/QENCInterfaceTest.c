@@ -205,6 +205,7 @@ int main(int argc, char** argv) {
   snprintf(companion, sizeof companion, "%s-shm", argv[1]);
   remove(companion);
   checkCompletionReleasingItsMetric();
+  CHECK(QENCMetricHandleCount() == 0);
   QENCMetric request;
   const QENCMetric root = measuredTree(&request);
   QENCTrace unfinished;
@@ -219,6 +220,7 @@ int main(int argc, char** argv) {
   CHECK(QENCTraceCreate(root, TEXT("42"), TEXT("c"), &trace) == QENCStatusOK);
   CHECK(QENCMetricRelease(request) == QENCStatusOK); /* the root keeps it in the tree */
   CHECK(QENCMetricRelease(root) == QENCStatusOK);
+  CHECK(QENCMetricHandleCount() == 0);
   checkExport(trace);
   checkDelivery(trace, argv[1]);
   checkBadHandles(root, trace);

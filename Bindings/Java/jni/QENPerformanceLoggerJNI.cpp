@@ -1,0 +1,423 @@
+// The Java binding's native half: com.qen.performancelogger.Native's methods, registered in
+// JNI_OnLoad (the library's only exported symbol), each a thin call of the C interface. Every
+// method returns the C status; the Java side turns a failure into an exception, so no native code
+// here throws or leaves a Java exception pending.
+#include <jni.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "QENPerformanceLoggerC.h"
+
+namespace {
+
+JavaVM* javaVM = nullptr;
+jclass nativeClass = nullptr;        // global reference
+jmethodID runCompletion = nullptr;   // static void runCompletion(Object, boolean)
+
+// A Java byte[] (UTF-8) as bytes; absent for null.
+struct Bytes {
+  Bytes(JNIEnv* env, jbyteArray array) : present(array != nullptr) {
+    if (present) {
+      text.resize(static_cast<std::size_t>(env->GetArrayLength(array)));
+      env->GetByteArrayRegion(array, 0, static_cast<jsize>(text.size()),
+                              reinterpret_cast<jbyte*>(text.data()));
+    }
+  }
+  const char* data() const { return present ? text.data() : nullptr; }
+  std::size_t size() const { return text.size(); }
+
+  bool present;
+  std::string text;
+};
+
+void setLong(JNIEnv* env, jlongArray out, std::int64_t value) {
+  const jlong element = static_cast<jlong>(value);
+  env->SetLongArrayRegion(out, 0, 1, &element);
+}
+
+QENCMetric metric(jlong id) {
+  return QENCMetric{static_cast<std::uint64_t>(id)};
+}
+
+// Detaches a thread the binding attached, when the thread ends.
+struct AttachedThread {
+  ~AttachedThread() {
+    if (attached) {
+      javaVM->DetachCurrentThread();
+    }
+  }
+  bool attached = false;
+};
+
+JNIEnv* attachedEnv() {
+  thread_local AttachedThread thread;
+  JNIEnv* env = nullptr;
+  if (javaVM->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_8) == JNI_OK) {
+    return env;
+  }
+  JavaVMAttachArgs arguments{JNI_VERSION_1_8, const_cast<char*>("QENPerformanceLogger"), nullptr};
+  if (javaVM->AttachCurrentThreadAsDaemon(reinterpret_cast<void**>(&env), &arguments) != JNI_OK) {
+    return nullptr;
+  }
+  thread.attached = true;
+  return env;
+}
+
+// Runs on a library thread (or the calling one, for a finished metric). The Java side catches
+// what the callback throws; anything that still escapes is cleared here, never left pending.
+void completeInJava(void* userData, bool valid) {
+  auto callback = static_cast<jobject>(userData);
+  JNIEnv* env = attachedEnv();
+  if (env == nullptr) {
+    return;  // the JVM is going away: the callback cannot run
+  }
+  env->CallStaticVoidMethod(nativeClass, runCompletion, callback, static_cast<jboolean>(valid));
+  if (env->ExceptionCheck()) {
+    env->ExceptionDescribe();
+    env->ExceptionClear();
+  }
+  env->DeleteGlobalRef(callback);
+}
+
+// MARK: - Metrics
+
+jint metricCreate(JNIEnv* env, jclass, jbyteArray name, jdouble fraction, jlongArray out) {
+  const Bytes text(env, name);
+  QENCMetric made{};
+  const QENCStatus status = QENCMetricCreate(text.data(), text.size(), fraction, &made);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(made.id));
+  }
+  return status;
+}
+
+jint metricRelease(JNIEnv*, jclass, jlong id) {
+  return QENCMetricRelease(metric(id));
+}
+
+jlong metricHandleCount(JNIEnv*, jclass) {
+  return static_cast<jlong>(QENCMetricHandleCount());
+}
+
+jint metricStart(JNIEnv*, jclass, jlong id) {
+  return QENCMetricStart(metric(id));
+}
+
+jint metricStartWithTime(JNIEnv*, jclass, jlong id, jdouble time) {
+  return QENCMetricStartWithTime(metric(id), time);
+}
+
+jint metricStop(JNIEnv*, jclass, jlong id) {
+  return QENCMetricStop(metric(id));
+}
+
+jint metricStopWithTime(JNIEnv*, jclass, jlong id, jdouble time) {
+  return QENCMetricStopWithTime(metric(id), time);
+}
+
+jint metricInvalidate(JNIEnv*, jclass, jlong id, jlong reason) {
+  return QENCMetricInvalidate(metric(id), reason);
+}
+
+jint metricInvalidateWithTime(JNIEnv*, jclass, jlong id, jlong reason, jdouble time) {
+  return QENCMetricInvalidateWithTime(metric(id), reason, time);
+}
+
+jint metricAddChild(JNIEnv*, jclass, jlong parent, jlong child) {
+  return QENCMetricAddChild(metric(parent), metric(child));
+}
+
+jint metricAddAnnotation(JNIEnv* env, jclass, jlong id, jbyteArray name, jdouble time) {
+  const Bytes text(env, name);
+  return QENCMetricAddAnnotation(metric(id), text.data(), text.size(), time);
+}
+
+jint metricAddStringTag(JNIEnv* env, jclass, jlong id, jbyteArray key, jbyteArray value) {
+  const Bytes keyText(env, key);
+  const Bytes valueText(env, value);
+  return QENCMetricAddStringTag(metric(id), keyText.data(), keyText.size(), valueText.data(),
+                                valueText.size());
+}
+
+jint metricAddBoolTag(JNIEnv* env, jclass, jlong id, jbyteArray key, jboolean value) {
+  const Bytes keyText(env, key);
+  return QENCMetricAddBoolTag(metric(id), keyText.data(), keyText.size(), value == JNI_TRUE);
+}
+
+jint metricAddInt16Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jshort value) {
+  const Bytes keyText(env, key);
+  return QENCMetricAddInt16Tag(metric(id), keyText.data(), keyText.size(), value);
+}
+
+jint metricAddInt32Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jint value) {
+  const Bytes keyText(env, key);
+  return QENCMetricAddInt32Tag(metric(id), keyText.data(), keyText.size(), value);
+}
+
+jint metricAddInt64Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jlong value) {
+  const Bytes keyText(env, key);
+  return QENCMetricAddInt64Tag(metric(id), keyText.data(), keyText.size(), value);
+}
+
+jint metricAddCompletion(JNIEnv* env, jclass, jlong id, jobject callback) {
+  jobject held = env->NewGlobalRef(callback);
+  const QENCStatus status = QENCMetricAddCompletion(metric(id), completeInJava, held);
+  if (status != QENCStatusOK) {
+    env->DeleteGlobalRef(held);
+  }
+  return status;
+}
+
+jint metricShouldUpload(JNIEnv* env, jclass, jlong id, jbooleanArray out) {
+  bool shouldUpload = false;
+  const QENCStatus status = QENCMetricShouldUpload(metric(id), &shouldUpload);
+  if (status == QENCStatusOK) {
+    const jboolean element = shouldUpload ? JNI_TRUE : JNI_FALSE;
+    env->SetBooleanArrayRegion(out, 0, 1, &element);
+  }
+  return status;
+}
+
+jint metricIdentifiers(JNIEnv* env, jclass, jlong id, jlongArray out) {
+  std::int64_t identifiers[2] = {0, 0};
+  const QENCStatus status = QENCMetricIdentifiers(metric(id), &identifiers[0], &identifiers[1]);
+  if (status == QENCStatusOK) {
+    const jlong elements[2] = {identifiers[0], identifiers[1]};
+    env->SetLongArrayRegion(out, 0, 2, elements);
+  }
+  return status;
+}
+
+void collectHeader(void* userData, const char* name, std::size_t nameLength, const char* value,
+                   std::size_t valueLength) {
+  auto* headers = static_cast<std::vector<std::string>*>(userData);
+  headers->emplace_back(name, nameLength);
+  headers->emplace_back(value, valueLength);
+}
+
+// Names and values, alternately; header names and values are ASCII.
+jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jobjectArray out) {
+  std::vector<std::string> headers;
+  const QENCStatus status = QENCMetricPropagationHeaders(metric(id), collectHeader, &headers);
+  if (status != QENCStatusOK) {
+    return status;
+  }
+  jclass stringClass = env->FindClass("java/lang/String");
+  jobjectArray pairs = env->NewObjectArray(static_cast<jsize>(headers.size()), stringClass, nullptr);
+  if (pairs == nullptr) {
+    env->ExceptionClear();
+    return QENCStatusFailed;
+  }
+  for (std::size_t index = 0; index < headers.size(); ++index) {
+    jstring text = env->NewStringUTF(headers[index].c_str());
+    env->SetObjectArrayElement(pairs, static_cast<jsize>(index), text);
+    env->DeleteLocalRef(text);
+  }
+  env->SetObjectArrayElement(out, 0, pairs);
+  return status;
+}
+
+// MARK: - Export
+
+jint traceCreate(JNIEnv* env, jclass, jlong id, jbyteArray userId, jbyteArray platform,
+                 jlongArray out) {
+  const Bytes user(env, userId);
+  const Bytes platformText(env, platform);
+  QENCTrace made{};
+  const QENCStatus status = QENCTraceCreate(metric(id), user.data(), user.size(),
+                                            platformText.data(), platformText.size(), &made);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(made.id));
+  }
+  return status;
+}
+
+jint traceRelease(JNIEnv*, jclass, jlong id) {
+  return QENCTraceRelease(QENCTrace{static_cast<std::uint64_t>(id)});
+}
+
+jint traceSpanCount(JNIEnv* env, jclass, jlong id, jlongArray out) {
+  std::size_t count = 0;
+  const QENCStatus status = QENCTraceSpanCount(QENCTrace{static_cast<std::uint64_t>(id)}, &count);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(count));
+  }
+  return status;
+}
+
+jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jbyteArray service,
+                 jobjectArray out) {
+  const Bytes serviceText(env, service);
+  QENCBuffer encoded{nullptr, 0};
+  const QENCStatus status =
+      QENCTraceEncode(QENCTrace{static_cast<std::uint64_t>(id)}, static_cast<QENCFormat>(format),
+                      serviceText.data(), serviceText.size(), &encoded);
+  if (status != QENCStatusOK) {
+    return status;
+  }
+  jbyteArray bytes = env->NewByteArray(static_cast<jsize>(encoded.length));
+  if (bytes == nullptr) {
+    env->ExceptionClear();
+    QENCBufferRelease(&encoded);
+    return QENCStatusFailed;
+  }
+  env->SetByteArrayRegion(bytes, 0, static_cast<jsize>(encoded.length),
+                          reinterpret_cast<const jbyte*>(encoded.data));
+  QENCBufferRelease(&encoded);
+  env->SetObjectArrayElement(out, 0, bytes);
+  return status;
+}
+
+// MARK: - Delivery
+
+jint spoolCreate(JNIEnv* env, jclass, jbyteArray path, jlong maximumBytes, jint maximumAgeSeconds,
+                 jlongArray out) {
+  const Bytes pathText(env, path);
+  QENCSpool made{};
+  const QENCStatus status =
+      QENCSpoolCreate(pathText.data(), pathText.size(), static_cast<std::uint64_t>(maximumBytes),
+                      static_cast<std::uint32_t>(maximumAgeSeconds), &made);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(made.id));
+  }
+  return status;
+}
+
+jint spoolRelease(JNIEnv*, jclass, jlong id) {
+  return QENCSpoolRelease(QENCSpool{static_cast<std::uint64_t>(id)});
+}
+
+jint reporterCreate(JNIEnv* env, jclass, jbyteArray url, jint format, jbyteArray service,
+                    jboolean gzip, jobjectArray headerTexts, jlong spool, jlongArray out) {
+  const Bytes urlText(env, url);
+  const Bytes serviceText(env, service);
+  std::vector<Bytes> texts;
+  const jsize textCount = headerTexts != nullptr ? env->GetArrayLength(headerTexts) : 0;
+  for (jsize index = 0; index < textCount; ++index) {
+    auto element = static_cast<jbyteArray>(env->GetObjectArrayElement(headerTexts, index));
+    texts.emplace_back(env, element);
+    env->DeleteLocalRef(element);
+  }
+  std::vector<QENCHeader> headers;
+  for (std::size_t index = 0; index + 1 < texts.size(); index += 2) {
+    headers.push_back({texts[index].data(), texts[index].size(), texts[index + 1].data(),
+                       texts[index + 1].size()});
+  }
+  const QENCReporterOptions options{urlText.data(),
+                                    urlText.size(),
+                                    static_cast<QENCFormat>(format),
+                                    serviceText.data(),
+                                    serviceText.size(),
+                                    gzip == JNI_TRUE,
+                                    headers.data(),
+                                    headers.size(),
+                                    QENCSpool{static_cast<std::uint64_t>(spool)}};
+  QENCReporter made{};
+  const QENCStatus status = QENCReporterCreate(&options, &made);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(made.id));
+  }
+  return status;
+}
+
+QENCReporter reporter(jlong id) {
+  return QENCReporter{static_cast<std::uint64_t>(id)};
+}
+
+jint reporterRelease(JNIEnv*, jclass, jlong id) {
+  return QENCReporterRelease(reporter(id));
+}
+
+jint reporterReport(JNIEnv*, jclass, jlong id, jlong trace) {
+  return QENCReporterReport(reporter(id), QENCTrace{static_cast<std::uint64_t>(trace)});
+}
+
+jint reporterShutdown(JNIEnv* env, jclass, jlong id, jint limitMilliseconds,
+                      jbooleanArray out) {
+  bool delivered = false;
+  const QENCStatus status =
+      QENCReporterShutdown(reporter(id), static_cast<std::uint32_t>(limitMilliseconds), &delivered);
+  if (status == QENCStatusOK) {
+    const jboolean element = delivered ? JNI_TRUE : JNI_FALSE;
+    env->SetBooleanArrayRegion(out, 0, 1, &element);
+  }
+  return status;
+}
+
+jint reporterCounters(JNIEnv* env, jclass, jlong id, jlongArray out) {
+  QENCReporterCounters counters{};
+  const QENCStatus status = QENCReporterGetCounters(reporter(id), &counters);
+  if (status == QENCStatusOK) {
+    const jlong elements[4] = {static_cast<jlong>(counters.accepted),
+                               static_cast<jlong>(counters.persisted),
+                               static_cast<jlong>(counters.delivered),
+                               static_cast<jlong>(counters.dropped)};
+    env->SetLongArrayRegion(out, 0, 4, elements);
+  }
+  return status;
+}
+
+jdouble monotonicNow(JNIEnv*, jclass) {
+  return QENCMonotonicTimeNow();
+}
+
+#define QENJ_METHOD(name, signature) \
+  JNINativeMethod { const_cast<char*>(#name), const_cast<char*>(signature), reinterpret_cast<void*>(name) }
+
+const JNINativeMethod kMethods[] = {
+    QENJ_METHOD(metricCreate, "([BD[J)I"),
+    QENJ_METHOD(metricRelease, "(J)I"),
+    QENJ_METHOD(metricHandleCount, "()J"),
+    QENJ_METHOD(metricStart, "(J)I"),
+    QENJ_METHOD(metricStartWithTime, "(JD)I"),
+    QENJ_METHOD(metricStop, "(J)I"),
+    QENJ_METHOD(metricStopWithTime, "(JD)I"),
+    QENJ_METHOD(metricInvalidate, "(JJ)I"),
+    QENJ_METHOD(metricInvalidateWithTime, "(JJD)I"),
+    QENJ_METHOD(metricAddChild, "(JJ)I"),
+    QENJ_METHOD(metricAddAnnotation, "(J[BD)I"),
+    QENJ_METHOD(metricAddStringTag, "(J[B[B)I"),
+    QENJ_METHOD(metricAddBoolTag, "(J[BZ)I"),
+    QENJ_METHOD(metricAddInt16Tag, "(J[BS)I"),
+    QENJ_METHOD(metricAddInt32Tag, "(J[BI)I"),
+    QENJ_METHOD(metricAddInt64Tag, "(J[BJ)I"),
+    QENJ_METHOD(metricAddCompletion, "(JLjava/lang/Object;)I"),
+    QENJ_METHOD(metricShouldUpload, "(J[Z)I"),
+    QENJ_METHOD(metricIdentifiers, "(J[J)I"),
+    QENJ_METHOD(metricPropagationHeaders, "(J[Ljava/lang/Object;)I"),
+    QENJ_METHOD(traceCreate, "(J[B[B[J)I"),
+    QENJ_METHOD(traceRelease, "(J)I"),
+    QENJ_METHOD(traceSpanCount, "(J[J)I"),
+    QENJ_METHOD(traceEncode, "(JI[B[Ljava/lang/Object;)I"),
+    QENJ_METHOD(spoolCreate, "([BJI[J)I"),
+    QENJ_METHOD(spoolRelease, "(J)I"),
+    QENJ_METHOD(reporterCreate, "([BI[BZ[Ljava/lang/Object;J[J)I"),
+    QENJ_METHOD(reporterRelease, "(J)I"),
+    QENJ_METHOD(reporterReport, "(JJ)I"),
+    QENJ_METHOD(reporterShutdown, "(JI[Z)I"),
+    QENJ_METHOD(reporterCounters, "(J[J)I"),
+    QENJ_METHOD(monotonicNow, "()D"),
+};
+
+}  // namespace
+
+extern "C" JNIEXPORT jint JNI_OnLoad(JavaVM* vm, void*) {
+  javaVM = vm;
+  JNIEnv* env = nullptr;
+  if (vm->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_8) != JNI_OK) {
+    return JNI_ERR;
+  }
+  jclass found = env->FindClass("com/qen/performancelogger/Native");
+  if (found == nullptr) {
+    return JNI_ERR;  // the pending NoClassDefFoundError tells the loader why
+  }
+  nativeClass = static_cast<jclass>(env->NewGlobalRef(found));
+  runCompletion = env->GetStaticMethodID(nativeClass, "runCompletion", "(Ljava/lang/Object;Z)V");
+  if (runCompletion == nullptr ||
+      env->RegisterNatives(nativeClass, kMethods, sizeof kMethods / sizeof kMethods[0]) != 0) {
+    return JNI_ERR;
+  }
+  return JNI_VERSION_1_8;
+}

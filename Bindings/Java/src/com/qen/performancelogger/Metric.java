@@ -1,0 +1,181 @@
+package com.qen.performancelogger;
+
+import java.lang.ref.Cleaner;
+import java.util.Collections;
+import java.util.LinkedHashMap;
+import java.util.Map;
+
+/**
+ * A named interval of monotonic time, measured by the native library. Close it when done with it
+ * (a parent keeps a child's measurement alive in its tree regardless); a metric left to the garbage
+ * collector is closed by a cleaner. Every method may be called from any thread; a closed metric
+ * throws {@link QENPerformanceLoggerException} with status INVALID_HANDLE.
+ */
+public final class Metric implements AutoCloseable {
+  /** Told once whether the metric finished valid, on a library thread. */
+  @FunctionalInterface
+  public interface Completion {
+    void completed(boolean valid);
+  }
+
+  static final Cleaner CLEANER = Cleaner.create();
+
+  final long handle;
+  private final Cleaner.Cleanable cleanable;
+
+  /** A metric that adopts the metrics starting while it runs, sampled at {@code uploadFraction}. */
+  public Metric(String name, double uploadFraction) {
+    long[] made = new long[1];
+    QENPerformanceLoggerException.check(
+        Native.metricCreate(Utf8.bytes(name, "name"), uploadFraction, made), "Metric");
+    handle = made[0];
+    cleanable = CLEANER.register(this, new Release(handle));
+  }
+
+  public Metric(String name) {
+    this(name, 1.0);
+  }
+
+  /** Monotonic seconds, the clock every explicit time is read on. */
+  public static double now() {
+    return Native.monotonicNow();
+  }
+
+  /** Native metric handles not yet released, whatever made them. */
+  public static long handleCount() {
+    return Native.metricHandleCount();
+  }
+
+  public void start() {
+    QENPerformanceLoggerException.check(Native.metricStart(handle), "start");
+  }
+
+  public void start(double time) {
+    QENPerformanceLoggerException.check(Native.metricStartWithTime(handle, time), "start");
+  }
+
+  public void stop() {
+    QENPerformanceLoggerException.check(Native.metricStop(handle), "stop");
+  }
+
+  public void stop(double time) {
+    QENPerformanceLoggerException.check(Native.metricStopWithTime(handle, time), "stop");
+  }
+
+  /** With a stop reason from -1 (valid) to 5 (client error). */
+  public void invalidate(long stopReason) {
+    QENPerformanceLoggerException.check(Native.metricInvalidate(handle, stopReason), "invalidate");
+  }
+
+  public void invalidate(long stopReason, double time) {
+    QENPerformanceLoggerException.check(
+        Native.metricInvalidateWithTime(handle, stopReason, time), "invalidate");
+  }
+
+  public void addChild(Metric child) {
+    QENPerformanceLoggerException.check(
+        Native.metricAddChild(handle, java.util.Objects.requireNonNull(child, "child").handle),
+        "addChild");
+  }
+
+  public void addAnnotation(String name, double time) {
+    QENPerformanceLoggerException.check(
+        Native.metricAddAnnotation(handle, Utf8.bytes(name, "name"), time), "addAnnotation");
+  }
+
+  public void addTag(String key, String value) {
+    QENPerformanceLoggerException.check(Native.metricAddStringTag(handle, Utf8.bytes(key, "key"),
+        Utf8.bytes(value, "value")), "addTag");
+  }
+
+  public void addTag(String key, boolean value) {
+    QENPerformanceLoggerException.check(
+        Native.metricAddBoolTag(handle, Utf8.bytes(key, "key"), value), "addTag");
+  }
+
+  public void addTag(String key, short value) {
+    QENPerformanceLoggerException.check(
+        Native.metricAddInt16Tag(handle, Utf8.bytes(key, "key"), value), "addTag");
+  }
+
+  public void addTag(String key, int value) {
+    QENPerformanceLoggerException.check(
+        Native.metricAddInt32Tag(handle, Utf8.bytes(key, "key"), value), "addTag");
+  }
+
+  public void addTag(String key, long value) {
+    QENPerformanceLoggerException.check(
+        Native.metricAddInt64Tag(handle, Utf8.bytes(key, "key"), value), "addTag");
+  }
+
+  /**
+   * Runs {@code completion} once the metric stops or is invalidated, on a library thread attached
+   * to the JVM as a daemon (at once, on this thread, for a finished metric). What it throws goes to
+   * the thread's uncaught-exception handler; the next completion still runs.
+   */
+  public void onCompletion(Completion completion) {
+    QENPerformanceLoggerException.check(Native.metricAddCompletion(handle,
+        java.util.Objects.requireNonNull(completion, "completion")), "onCompletion");
+  }
+
+  public boolean shouldUpload() {
+    boolean[] answer = new boolean[1];
+    QENPerformanceLoggerException.check(Native.metricShouldUpload(handle, answer), "shouldUpload");
+    return answer[0];
+  }
+
+  public long traceId() {
+    return identifiers()[0];
+  }
+
+  public long spanId() {
+    return identifiers()[1];
+  }
+
+  /**
+   * The headers of a request this metric measures, a child in its tree: the tree's trace id, this
+   * span id, the parent's, and the root's upload decision.
+   */
+  public Map<String, String> propagationHeaders() {
+    Object[] out = new Object[1];
+    QENPerformanceLoggerException.check(
+        Native.metricPropagationHeaders(handle, out), "propagationHeaders");
+    String[] pairs = (String[]) out[0];
+    Map<String, String> headers = new LinkedHashMap<>();
+    for (int index = 0; index + 1 < pairs.length; index += 2) {
+      headers.put(pairs[index], pairs[index + 1]);
+    }
+    return Collections.unmodifiableMap(headers);
+  }
+
+  /** The finished tree's spans, for the signed-in user (null: nobody) and the platform label. */
+  public Trace export(String userId, String platform) {
+    return new Trace(this, userId, platform);
+  }
+
+  /** Releases the native handle; later calls throw. Closing twice does nothing more. */
+  @Override
+  public void close() {
+    cleanable.clean();
+  }
+
+  private long[] identifiers() {
+    long[] identifiers = new long[2];
+    QENPerformanceLoggerException.check(Native.metricIdentifiers(handle, identifiers), "identifiers");
+    return identifiers;
+  }
+
+  /** Holds the handle, not the metric, so that the metric can become unreachable. */
+  private static final class Release implements Runnable {
+    private final long handle;
+
+    Release(long handle) {
+      this.handle = handle;
+    }
+
+    @Override
+    public void run() {
+      Native.metricRelease(handle);
+    }
+  }
+}

@@ -1,0 +1,73 @@
+package com.qen.performancelogger;
+
+/**
+ * The native methods, one per function of the C interface; each returns its status. The library
+ * is loaded from the path in the system property {@code com.qen.performancelogger.library} when it
+ * is set (tests, desktop hosts), else by name from the library path ({@code
+ * libQENPerformanceLoggerJNI.so}, as an Android app packages it).
+ */
+final class Native {
+  static final String LIBRARY_PROPERTY = "com.qen.performancelogger.library";
+
+  /** Where a completion's exception goes; by default the thread's uncaught-exception handler. */
+  static volatile Thread.UncaughtExceptionHandler completionFailureHandler = null;
+
+  static {
+    String path = System.getProperty(LIBRARY_PROPERTY);
+    if (path != null) {
+      System.load(path);
+    } else {
+      System.loadLibrary("QENPerformanceLoggerJNI");
+    }
+  }
+
+  private Native() {}
+
+  /** Called from native code, on the thread the completion runs on. */
+  static void runCompletion(Object completion, boolean valid) {
+    try {
+      ((Metric.Completion) completion).completed(valid);
+    } catch (Throwable thrown) {
+      Thread thread = Thread.currentThread();
+      Thread.UncaughtExceptionHandler handler = completionFailureHandler;
+      if (handler == null) {
+        handler = thread.getUncaughtExceptionHandler();
+      }
+      handler.uncaughtException(thread, thrown);
+    }
+  }
+
+  static native int metricCreate(byte[] name, double uploadFraction, long[] metric);
+  static native int metricRelease(long metric);
+  static native long metricHandleCount();
+  static native int metricStart(long metric);
+  static native int metricStartWithTime(long metric, double time);
+  static native int metricStop(long metric);
+  static native int metricStopWithTime(long metric, double time);
+  static native int metricInvalidate(long metric, long stopReason);
+  static native int metricInvalidateWithTime(long metric, long stopReason, double time);
+  static native int metricAddChild(long parent, long child);
+  static native int metricAddAnnotation(long metric, byte[] name, double time);
+  static native int metricAddStringTag(long metric, byte[] key, byte[] value);
+  static native int metricAddBoolTag(long metric, byte[] key, boolean value);
+  static native int metricAddInt16Tag(long metric, byte[] key, short value);
+  static native int metricAddInt32Tag(long metric, byte[] key, int value);
+  static native int metricAddInt64Tag(long metric, byte[] key, long value);
+  static native int metricAddCompletion(long metric, Object completion);
+  static native int metricShouldUpload(long metric, boolean[] shouldUpload);
+  static native int metricIdentifiers(long metric, long[] traceAndSpanId);
+  static native int metricPropagationHeaders(long metric, Object[] namesAndValues);
+  static native int traceCreate(long metric, byte[] userId, byte[] platform, long[] trace);
+  static native int traceRelease(long trace);
+  static native int traceSpanCount(long trace, long[] count);
+  static native int traceEncode(long trace, int format, byte[] service, Object[] encoded);
+  static native int spoolCreate(byte[] path, long maximumBytes, int maximumAgeSeconds, long[] spool);
+  static native int spoolRelease(long spool);
+  static native int reporterCreate(byte[] collectorURL, int format, byte[] service, boolean gzip,
+      Object[] headerNamesAndValues, long spool, long[] reporter);
+  static native int reporterRelease(long reporter);
+  static native int reporterReport(long reporter, long trace);
+  static native int reporterShutdown(long reporter, int limitMilliseconds, boolean[] delivered);
+  static native int reporterCounters(long reporter, long[] counters);
+  static native double monotonicNow();
+}

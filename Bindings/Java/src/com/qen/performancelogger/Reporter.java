@@ -1,0 +1,71 @@
+package com.qen.performancelogger;
+
+import java.lang.ref.Cleaner;
+import java.time.Duration;
+import java.util.ArrayList;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+
+/**
+ * Sends traces to a collector from a native thread of its own. Closing it (or the cleaner, for one
+ * left to the garbage collector) shuts it down with a limit of 5 s.
+ */
+public final class Reporter implements AutoCloseable {
+  /** What a reporter is made with. */
+  public static final class Options {
+    public String collectorURL;
+    public Format format = Format.ZIPKIN_V2_JSON;
+    public String service = "";
+    public boolean gzip = true;
+    public final Map<String, String> headers = new LinkedHashMap<>();
+    public Spool spool;
+  }
+
+  /** What happened to the spans it was given. */
+  public record Counters(long accepted, long persisted, long delivered, long dropped) {}
+
+  private final long handle;
+  private final Cleaner.Cleanable cleanable;
+
+  public Reporter(Options options) {
+    List<byte[]> headers = new ArrayList<>();
+    options.headers.forEach((name, value) -> {
+      headers.add(Utf8.bytes(name, "header name"));
+      headers.add(Utf8.bytes(value, "header value"));
+    });
+    long[] made = new long[1];
+    QENPerformanceLoggerException.check(Native.reporterCreate(
+        Utf8.bytes(options.collectorURL, "collectorURL"), options.format.ordinal(),
+        Utf8.bytes(options.service, "service"), options.gzip, headers.toArray(),
+        options.spool == null ? 0 : options.spool.handle, made), "Reporter");
+    handle = made[0];
+    long released = handle;
+    cleanable = Metric.CLEANER.register(this, () -> Native.reporterRelease(released));
+  }
+
+  /** Queues the trace's spans and returns at once; the trace stays the caller's. */
+  public void report(Trace trace) {
+    QENPerformanceLoggerException.check(Native.reporterReport(handle, trace.handle), "report");
+  }
+
+  /** Sends what is queued within {@code limit}, then stops; whether everything was delivered. */
+  public boolean shutdown(Duration limit) {
+    boolean[] delivered = new boolean[1];
+    int milliseconds = (int) Math.min(Integer.MAX_VALUE, Math.max(0, limit.toMillis()));
+    QENPerformanceLoggerException.check(
+        Native.reporterShutdown(handle, milliseconds, delivered), "shutdown");
+    return delivered[0];
+  }
+
+  public Counters counters() {
+    long[] counts = new long[4];
+    QENPerformanceLoggerException.check(Native.reporterCounters(handle, counts), "counters");
+    return new Counters(counts[0], counts[1], counts[2], counts[3]);
+  }
+
+  @Override
+  public void close() {
+    cleanable.clean();
+  }
+}

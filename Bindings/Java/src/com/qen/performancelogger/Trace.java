@@ -1,0 +1,38 @@
+package com.qen.performancelogger;
+
+import java.lang.ref.Cleaner;
+
+/** The spans a finished metric tree exported, ready to encode or to report. */
+public final class Trace implements AutoCloseable {
+  final long handle;
+  private final Cleaner.Cleanable cleanable;
+
+  Trace(Metric metric, String userId, String platform) {
+    long[] made = new long[1];
+    byte[] user = userId == null ? null : Utf8.bytes(userId, "userId");
+    QENPerformanceLoggerException.check(Native.traceCreate(metric.handle, user,
+        Utf8.bytes(platform, "platform"), made), "export");
+    handle = made[0];
+    long released = handle;
+    cleanable = Metric.CLEANER.register(this, () -> Native.traceRelease(released));
+  }
+
+  public long spanCount() {
+    long[] count = new long[1];
+    QENPerformanceLoggerException.check(Native.traceSpanCount(handle, count), "spanCount");
+    return count[0];
+  }
+
+  /** The spans in {@code format}, for the service named. */
+  public byte[] encode(Format format, String service) {
+    Object[] out = new Object[1];
+    QENPerformanceLoggerException.check(Native.traceEncode(handle, format.ordinal(),
+        Utf8.bytes(service, "service"), out), "encode");
+    return (byte[]) out[0];
+  }
+
+  @Override
+  public void close() {
+    cleanable.clean();
+  }
+}

@@ -1,0 +1,149 @@
+package com.qen.performancelogger;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.sun.net.httpserver.HttpServer;
+import java.io.IOException;
+import java.net.InetSocketAddress;
+import java.nio.charset.StandardCharsets;
+import java.time.Duration;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.CopyOnWriteArrayList;
+import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.TimeUnit;
+import org.junit.jupiter.api.Test;
+
+class BindingTest {
+  private static String text(byte[] bytes) {
+    return new String(bytes, StandardCharsets.UTF_8);
+  }
+
+  @Test
+  void aTreeMeasuredInJavaExportsItsSpansTagsAndHeaders() {
+    try (Metric root = new Metric("home_feed_render"); Metric request = new Metric("feed_request")) {
+      double now = Metric.now();
+      root.start(now - 1.0);
+      root.addChild(request);
+      request.start(now - 0.5);
+      request.addTag("http.path", "/feed \u00e9");
+      request.addTag("cached", true);
+      request.addTag("retries", (short) -2);
+      request.addTag("status", 200);
+      request.addTag("bytes", 5_000_000_000L);
+      request.addAnnotation("first_byte", now - 0.2);
+      Map<String, String> headers = request.propagationHeaders();
+      assertEquals(String.format("%016x", request.spanId()), headers.get("X-B3-SpanId"));
+      assertEquals(String.format("%016x", root.spanId()), headers.get("X-B3-ParentSpanId"));
+      assertEquals(String.format("%016x", root.traceId()), headers.get("X-B3-TraceId"));
+      request.stop(now - 0.1);
+      root.stop();
+      assertTrue(root.shouldUpload());
+      try (Trace trace = root.export(null, "android")) {
+        assertEquals(2, trace.spanCount());
+        String json = text(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"));
+        assertTrue(json.contains("\"http.path\":\"/feed \u00e9\""), json);
+        assertTrue(json.contains("\"serviceName\":\"java-app\""), json);
+        assertTrue(text(trace.encode(Format.OTLP_JSON, "java-app")).contains("resourceSpans"));
+      }
+    }
+  }
+
+  @Test
+  void misuseIsAClearErrorAndNothingCrashes() {
+    Metric metric = new Metric("closed");
+    metric.start();
+    QENPerformanceLoggerException running =
+        assertThrows(QENPerformanceLoggerException.class, () -> metric.export(null, "android"));
+    assertEquals(QENPerformanceLoggerException.Status.NOT_FINISHED, running.status());
+    metric.close();
+    metric.close();
+    QENPerformanceLoggerException closed =
+        assertThrows(QENPerformanceLoggerException.class, metric::stop);
+    assertEquals(QENPerformanceLoggerException.Status.INVALID_HANDLE, closed.status());
+    NullPointerException nullName =
+        assertThrows(NullPointerException.class, () -> new Metric(null));
+    assertEquals("name must not be null", nullName.getMessage());
+    Reporter.Options options = new Reporter.Options();
+    options.collectorURL = "http://127.0.0.1:9/";
+    options.format = Format.CHROME_TRACE;
+    assertEquals(QENPerformanceLoggerException.Status.INVALID_ARGUMENT,
+        assertThrows(QENPerformanceLoggerException.class, () -> new Reporter(options)).status());
+  }
+
+  @Test
+  void completionsRunOnNativeThreadsAndOneThatThrowsDoesNotStopTheNext() throws Exception {
+    List<Throwable> reported = new CopyOnWriteArrayList<>();
+    Native.completionFailureHandler = (thread, thrown) -> reported.add(thrown);
+    CountDownLatch secondRan = new CountDownLatch(1);
+    List<Object> seen = new ArrayList<>();
+    try (Metric metric = new Metric("upload")) {
+      metric.onCompletion(valid -> {
+        throw new IllegalStateException("the host's bug");
+      });
+      metric.onCompletion(valid -> {
+        seen.add(valid);
+        seen.add(Thread.currentThread().isDaemon());
+        secondRan.countDown();
+      });
+      metric.start();
+      metric.invalidate(1);
+      assertTrue(secondRan.await(30, TimeUnit.SECONDS));
+    } finally {
+      Native.completionFailureHandler = null;
+    }
+    assertEquals(List.of(false, true), seen, "told invalid, on a daemon thread");
+    assertEquals(1, reported.size());
+    assertEquals("the host's bug", reported.get(0).getMessage());
+  }
+
+  @Test
+  void aMetricLeftToTheGarbageCollectorIsReleasedByTheCleaner() throws InterruptedException {
+    long before = Metric.handleCount();
+    new Metric("forgotten").start();
+    assertEquals(before + 1, Metric.handleCount());
+    // The cleaner runs on its own thread once a collection found the metric unreachable.
+    for (int rounds = 0; Metric.handleCount() > before && rounds < 10; ++rounds) {
+      System.gc();
+      // A sentinel collected after the metric: once the cleaner has run it, it had its turn.
+      CountDownLatch nextCleanerTurn = new CountDownLatch(1);
+      Metric.CLEANER.register(new Object(), nextCleanerTurn::countDown);
+      System.gc();
+      assertTrue(nextCleanerTurn.await(30, TimeUnit.SECONDS));
+    }
+    assertEquals(before, Metric.handleCount());
+  }
+
+  @Test
+  void aReporterDeliversToACollector() throws IOException {
+    List<byte[]> bodies = new CopyOnWriteArrayList<>();
+    HttpServer collector = HttpServer.create(new InetSocketAddress("127.0.0.1", 0), 0);
+    collector.createContext("/api/v2/spans", exchange -> {
+      bodies.add(exchange.getRequestBody().readAllBytes());  // recorded before it answers
+      exchange.sendResponseHeaders(202, -1);
+      exchange.close();
+    });
+    collector.start();
+    try (Metric metric = new Metric("sent")) {
+      metric.start();
+      metric.stop();
+      Reporter.Options options = new Reporter.Options();
+      options.collectorURL =
+          "http://127.0.0.1:" + collector.getAddress().getPort() + "/api/v2/spans";
+      options.service = "java-app";
+      options.gzip = false;
+      try (Trace trace = metric.export("42", "android"); Reporter reporter = new Reporter(options)) {
+        reporter.report(trace);
+        assertTrue(reporter.shutdown(Duration.ofSeconds(30)));
+        assertEquals(new Reporter.Counters(1, 0, 1, 0), reporter.counters());
+      }
+    } finally {
+      collector.stop(0);
+    }
+    assertEquals(1, bodies.size());
+    assertTrue(text(bodies.get(0)).contains("\"name\":\"sent\""));
+  }
+}
