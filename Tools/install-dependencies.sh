@@ -15,7 +15,7 @@ packages=(
   locales
   clang-14 clang-19 libc++-19-dev libc++abi-19-dev
   g++-aarch64-linux-gnu qemu-user
-  openjdk-17-jdk-headless junit5
+  openjdk-17-jdk-headless junit5 libokhttp-java
   libcurl4-openssl-dev:arm64 liburiparser1:arm64 libstdc++6:arm64
   libsqlite3-dev:arm64 zlib1g-dev:arm64
 )

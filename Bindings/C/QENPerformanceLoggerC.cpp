@@ -1,5 +1,6 @@
 #include "QENPerformanceLoggerC.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -7,10 +8,13 @@
 #include <string>
 #include <utility>
 
+#include "QENApplication/QENApplicationLifecycle.h"
 #include "QENAssert.h"
 #include "QENCHandleTable.h"
 #include "QENFoundation/QENCurrentExceptionDescription.h"
 #include "QENFoundation/QENMonotonicTime.h"
+#include "QENFoundation/QENNotificationCenter.h"
+#include "QENFoundation/QENRandom.h"
 #include "QENPerformanceLogger.h"
 #include "QENPerformanceLoggerExporters.h"
 
@@ -135,6 +139,22 @@ std::string encodedBytes(const Trace& trace, QENCFormat format,
                     : format == QENCFormatOTLPJSON     ? QENSpanEncodingFormat::kOTLPJSON
                                                        : QENSpanEncodingFormat::kZipkinV2JSON;
   return encoding.encode(trace.spans);
+}
+
+// The top of the tree the metric is in (the metric itself when it has no parent).
+std::shared_ptr<const Metric> rootOf(const Metric& metric) {
+  std::shared_ptr<const Metric> root = metric.shared_from_this();
+  for (auto above = metric.parentMetric(); above != nullptr; above = above->parentMetric()) {
+    root = above;
+  }
+  return root;
+}
+
+void visitHeaders(const QENTracePropagationHeaders::Context& context, QENCHeaderVisitor visitor,
+                  void* userData) {
+  for (const auto& [name, value] : QENTracePropagationHeaders::headersForContext(context)) {
+    visitor(userData, name.data(), name.size(), value.data(), value.size());
+  }
 }
 
 bool isFormat(QENCFormat format) {
@@ -337,18 +357,119 @@ QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, QENCHeaderVisi
       return invalidArgument(function, "visitor");
     }
     const auto parent = target.parentMetric();
-    const Metric* root = &target;
-    for (auto above = parent; above != nullptr; above = above->parentMetric()) {
-      root = above.get();
-    }
     QENTracePropagationHeaders::Context context;
-    context.traceId = root->traceId();
+    context.traceId = rootOf(target)->traceId();
     context.spanId = target.spanId();
     context.parentSpanId = parent != nullptr ? parent->spanId() : 0;
-    context.sampled = root->shouldUpload();
-    for (const auto& [name, value] : QENTracePropagationHeaders::headersForContext(context)) {
-      visitor(userData, name.data(), name.size(), value.data(), value.size());
+    context.sampled = rootOf(target)->shouldUpload();
+    visitHeaders(context, visitor, userData);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCPropagationHeadersForRequest(QENCMetric parent, int64_t* requestSpanId,
+                                            QENCHeaderVisitor visitor, void* userData) {
+  const char* const function = __func__;
+  return withMetric(parent, function, [&](Metric& target) {
+    if (requestSpanId == nullptr || visitor == nullptr) {
+      return invalidArgument(function, requestSpanId == nullptr ? "requestSpanId" : "visitor");
     }
+    QENTracePropagationHeaders::Context context;
+    QENFoundation::arc4random_buf(&context.spanId, sizeof context.spanId);
+    context.traceId = rootOf(target)->traceId();
+    context.parentSpanId = target.spanId();
+    context.sampled = rootOf(target)->shouldUpload();
+    *requestSpanId = context.spanId;
+    visitHeaders(context, visitor, userData);
+    return QENCStatusOK;
+  });
+}
+
+// MARK: - Network requests
+
+namespace {
+
+std::optional<QENDate> dateOf(double secondsSince1970) {
+  if (std::isnan(secondsSince1970)) {
+    return std::nullopt;
+  }
+  return QENDate::dateWithTimeIntervalSince1970(secondsSince1970);
+}
+
+std::shared_ptr<const QENURLSessionTaskMetrics> taskMetricsOf(
+    const QENCRequestTiming& timing, std::shared_ptr<const QENURLRequest> request) {
+  auto transaction = std::make_shared<QENURLSessionTaskTransactionMetrics>();
+  transaction->request = std::move(request);
+  transaction->response =
+      std::make_shared<QENHTTPURLResponse>(timing.statusCode, QENHTTPURLResponse::HeaderFields{});
+  transaction->fetchStartDate = dateOf(timing.fetchStart);
+  transaction->domainLookupStartDate = dateOf(timing.domainLookupStart);
+  transaction->domainLookupEndDate = dateOf(timing.domainLookupEnd);
+  transaction->connectStartDate = dateOf(timing.connectStart);
+  transaction->secureConnectionStartDate = dateOf(timing.secureConnectionStart);
+  transaction->secureConnectionEndDate = dateOf(timing.secureConnectionEnd);
+  transaction->connectEndDate = dateOf(timing.connectEnd);
+  transaction->requestStartDate = dateOf(timing.requestStart);
+  transaction->requestEndDate = dateOf(timing.requestEnd);
+  transaction->responseStartDate = dateOf(timing.responseStart);
+  transaction->responseEndDate = dateOf(timing.responseEnd);
+  transaction->countOfResponseHeaderBytesReceived = timing.responseHeaderBytes;
+  transaction->countOfResponseBodyBytesReceived = timing.responseBodyBytes;
+  transaction->resourceFetchType = QENURLSessionTaskMetricsResourceFetchTypeNetworkLoad;
+  transaction->isReusedConnection = timing.reusedConnection;
+  auto metrics = std::make_shared<QENURLSessionTaskMetrics>();
+  metrics->transactionMetrics.push_back(std::move(transaction));
+  const auto start = dateOf(timing.fetchStart);
+  const auto end = dateOf(timing.responseEnd);
+  if (start && end) {
+    metrics->taskInterval = QENDateInterval{*start, *end};
+  }
+  return metrics;
+}
+
+}  // namespace
+
+QENCStatus QENCEndpointMetricCreate(const char* url, size_t urlLength, const char* method,
+                                    size_t methodLength, const QENCRequestTiming* timing,
+                                    int64_t requestSpanId, QENCMetric* metric) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto urlText = stringOf(url, urlLength);
+    const auto methodText = stringOf(method, methodLength);
+    if (metric == nullptr || timing == nullptr || !urlText || !methodText) {
+      return invalidArgument(function, "metric, timing, url or method");
+    }
+    auto request =
+        std::make_shared<const QENURLRequest>(QENURL::URLWithString(*urlText), *methodText);
+    auto endpoint = QENEndpointPerformanceMetric::initWithRequest(request, std::nullopt,
+                                                                  taskMetricsOf(*timing, request));
+    if (requestSpanId != 0) {
+      endpoint->overrideMetricWithSpanId(requestSpanId);
+    }
+    metric->id = handOut<Metric>(std::move(endpoint));
+    return QENCStatusOK;
+  });
+}
+
+// MARK: - Application lifecycle
+
+QENCStatus QENCPostApplicationEvent(QENCApplicationEvent event) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    static constexpr std::string_view kNames[] = {
+        UIApplicationDidEnterBackgroundNotification, UIApplicationWillResignActiveNotification,
+        UIApplicationWillEnterForegroundNotification, UIApplicationDidBecomeActiveNotification};
+    if (event < QENCApplicationDidEnterBackground || event > QENCApplicationDidBecomeActive) {
+      return invalidArgument(function, "event");
+    }
+    QENNotificationCenter::defaultCenter().postNotificationName(kNames[event]);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricObserveApplicationEvents(QENCMetric metric) {
+  return withMetric(metric, __func__, [](Metric& target) {
+    target.configureAppLifecycleNotificationObservation();
     return QENCStatusOK;
   });
 }

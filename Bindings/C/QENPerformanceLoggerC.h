@@ -125,6 +125,59 @@ typedef void (*QENCHeaderVisitor)(void* userData, const char* name, size_t nameL
 QENC_EXPORT QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric,
                                                     QENCHeaderVisitor visitor, void* userData);
 
+/* A span id drawn for a request made under `parent`, and the headers that carry it: the tree's
+ * trace id, the drawn id, the parent's span id and the root's upload decision. Give the drawn id
+ * to QENCEndpointMetricCreate, so that the request's span is the one the server's spans join. */
+QENC_EXPORT QENCStatus QENCPropagationHeadersForRequest(QENCMetric parent, int64_t* requestSpanId,
+                                                        QENCHeaderVisitor visitor, void* userData);
+
+/* ==== Network requests ==== */
+
+/* One HTTP request's timing as a network stack reports it (OkHttp's EventListener, Cronet): wall-
+ * clock seconds since 1970, NaN for a phase the request did not go through (a reused connection
+ * has no DNS lookup, connect or TLS handshake). */
+typedef struct QENCRequestTiming {
+  double fetchStart;
+  double domainLookupStart;
+  double domainLookupEnd;
+  double connectStart;
+  double secureConnectionStart;
+  double secureConnectionEnd;
+  double connectEnd;
+  double requestStart;
+  double requestEnd;
+  double responseStart;
+  double responseEnd;
+  int64_t statusCode;
+  int64_t responseHeaderBytes;
+  int64_t responseBodyBytes;
+  bool reusedConnection;
+} QENCRequestTiming;
+
+/* A finished endpoint metric for the request: named "resource_<path>", from fetchStart to
+ * responseEnd, with a child span per phase (dns, conn, tls, req, resp) and the request's status,
+ * size and timings as tags. `requestSpanId` is the id its propagation headers carried (0: none
+ * were sent). The caller owns *metric; add it to a parent to export it in that tree. */
+QENC_EXPORT QENCStatus QENCEndpointMetricCreate(const char* url, size_t urlLength,
+                                                const char* method, size_t methodLength,
+                                                const QENCRequestTiming* timing,
+                                                int64_t requestSpanId, QENCMetric* metric);
+
+/* ==== Application lifecycle ==== */
+
+typedef enum QENCApplicationEvent {
+  QENCApplicationDidEnterBackground = 0,
+  QENCApplicationWillResignActive = 1,
+  QENCApplicationWillEnterForeground = 2,
+  QENCApplicationDidBecomeActive = 3
+} QENCApplicationEvent;
+
+/* Posts the application notification a platform posts for the event (an Android app calls it from
+ * its lifecycle observer). */
+QENC_EXPORT QENCStatus QENCPostApplicationEvent(QENCApplicationEvent event);
+/* Annotates the metric with every application event from now on ("app.enter.background", ...). */
+QENC_EXPORT QENCStatus QENCMetricObserveApplicationEvents(QENCMetric metric);
+
 /* ==== Export ==== */
 
 typedef enum QENCFormat {

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include "QENPerformanceLoggerC.h"
 
@@ -176,6 +177,62 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   CHECK(QENCReporterCreate(NULL, &reporter) == QENCStatusInvalidArgument);
 }
 
+static void collectNothing(void* userData, const char* name, size_t nameLength, const char* value,
+                           size_t valueLength) {
+  (void)userData, (void)name, (void)nameLength, (void)value, (void)valueLength;
+}
+
+/* A request timed by a network stack, traced under a screen that hears the app go to the
+ * background: its span carries the id its headers sent, and a child per phase. */
+static void checkEndpointAndApplicationEvents(void) {
+  QENCMetric screen, endpoint;
+  CHECK(QENCMetricCreate(TEXT("screen"), 1.0, &screen) == QENCStatusOK);
+  CHECK(QENCMetricStart(screen) == QENCStatusOK);
+  CHECK(QENCMetricObserveApplicationEvents(screen) == QENCStatusOK);
+  int64_t sentSpanId = 0;
+  struct Headers headers = {""};
+  CHECK(QENCPropagationHeadersForRequest(screen, &sentSpanId, collectHeader, &headers) ==
+        QENCStatusOK);
+  char expected[64];
+  snprintf(expected, sizeof expected, "X-B3-SpanId=%016llx;", (unsigned long long)sentSpanId);
+  CHECK(strstr(headers.text, expected) != NULL);
+  CHECK(QENCPropagationHeadersForRequest(screen, NULL, collectNothing, NULL) ==
+        QENCStatusInvalidArgument);
+
+  struct timespec now;
+  timespec_get(&now, TIME_UTC);
+  const double t = (double)now.tv_sec + now.tv_nsec / 1e9 - 1.0;
+  const QENCRequestTiming timing = {t,        t + 0.01, t + 0.02, t + 0.03, t + 0.04,
+                                    t + 0.05, t + 0.05, t + 0.06, t + 0.07, t + 0.1,
+                                    t + 0.2,  200,      300,      4000,     false};
+  CHECK(QENCEndpointMetricCreate(TEXT("https://api.example.com/v3/feed"), TEXT("GET"), &timing,
+                                 sentSpanId, &endpoint) == QENCStatusOK);
+  CHECK(QENCEndpointMetricCreate(TEXT("https://x"), TEXT("GET"), NULL, 0, &endpoint) ==
+        QENCStatusInvalidArgument);
+  CHECK(QENCMetricAddChild(screen, endpoint) == QENCStatusOK);
+  CHECK(QENCPostApplicationEvent(QENCApplicationDidEnterBackground) == QENCStatusOK);
+  CHECK(QENCPostApplicationEvent((QENCApplicationEvent)9) == QENCStatusInvalidArgument);
+  CHECK(QENCMetricStop(screen) == QENCStatusOK);
+
+  QENCTrace trace;
+  QENCBuffer json = {NULL, 0};
+  CHECK(QENCTraceCreate(screen, NULL, 0, TEXT("c"), &trace) == QENCStatusOK);
+  CHECK(QENCTraceEncode(trace, QENCFormatZipkinV2JSON, TEXT("c-app"), &json) == QENCStatusOK);
+  snprintf(expected, sizeof expected, "\"id\":\"%016llx\"", (unsigned long long)sentSpanId);
+  CHECK(contains(&json, expected));
+  CHECK(contains(&json, "\"name\":\"resource_/v3/feed\""));
+  static const char* const kPhases[] = {"dns", "conn", "tls", "req", "resp"};
+  for (size_t index = 0; index < 5; ++index) {
+    snprintf(expected, sizeof expected, "\"name\":\"%s\"", kPhases[index]);
+    CHECK(contains(&json, expected));
+  }
+  CHECK(contains(&json, "app.enter.background"));
+  QENCBufferRelease(&json);
+  CHECK(QENCTraceRelease(trace) == QENCStatusOK);
+  CHECK(QENCMetricRelease(endpoint) == QENCStatusOK);
+  CHECK(QENCMetricRelease(screen) == QENCStatusOK);
+}
+
 /* Zero, released and wrong-kind handles are refused, and nothing happens. */
 static void checkBadHandles(QENCMetric released, QENCTrace trace) {
   const QENCMetric zero = {0};
@@ -224,6 +281,7 @@ int main(int argc, char** argv) {
   checkExport(trace);
   checkDelivery(trace, argv[1]);
   checkBadHandles(root, trace);
+  checkEndpointAndApplicationEvents();
   CHECK(QENCTraceRelease(trace) == QENCStatusOK);
   if (failures != 0) {
     fprintf(stderr, "%d checks failed\n", failures);

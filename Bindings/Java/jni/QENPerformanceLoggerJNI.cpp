@@ -13,8 +13,8 @@
 namespace {
 
 JavaVM* javaVM = nullptr;
-jclass nativeClass = nullptr;        // global reference
-jmethodID runCompletion = nullptr;   // static void runCompletion(Object, boolean)
+jclass nativeClass = nullptr;       // global reference
+jmethodID runCompletion = nullptr;  // static void runCompletion(Object, boolean)
 
 // A Java byte[] (UTF-8) as bytes; absent for null.
 struct Bytes {
@@ -197,15 +197,11 @@ void collectHeader(void* userData, const char* name, std::size_t nameLength, con
   headers->emplace_back(value, valueLength);
 }
 
-// Names and values, alternately; header names and values are ASCII.
-jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jobjectArray out) {
-  std::vector<std::string> headers;
-  const QENCStatus status = QENCMetricPropagationHeaders(metric(id), collectHeader, &headers);
-  if (status != QENCStatusOK) {
-    return status;
-  }
+// Names and values, alternately, as a String[] in out[0]; header names and values are ASCII.
+jint storeHeaders(JNIEnv* env, const std::vector<std::string>& headers, jobjectArray out) {
   jclass stringClass = env->FindClass("java/lang/String");
-  jobjectArray pairs = env->NewObjectArray(static_cast<jsize>(headers.size()), stringClass, nullptr);
+  jobjectArray pairs =
+      env->NewObjectArray(static_cast<jsize>(headers.size()), stringClass, nullptr);
   if (pairs == nullptr) {
     env->ExceptionClear();
     return QENCStatusFailed;
@@ -216,7 +212,63 @@ jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jobjectArray out) {
     env->DeleteLocalRef(text);
   }
   env->SetObjectArrayElement(out, 0, pairs);
+  return QENCStatusOK;
+}
+
+jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jobjectArray out) {
+  std::vector<std::string> headers;
+  const QENCStatus status = QENCMetricPropagationHeaders(metric(id), collectHeader, &headers);
+  return status != QENCStatusOK ? status : storeHeaders(env, headers, out);
+}
+
+// The drawn span id goes to out[0]; the headers, as for metricPropagationHeaders, to pairs[0].
+jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jlongArray out,
+                                  jobjectArray pairsOut) {
+  std::vector<std::string> headers;
+  std::int64_t spanId = 0;
+  const QENCStatus status =
+      QENCPropagationHeadersForRequest(metric(parent), &spanId, collectHeader, &headers);
+  if (status != QENCStatusOK) {
+    return status;
+  }
+  setLong(env, out, spanId);
+  return storeHeaders(env, headers, pairsOut);
+}
+
+// Timing: the eleven phase times (NaN for absent) then status, header bytes, body bytes and 1 for
+// a reused connection.
+jint endpointMetricCreate(JNIEnv* env, jclass, jbyteArray url, jbyteArray method,
+                          jdoubleArray times, jlongArray counts, jlong requestSpanId,
+                          jlongArray out) {
+  const Bytes urlText(env, url);
+  const Bytes methodText(env, method);
+  double phase[11];
+  std::int64_t values[4];
+  env->GetDoubleArrayRegion(times, 0, 11, phase);
+  env->GetLongArrayRegion(counts, 0, 4, reinterpret_cast<jlong*>(values));
+  if (env->ExceptionCheck()) {
+    env->ExceptionClear();
+    return QENCStatusInvalidArgument;
+  }
+  const QENCRequestTiming timing{phase[0],  phase[1],  phase[2],  phase[3],  phase[4],
+                                 phase[5],  phase[6],  phase[7],  phase[8],  phase[9],
+                                 phase[10], values[0], values[1], values[2], values[3] != 0};
+  QENCMetric made{};
+  const QENCStatus status =
+      QENCEndpointMetricCreate(urlText.data(), urlText.size(), methodText.data(), methodText.size(),
+                               &timing, requestSpanId, &made);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(made.id));
+  }
   return status;
+}
+
+jint postApplicationEvent(JNIEnv*, jclass, jint event) {
+  return QENCPostApplicationEvent(static_cast<QENCApplicationEvent>(event));
+}
+
+jint metricObserveApplicationEvents(JNIEnv*, jclass, jlong id) {
+  return QENCMetricObserveApplicationEvents(metric(id));
 }
 
 // MARK: - Export
@@ -247,8 +299,7 @@ jint traceSpanCount(JNIEnv* env, jclass, jlong id, jlongArray out) {
   return status;
 }
 
-jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jbyteArray service,
-                 jobjectArray out) {
+jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jbyteArray service, jobjectArray out) {
   const Bytes serviceText(env, service);
   QENCBuffer encoded{nullptr, 0};
   const QENCStatus status =
@@ -305,15 +356,10 @@ jint reporterCreate(JNIEnv* env, jclass, jbyteArray url, jint format, jbyteArray
     headers.push_back({texts[index].data(), texts[index].size(), texts[index + 1].data(),
                        texts[index + 1].size()});
   }
-  const QENCReporterOptions options{urlText.data(),
-                                    urlText.size(),
-                                    static_cast<QENCFormat>(format),
-                                    serviceText.data(),
-                                    serviceText.size(),
-                                    gzip == JNI_TRUE,
-                                    headers.data(),
-                                    headers.size(),
-                                    QENCSpool{static_cast<std::uint64_t>(spool)}};
+  const QENCReporterOptions options{
+      urlText.data(),     urlText.size(),     static_cast<QENCFormat>(format),
+      serviceText.data(), serviceText.size(), gzip == JNI_TRUE,
+      headers.data(),     headers.size(),     QENCSpool{static_cast<std::uint64_t>(spool)}};
   QENCReporter made{};
   const QENCStatus status = QENCReporterCreate(&options, &made);
   if (status == QENCStatusOK) {
@@ -334,8 +380,7 @@ jint reporterReport(JNIEnv*, jclass, jlong id, jlong trace) {
   return QENCReporterReport(reporter(id), QENCTrace{static_cast<std::uint64_t>(trace)});
 }
 
-jint reporterShutdown(JNIEnv* env, jclass, jlong id, jint limitMilliseconds,
-                      jbooleanArray out) {
+jint reporterShutdown(JNIEnv* env, jclass, jlong id, jint limitMilliseconds, jbooleanArray out) {
   bool delivered = false;
   const QENCStatus status =
       QENCReporterShutdown(reporter(id), static_cast<std::uint32_t>(limitMilliseconds), &delivered);
@@ -350,10 +395,9 @@ jint reporterCounters(JNIEnv* env, jclass, jlong id, jlongArray out) {
   QENCReporterCounters counters{};
   const QENCStatus status = QENCReporterGetCounters(reporter(id), &counters);
   if (status == QENCStatusOK) {
-    const jlong elements[4] = {static_cast<jlong>(counters.accepted),
-                               static_cast<jlong>(counters.persisted),
-                               static_cast<jlong>(counters.delivered),
-                               static_cast<jlong>(counters.dropped)};
+    const jlong elements[4] = {
+        static_cast<jlong>(counters.accepted), static_cast<jlong>(counters.persisted),
+        static_cast<jlong>(counters.delivered), static_cast<jlong>(counters.dropped)};
     env->SetLongArrayRegion(out, 0, 4, elements);
   }
   return status;
@@ -363,8 +407,10 @@ jdouble monotonicNow(JNIEnv*, jclass) {
   return QENCMonotonicTimeNow();
 }
 
-#define QENJ_METHOD(name, signature) \
-  JNINativeMethod { const_cast<char*>(#name), const_cast<char*>(signature), reinterpret_cast<void*>(name) }
+#define QENJ_METHOD(name, signature)                                                      \
+  JNINativeMethod {                                                                       \
+    const_cast<char*>(#name), const_cast<char*>(signature), reinterpret_cast<void*>(name) \
+  }
 
 const JNINativeMethod kMethods[] = {
     QENJ_METHOD(metricCreate, "([BD[J)I"),
@@ -387,6 +433,10 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(metricShouldUpload, "(J[Z)I"),
     QENJ_METHOD(metricIdentifiers, "(J[J)I"),
     QENJ_METHOD(metricPropagationHeaders, "(J[Ljava/lang/Object;)I"),
+    QENJ_METHOD(propagationHeadersForRequest, "(J[J[Ljava/lang/Object;)I"),
+    QENJ_METHOD(endpointMetricCreate, "([B[B[D[JJ[J)I"),
+    QENJ_METHOD(postApplicationEvent, "(I)I"),
+    QENJ_METHOD(metricObserveApplicationEvents, "(J)I"),
     QENJ_METHOD(traceCreate, "(J[B[B[J)I"),
     QENJ_METHOD(traceRelease, "(J)I"),
     QENJ_METHOD(traceSpanCount, "(J[J)I"),

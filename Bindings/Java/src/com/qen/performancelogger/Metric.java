@@ -36,6 +36,12 @@ public final class Metric implements AutoCloseable {
     this(name, 1.0);
   }
 
+  /** Takes ownership of a handle the native side made. */
+  Metric(long handle) {
+    this.handle = handle;
+    cleanable = CLEANER.register(this, new Release(handle));
+  }
+
   /** Monotonic seconds, the clock every explicit time is read on. */
   public static double now() {
     return Native.monotonicNow();
@@ -140,6 +146,17 @@ public final class Metric implements AutoCloseable {
     Object[] out = new Object[1];
     QENPerformanceLoggerException.check(
         Native.metricPropagationHeaders(handle, out), "propagationHeaders");
+    return headersOf(out);
+  }
+
+  /** Annotates the metric with the application's lifecycle events from now on. */
+  public void observeApplicationEvents() {
+    QENPerformanceLoggerException.check(
+        Native.metricObserveApplicationEvents(handle), "observeApplicationEvents");
+  }
+
+  /** Native code's names and values, alternately, in out[0]. */
+  static Map<String, String> headersOf(Object[] out) {
     String[] pairs = (String[]) out[0];
     Map<String, String> headers = new LinkedHashMap<>();
     for (int index = 0; index + 1 < pairs.length; index += 2) {

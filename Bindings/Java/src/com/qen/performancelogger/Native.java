@@ -57,6 +57,11 @@ final class Native {
   static native int metricShouldUpload(long metric, boolean[] shouldUpload);
   static native int metricIdentifiers(long metric, long[] traceAndSpanId);
   static native int metricPropagationHeaders(long metric, Object[] namesAndValues);
+  static native int propagationHeadersForRequest(long parent, long[] spanId, Object[] headers);
+  static native int endpointMetricCreate(byte[] url, byte[] method, double[] phaseTimes,
+      long[] statusBytesAndReuse, long requestSpanId, long[] metric);
+  static native int postApplicationEvent(int event);
+  static native int metricObserveApplicationEvents(long metric);
   static native int traceCreate(long metric, byte[] userId, byte[] platform, long[] trace);
   static native int traceRelease(long trace);
   static native int traceSpanCount(long trace, long[] count);

@@ -1,0 +1,119 @@
+package com.qen.performancelogger;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.sun.net.httpserver.HttpServer;
+import com.sun.net.httpserver.HttpsConfigurator;
+import com.sun.net.httpserver.HttpsServer;
+import java.io.IOException;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
+import java.nio.charset.StandardCharsets;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
+import okhttp3.OkHttpClient;
+import okhttp3.Request;
+import okhttp3.Response;
+import okhttp3.tls.HandshakeCertificates;
+import okhttp3.tls.HeldCertificate;
+import org.junit.jupiter.api.Test;
+
+/** A real OkHttp client against JDK servers on loopback, under host names of the test's own. */
+class OkHttpTracingTest {
+  /** The X-B3-SpanId each path was requested with ("none" without one), recorded before it answers. */
+  private final Map<String, String> sentSpanIds = new ConcurrentHashMap<>();
+
+  private HttpServer serve(HttpServer server) {
+    server.createContext("/", exchange -> {
+      String spanId = exchange.getRequestHeaders().getFirst("X-B3-SpanId");
+      sentSpanIds.put(exchange.getRequestURI().getPath(), spanId == null ? "none" : spanId);
+      byte[] body = "{}".getBytes(StandardCharsets.UTF_8);
+      exchange.sendResponseHeaders(200, body.length);
+      exchange.getResponseBody().write(body);
+      exchange.close();
+    });
+    server.start();
+    return server;
+  }
+
+  private static OkHttpClient.Builder client(OkHttpTracing tracing) {
+    return new OkHttpClient.Builder()
+        .dns(host -> List.of(InetAddress.getByName("127.0.0.1")))
+        .eventListenerFactory(tracing.eventListenerFactory())
+        .addInterceptor(tracing.interceptor());
+  }
+
+  private static void get(OkHttpClient client, String url) throws IOException {
+    try (Response response = client.newCall(new Request.Builder().url(url).build()).execute()) {
+      assertEquals("{}", response.body().string());
+    }
+  }
+
+  @Test
+  void aCallOverTlsBecomesAnEndpointSpanWithEveryPhaseAndTheIdItsHeadersSent() throws Exception {
+    HeldCertificate certificate =
+        new HeldCertificate.Builder().addSubjectAlternativeName("api.test").build();
+    HandshakeCertificates server =
+        new HandshakeCertificates.Builder().heldCertificate(certificate).build();
+    HandshakeCertificates client =
+        new HandshakeCertificates.Builder().addTrustedCertificate(certificate.certificate()).build();
+    HttpsServer https = HttpsServer.create(new InetSocketAddress("127.0.0.1", 0), 0);
+    https.setHttpsConfigurator(new HttpsConfigurator(server.sslContext()));
+    serve(https);
+    try (Metric screen = new Metric("screen")) {
+      screen.start();
+      OkHttpTracing tracing = new OkHttpTracing(() -> screen, List.of("api.test"));
+      get(client(tracing).sslSocketFactory(client.sslSocketFactory(), client.trustManager()).build(),
+          "https://api.test:" + https.getAddress().getPort() + "/v3/feed");
+      screen.stop();
+      try (Trace trace = screen.export(null, "android")) {
+        String json =
+            new String(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"), StandardCharsets.UTF_8);
+        assertTrue(json.contains("\"id\":\"" + sentSpanIds.get("/v3/feed") + "\""), json);
+        assertTrue(json.contains("\"name\":\"resource_/v3/feed\""), json);
+        for (String phase : List.of("dns", "conn", "tls", "req", "resp")) {
+          assertTrue(json.contains("\"name\":\"" + phase + "\""), phase + " in " + json);
+        }
+      }
+    } finally {
+      https.stop(0);
+    }
+  }
+
+  @Test
+  void headersReachAListedHostAndNotAnother() throws Exception {
+    HttpServer http = serve(HttpServer.create(new InetSocketAddress("127.0.0.1", 0), 0));
+    try (Metric screen = new Metric("screen")) {
+      screen.start();
+      OkHttpTracing tracing = new OkHttpTracing(() -> screen, List.of("first.test"));
+      OkHttpClient client = client(tracing).build();
+      int port = http.getAddress().getPort();
+      get(client, "http://api.first.test:" + port + "/first");
+      get(client, "http://third.test:" + port + "/third");
+      assertEquals(16, sentSpanIds.get("/first").length());
+      assertEquals("none", sentSpanIds.get("/third"));
+      assertTrue(tracing.tracesHost("first.test"));
+      assertFalse(tracing.tracesHost("notfirst.test"));
+    } finally {
+      http.stop(0);
+    }
+  }
+
+  @Test
+  void theLifecycleBridgeAnnotatesObservingMetrics() {
+    try (Metric metric = new Metric("session")) {
+      metric.observeApplicationEvents();
+      metric.start();
+      new AppLifecycleBridge().onStop();
+      metric.stop();
+      try (Trace trace = metric.export(null, "android")) {
+        String json =
+            new String(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"), StandardCharsets.UTF_8);
+        assertTrue(json.contains("app.enter.background"), json);
+      }
+    }
+  }
+}
