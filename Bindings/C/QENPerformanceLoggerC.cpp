@@ -182,6 +182,18 @@ QENCStatus QENCMetricCreate(const char* name, size_t nameLength, double uploadFr
   });
 }
 
+QENCStatus QENCMetricCreateLeaf(const char* name, size_t nameLength, QENCMetric* metric) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto nameText = stringOf(name, nameLength);
+    if (metric == nullptr || !nameText) {
+      return invalidArgument(function, metric == nullptr ? "metric" : "name");
+    }
+    metric->id = handOut<Metric>(Metric::initLeafMetricWithName(*nameText));
+    return QENCStatusOK;
+  });
+}
+
 QENCStatus QENCMetricRelease(QENCMetric metric) {
   const char* const function = __func__;
   return guarded(function, [&] { return release<Metric>(metric.id, function); });

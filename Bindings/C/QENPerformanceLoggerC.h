@@ -72,6 +72,10 @@ QENC_EXPORT double QENCMonotonicTimeNow(void);
  * The caller owns *metric: release it once, whether or not a parent keeps the metric alive. */
 QENC_EXPORT QENCStatus QENCMetricCreate(const char* name, size_t nameLength, double uploadFraction,
                                         QENCMetric* metric);
+/* A leaf: a metric that neither adopts the metrics starting while it runs nor is adopted by one
+ * (the cheapest kind, for a measurement that has no children). */
+QENC_EXPORT QENCStatus QENCMetricCreateLeaf(const char* name, size_t nameLength,
+                                            QENCMetric* metric);
 QENC_EXPORT QENCStatus QENCMetricRelease(QENCMetric metric);
 /* Metric handles made and not yet released, for a host checking that it releases them all. */
 QENC_EXPORT size_t QENCMetricHandleCount(void);

@@ -267,7 +267,7 @@ int main(int argc, char** argv) {
   const QENCMetric root = measuredTree(&request);
   QENCTrace unfinished;
   QENCMetric running;
-  CHECK(QENCMetricCreate(TEXT("running"), 1.0, &running) == QENCStatusOK);
+  CHECK(QENCMetricCreateLeaf(TEXT("running"), &running) == QENCStatusOK);
   CHECK(QENCMetricStart(running) == QENCStatusOK);
   CHECK(QENCTraceCreate(running, NULL, 0, TEXT("c"), &unfinished) == QENCStatusNotFinished);
   CHECK(QENCMetricInvalidateWithTime(running, 0, QENCMonotonicTimeNow()) == QENCStatusOK);

@@ -93,6 +93,16 @@ jint metricCreate(JNIEnv* env, jclass, jbyteArray name, jdouble fraction, jlongA
   return status;
 }
 
+jint metricCreateLeaf(JNIEnv* env, jclass, jbyteArray name, jlongArray out) {
+  const Bytes text(env, name);
+  QENCMetric made{};
+  const QENCStatus status = QENCMetricCreateLeaf(text.data(), text.size(), &made);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(made.id));
+  }
+  return status;
+}
+
 jint metricRelease(JNIEnv*, jclass, jlong id) {
   return QENCMetricRelease(metric(id));
 }
@@ -414,6 +424,7 @@ jdouble monotonicNow(JNIEnv*, jclass) {
 
 const JNINativeMethod kMethods[] = {
     QENJ_METHOD(metricCreate, "([BD[J)I"),
+    QENJ_METHOD(metricCreateLeaf, "([B[J)I"),
     QENJ_METHOD(metricRelease, "(J)I"),
     QENJ_METHOD(metricHandleCount, "()J"),
     QENJ_METHOD(metricStart, "(J)I"),

@@ -36,6 +36,14 @@ public final class Metric implements AutoCloseable {
     this(name, 1.0);
   }
 
+  /** A metric that neither adopts the metrics starting while it runs nor is adopted by one. */
+  public static Metric leaf(String name) {
+    long[] made = new long[1];
+    QENPerformanceLoggerException.check(
+        Native.metricCreateLeaf(Utf8.bytes(name, "name"), made), "leaf");
+    return new Metric(made[0]);
+  }
+
   /** Takes ownership of a handle the native side made. */
   Metric(long handle) {
     this.handle = handle;

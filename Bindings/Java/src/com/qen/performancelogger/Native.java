@@ -38,6 +38,7 @@ final class Native {
   }
 
   static native int metricCreate(byte[] name, double uploadFraction, long[] metric);
+  static native int metricCreateLeaf(byte[] name, long[] metric);
   static native int metricRelease(long metric);
   static native long metricHandleCount();
   static native int metricStart(long metric);

@@ -54,7 +54,7 @@ class BindingTest {
 
   @Test
   void misuseIsAClearErrorAndNothingCrashes() {
-    Metric metric = new Metric("closed");
+    Metric metric = Metric.leaf("closed");
     metric.start();
     QENPerformanceLoggerException running =
         assertThrows(QENPerformanceLoggerException.class, () -> metric.export(null, "android"));
