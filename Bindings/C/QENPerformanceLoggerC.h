@@ -33,16 +33,24 @@
 #define QENC_EXPORT __attribute__((visibility("default")))
 #endif
 
+/* C++ gives the enumerations int as their type, as C does, so that any value a C caller passes
+ * is one the library may read (and refuse). */
+#ifdef __cplusplus
+#define QENC_ENUM(name) enum name : int
+#else
+#define QENC_ENUM(name) enum name
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-typedef enum QENCStatus {
-  QENCStatusOK = 0,
-  QENCStatusInvalidHandle = 1,   /* zero, released, or of another kind (reported) */
-  QENCStatusInvalidArgument = 2, /* a null output, a null string with a length, a bad value */
-  QENCStatusNotFinished = 3,     /* export of a metric that has not stopped */
-  QENCStatusFailed = 4           /* out of memory, or a file that could not be opened */
+typedef QENC_ENUM(QENCStatus){
+    QENCStatusOK = 0,
+    QENCStatusInvalidHandle = 1,   /* zero, released, or of another kind (reported) */
+    QENCStatusInvalidArgument = 2, /* a null output, a null string with a length, a bad value */
+    QENCStatusNotFinished = 3,     /* export of a metric that has not stopped */
+    QENCStatusFailed = 4           /* out of memory, or a file that could not be opened */
 } QENCStatus;
 
 typedef struct QENCMetric {
@@ -169,12 +177,10 @@ QENC_EXPORT QENCStatus QENCEndpointMetricCreate(const char* url, size_t urlLengt
 
 /* ==== Application lifecycle ==== */
 
-typedef enum QENCApplicationEvent {
-  QENCApplicationDidEnterBackground = 0,
-  QENCApplicationWillResignActive = 1,
-  QENCApplicationWillEnterForeground = 2,
-  QENCApplicationDidBecomeActive = 3
-} QENCApplicationEvent;
+typedef QENC_ENUM(QENCApplicationEvent){QENCApplicationDidEnterBackground = 0,
+                                        QENCApplicationWillResignActive = 1,
+                                        QENCApplicationWillEnterForeground = 2,
+                                        QENCApplicationDidBecomeActive = 3} QENCApplicationEvent;
 
 /* Posts the application notification a platform posts for the event (an Android app calls it from
  * its lifecycle observer). */
@@ -184,11 +190,9 @@ QENC_EXPORT QENCStatus QENCMetricObserveApplicationEvents(QENCMetric metric);
 
 /* ==== Export ==== */
 
-typedef enum QENCFormat {
-  QENCFormatZipkinV2JSON = 0,
-  QENCFormatZipkinV1Thrift = 1, /* as a v1 backend reads it */
-  QENCFormatOTLPJSON = 2,
-  QENCFormatChromeTrace = 3 /* for files, not for a reporter */
+typedef QENC_ENUM(QENCFormat){
+    QENCFormatZipkinV2JSON = 0, QENCFormatZipkinV1Thrift = 1, /* as a v1 backend reads it */
+    QENCFormatOTLPJSON = 2, QENCFormatChromeTrace = 3         /* for files, not for a reporter */
 } QENCFormat;
 
 /* The spans of a finished top-level metric's tree, for the signed-in user (`userId` may be null:

@@ -7,6 +7,7 @@ import java.net.Proxy;
 import java.time.Instant;
 import java.util.Arrays;
 import java.util.List;
+import java.util.Locale;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.function.Supplier;
@@ -46,7 +47,9 @@ public final class OkHttpTracing {
    */
   public OkHttpTracing(Supplier<Metric> parent, List<String> hostSuffixes) {
     this.parent = parent;
-    this.hostSuffixes = List.copyOf(hostSuffixes);
+    // OkHttp gives hosts in lower case; the app's list may not be.
+    this.hostSuffixes =
+        hostSuffixes.stream().map(suffix -> suffix.toLowerCase(Locale.ROOT)).toList();
   }
 
   public EventListener.Factory eventListenerFactory() {

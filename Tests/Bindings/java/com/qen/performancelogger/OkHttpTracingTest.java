@@ -88,7 +88,7 @@ class OkHttpTracingTest {
     HttpServer http = serve(HttpServer.create(new InetSocketAddress("127.0.0.1", 0), 0));
     try (Metric screen = new Metric("screen")) {
       screen.start();
-      OkHttpTracing tracing = new OkHttpTracing(() -> screen, List.of("first.test"));
+      OkHttpTracing tracing = new OkHttpTracing(() -> screen, List.of("First.Test"));
       OkHttpClient client = client(tracing).build();
       int port = http.getAddress().getPort();
       get(client, "http://api.first.test:" + port + "/first");
