@@ -128,6 +128,18 @@ QENCStatus withTag(QENCMetric handle, const char* key, std::size_t keyLength, co
   });
 }
 
+// A reporter's format for one of the C formats (Chrome trace excepted: no reporter sends it).
+QENSpanEncodingFormat encodingFormatOf(QENCFormat format) {
+  switch (format) {
+    case QENCFormatZipkinV1Thrift:
+      return QENSpanEncodingFormat::kZipkinV1Thrift;
+    case QENCFormatOTLPJSON:
+      return QENSpanEncodingFormat::kOTLPJSON;
+    default:
+      return QENSpanEncodingFormat::kZipkinV2JSON;
+  }
+}
+
 std::string encodedBytes(const Trace& trace, QENCFormat format,
                          const QENSpanReadingOptions& reading) {
   if (format == QENCFormatChromeTrace) {
@@ -135,9 +147,7 @@ std::string encodedBytes(const Trace& trace, QENCFormat format,
   }
   QENSpanEncoding encoding;
   encoding.reading = reading;
-  encoding.format = format == QENCFormatZipkinV1Thrift ? QENSpanEncodingFormat::kZipkinV1Thrift
-                    : format == QENCFormatOTLPJSON     ? QENSpanEncodingFormat::kOTLPJSON
-                                                       : QENSpanEncodingFormat::kZipkinV2JSON;
+  encoding.format = encodingFormatOf(format);
   return encoding.encode(trace.spans);
 }
 
@@ -204,48 +214,42 @@ size_t QENCMetricHandleCount(void) {
 }
 
 QENCStatus QENCMetricStart(QENCMetric metric) {
-  const char* const function = __func__;
-  return withMetric(metric, function, [](Metric& target) {
+  return withMetric(metric, __func__, [](Metric& target) {
     target.startMetric();
     return QENCStatusOK;
   });
 }
 
 QENCStatus QENCMetricStartWithTime(QENCMetric metric, double time) {
-  const char* const function = __func__;
-  return withMetric(metric, function, [&](Metric& target) {
+  return withMetric(metric, __func__, [&](Metric& target) {
     target.startMetricWithTime(time);
     return QENCStatusOK;
   });
 }
 
 QENCStatus QENCMetricStop(QENCMetric metric) {
-  const char* const function = __func__;
-  return withMetric(metric, function, [](Metric& target) {
+  return withMetric(metric, __func__, [](Metric& target) {
     target.stopMetric();
     return QENCStatusOK;
   });
 }
 
 QENCStatus QENCMetricStopWithTime(QENCMetric metric, double time) {
-  const char* const function = __func__;
-  return withMetric(metric, function, [&](Metric& target) {
+  return withMetric(metric, __func__, [&](Metric& target) {
     target.stopMetricWithTime(time);
     return QENCStatusOK;
   });
 }
 
 QENCStatus QENCMetricInvalidate(QENCMetric metric, int64_t stopReason) {
-  const char* const function = __func__;
-  return withMetric(metric, function, [&](Metric& target) {
+  return withMetric(metric, __func__, [&](Metric& target) {
     target.invalidateWithReason(stopReason);
     return QENCStatusOK;
   });
 }
 
 QENCStatus QENCMetricInvalidateWithTime(QENCMetric metric, int64_t stopReason, double time) {
-  const char* const function = __func__;
-  return withMetric(metric, function, [&](Metric& target) {
+  return withMetric(metric, __func__, [&](Metric& target) {
     if (target.isStarted() && !target.isFinished()) {
       target.stopMetricWithTime(time);  // the invalidation keeps this stop
     }
@@ -294,32 +298,28 @@ QENCStatus QENCMetricAddStringTag(QENCMetric metric, const char* key, size_t key
 }
 
 QENCStatus QENCMetricAddBoolTag(QENCMetric metric, const char* key, size_t keyLength, bool value) {
-  const char* const function = __func__;
-  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+  return withTag(metric, key, keyLength, __func__, [&](const std::string& keyText) {
     return Vocabulary::annotationWithKeyBoolean(keyText, value);
   });
 }
 
 QENCStatus QENCMetricAddInt16Tag(QENCMetric metric, const char* key, size_t keyLength,
                                  int16_t value) {
-  const char* const function = __func__;
-  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+  return withTag(metric, key, keyLength, __func__, [&](const std::string& keyText) {
     return Vocabulary::annotationWithKeyInt16(keyText, value);
   });
 }
 
 QENCStatus QENCMetricAddInt32Tag(QENCMetric metric, const char* key, size_t keyLength,
                                  int32_t value) {
-  const char* const function = __func__;
-  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+  return withTag(metric, key, keyLength, __func__, [&](const std::string& keyText) {
     return Vocabulary::annotationWithKeyInt32(keyText, value);
   });
 }
 
 QENCStatus QENCMetricAddInt64Tag(QENCMetric metric, const char* key, size_t keyLength,
                                  int64_t value) {
-  const char* const function = __func__;
-  return withTag(metric, key, keyLength, function, [&](const std::string& keyText) {
+  return withTag(metric, key, keyLength, __func__, [&](const std::string& keyText) {
     return Vocabulary::annotationWithKeyInt64(keyText, value);
   });
 }
@@ -600,10 +600,7 @@ QENCStatus reporterOptions(const QENCReporterOptions& given, QENSpanReporterOpti
     return invalidArgument(function, "collectorURL, service, format or headers");
   }
   options.collectorURL = *url;
-  options.encoding.format =
-      given.format == QENCFormatZipkinV1Thrift ? QENSpanEncodingFormat::kZipkinV1Thrift
-      : given.format == QENCFormatOTLPJSON     ? QENSpanEncodingFormat::kOTLPJSON
-                                               : QENSpanEncodingFormat::kZipkinV2JSON;
+  options.encoding.format = encodingFormatOf(given.format);
   options.encoding.reading.serviceName = *service;
   options.encoding.gzip = given.gzip;
   for (std::size_t index = 0; index < given.headerCount; ++index) {

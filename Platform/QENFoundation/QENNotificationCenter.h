@@ -8,7 +8,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include "QENNotification.h"
 

@@ -41,6 +41,18 @@ QENCMetric metric(jlong id) {
   return QENCMetric{static_cast<std::uint64_t>(id)};
 }
 
+QENCTrace trace(jlong id) {
+  return QENCTrace{static_cast<std::uint64_t>(id)};
+}
+
+QENCSpool spool(jlong id) {
+  return QENCSpool{static_cast<std::uint64_t>(id)};
+}
+
+QENCReporter reporter(jlong id) {
+  return QENCReporter{static_cast<std::uint64_t>(id)};
+}
+
 // Detaches a thread the binding attached, when the thread ends.
 struct AttachedThread {
   ~AttachedThread() {
@@ -297,12 +309,12 @@ jint traceCreate(JNIEnv* env, jclass, jlong id, jbyteArray userId, jbyteArray pl
 }
 
 jint traceRelease(JNIEnv*, jclass, jlong id) {
-  return QENCTraceRelease(QENCTrace{static_cast<std::uint64_t>(id)});
+  return QENCTraceRelease(trace(id));
 }
 
 jint traceSpanCount(JNIEnv* env, jclass, jlong id, jlongArray out) {
   std::size_t count = 0;
-  const QENCStatus status = QENCTraceSpanCount(QENCTrace{static_cast<std::uint64_t>(id)}, &count);
+  const QENCStatus status = QENCTraceSpanCount(trace(id), &count);
   if (status == QENCStatusOK) {
     setLong(env, out, static_cast<std::int64_t>(count));
   }
@@ -312,9 +324,8 @@ jint traceSpanCount(JNIEnv* env, jclass, jlong id, jlongArray out) {
 jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jbyteArray service, jobjectArray out) {
   const Bytes serviceText(env, service);
   QENCBuffer encoded{nullptr, 0};
-  const QENCStatus status =
-      QENCTraceEncode(QENCTrace{static_cast<std::uint64_t>(id)}, static_cast<QENCFormat>(format),
-                      serviceText.data(), serviceText.size(), &encoded);
+  const QENCStatus status = QENCTraceEncode(trace(id), static_cast<QENCFormat>(format),
+                                            serviceText.data(), serviceText.size(), &encoded);
   if (status != QENCStatusOK) {
     return status;
   }
@@ -347,11 +358,11 @@ jint spoolCreate(JNIEnv* env, jclass, jbyteArray path, jlong maximumBytes, jint 
 }
 
 jint spoolRelease(JNIEnv*, jclass, jlong id) {
-  return QENCSpoolRelease(QENCSpool{static_cast<std::uint64_t>(id)});
+  return QENCSpoolRelease(spool(id));
 }
 
 jint reporterCreate(JNIEnv* env, jclass, jbyteArray url, jint format, jbyteArray service,
-                    jboolean gzip, jobjectArray headerTexts, jlong spool, jlongArray out) {
+                    jboolean gzip, jobjectArray headerTexts, jlong spoolId, jlongArray out) {
   const Bytes urlText(env, url);
   const Bytes serviceText(env, service);
   std::vector<Bytes> texts;
@@ -369,7 +380,7 @@ jint reporterCreate(JNIEnv* env, jclass, jbyteArray url, jint format, jbyteArray
   const QENCReporterOptions options{
       urlText.data(),     urlText.size(),     static_cast<QENCFormat>(format),
       serviceText.data(), serviceText.size(), gzip == JNI_TRUE,
-      headers.data(),     headers.size(),     QENCSpool{static_cast<std::uint64_t>(spool)}};
+      headers.data(),     headers.size(),     spool(spoolId)};
   QENCReporter made{};
   const QENCStatus status = QENCReporterCreate(&options, &made);
   if (status == QENCStatusOK) {
@@ -378,16 +389,12 @@ jint reporterCreate(JNIEnv* env, jclass, jbyteArray url, jint format, jbyteArray
   return status;
 }
 
-QENCReporter reporter(jlong id) {
-  return QENCReporter{static_cast<std::uint64_t>(id)};
-}
-
 jint reporterRelease(JNIEnv*, jclass, jlong id) {
   return QENCReporterRelease(reporter(id));
 }
 
-jint reporterReport(JNIEnv*, jclass, jlong id, jlong trace) {
-  return QENCReporterReport(reporter(id), QENCTrace{static_cast<std::uint64_t>(trace)});
+jint reporterReport(JNIEnv*, jclass, jlong id, jlong traceId) {
+  return QENCReporterReport(reporter(id), trace(traceId));
 }
 
 jint reporterShutdown(JNIEnv* env, jclass, jlong id, jint limitMilliseconds, jbooleanArray out) {
