@@ -1,6 +1,5 @@
 #include "QENNotificationCenter.h"
 
-#include <algorithm>
 #include <array>
 #include <iterator>
 #include <optional>
