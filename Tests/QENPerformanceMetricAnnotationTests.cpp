@@ -2,7 +2,6 @@
 
 #include <future>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "QENFoundation/QENMonotonicTime.h"
@@ -51,38 +50,6 @@ TEST(MetricAnnotations, AbsentEntriesAreReportedAndEntriesWithoutValueDroppedSil
   EXPECT_EQ(keysOf(snapshot), (std::vector<std::string>{"single"}));
   EXPECT_EQ(metric->annotations().size(), 1u);
   EXPECT_EQ(captured.records().size(), 2u);
-}
-
-TEST(MetricAnnotations, ConcurrentAddsLoseNothingWhileSnapshotsAreTaken) {
-  const auto metric = Metric::initLeafMetricWithName("busy");
-  constexpr int kThreads = 3;
-  constexpr int kAddsPerThread = 2000;
-  std::atomic<bool> adding{true};
-  std::thread reader([&] {
-    std::size_t last = 0;
-    while (adding) {
-      const std::size_t now = metric->binaryAnnotations().size();
-      EXPECT_GE(now, last) << "the list only grows";
-      last = now;
-      (void)metric->annotations();
-    }
-  });
-  std::vector<std::thread> writers;
-  for (int thread = 0; thread < kThreads; ++thread) {
-    writers.emplace_back([&] {
-      for (int add = 0; add < kAddsPerThread; ++add) {
-        metric->addAnnotation(std::make_shared<const QENThrift::Annotation>(add, "a", nullptr));
-        metric->addBinaryAnnotations(std::vector{binary("b"), binary("c")});
-      }
-    });
-  }
-  for (auto& writer : writers) {
-    writer.join();
-  }
-  adding = false;
-  reader.join();
-  EXPECT_EQ(metric->annotations().size(), std::size_t{kThreads * kAddsPerThread});
-  EXPECT_EQ(metric->binaryAnnotations().size(), std::size_t{2 * kThreads * kAddsPerThread});
 }
 
 // Whether another thread can take the metric's lock now.

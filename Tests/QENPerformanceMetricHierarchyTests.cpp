@@ -325,9 +325,9 @@ TEST(MetricHierarchy, AListenerDestroyedWhileOthersStartIsNeverCalled) {
   EXPECT_EQ(DyingListener::offersWhileDying, 0);
 }
 
-// Stop, invalidation, event routing and freeing each reach every level of a chain far deeper than
-// a thread's stack could hold as nested calls, before they return.
-TEST(MetricHierarchy, AChainOfAnyDepthIsStoppedInvalidatedRoutedAndFreed) {
+// Stop, export, invalidation, event routing and freeing each reach every level of a chain far
+// deeper than a thread's stack could hold as nested calls, before they return.
+TEST(MetricHierarchy, AChainOfAnyDepthIsStoppedExportedInvalidatedRoutedAndFreed) {
   auto root = Metric::initLeafMetricWithName("root");
   root->startMetric();
   std::shared_ptr<Metric> deepest = root;
@@ -345,6 +345,9 @@ TEST(MetricHierarchy, AChainOfAnyDepthIsStoppedInvalidatedRoutedAndFreed) {
   const std::weak_ptr<Metric> secondDeepest = deepest->parentMetric();
   root->stopMetric();
   EXPECT_TRUE(secondDeepest.lock()->isFinished());
+  const auto spans = root->spansWithAppContext(QENPerformanceMetricAppContext("1", "x"));
+  ASSERT_EQ(spans.size(), 100001u);
+  EXPECT_EQ(spans.back()->parent_id(), secondDeepest.lock()->spanId());
   root->invalidateWithReason(QENPerformanceMetricStopReasonUserAbort);
   EXPECT_EQ(deepest->invalidateReason(), QENPerformanceMetricStopReasonUserAbort);
   const std::weak_ptr<Metric> bottom = deepest;

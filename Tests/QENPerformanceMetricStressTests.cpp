@@ -35,6 +35,7 @@ class CallbackLedger {
   }
 
   int added() const { return added_; }
+  std::atomic<std::size_t> annotationsAdded{0};
   int maximumCallsOfOneCallback() const {
     int maximum = 0;
     for (const auto& calls : calls_) {
@@ -78,7 +79,7 @@ void performRandomOperations(int thread, std::vector<std::vector<std::shared_ptr
   for (int operation = 0; operation < kOperationsPerThread; ++operation) {
     const int level = static_cast<int>(random() % kLevels);
     const auto metric = pick(level);
-    switch (random() % 6) {
+    switch (random() % 7) {
       case 0:
         metric->startMetric();
         break;
@@ -96,6 +97,11 @@ void performRandomOperations(int thread, std::vector<std::vector<std::shared_ptr
       case 4:
         metric->addCompletionBlock(ledger.blockWithId(thread * kOperationsPerThread + operation));
         break;
+      case 5:
+        metric->addAnnotation(
+            std::make_shared<const QENThrift::Annotation>(operation, "a", nullptr));
+        ++ledger.annotationsAdded;
+        break;
       default:
         (void)metric->isStarted();
         (void)metric->isInFlight();
@@ -104,12 +110,15 @@ void performRandomOperations(int thread, std::vector<std::vector<std::shared_ptr
         (void)metric->metricTime();
         (void)metric->childMetrics();
         (void)metric->debugDescription();
+        if (operation % 64 == 0)  // an export walks the whole tree: now and then is enough
+          (void)metric->spansWithAppContext(QENPerformanceMetricAppContext("1", "x"));
         break;
     }
   }
 }
 
-TEST(MetricStress, ConcurrentWorkOnSharedTreesRunsEveryCallbackOnceAndKeepsStatesAllowed) {
+TEST(MetricStress,
+     ConcurrentWorkOnSharedTreesRunsEveryCallbackOnceLosesNoAnnotationAndKeepsStatesAllowed) {
   std::vector<std::vector<std::shared_ptr<Metric>>> levels(kLevels);
   for (auto& level : levels) {
     for (int index = 0; index < kMetricsPerLevel; ++index) {
@@ -126,8 +135,10 @@ TEST(MetricStress, ConcurrentWorkOnSharedTreesRunsEveryCallbackOnceAndKeepsState
   }
 
   int neverCalled = 0;
+  std::size_t annotations = 0;
   for (const auto& level : levels) {
     for (const auto& metric : level) {
+      annotations += metric->annotations().size();
       EXPECT_TRUE(isAllowedState(*metric)) << metric->debugDescription();
       metric->startMetric();
       metric->stopMetric();
@@ -140,6 +151,7 @@ TEST(MetricStress, ConcurrentWorkOnSharedTreesRunsEveryCallbackOnceAndKeepsState
   const int expected = ledger.added() - neverCalled;
   EXPECT_EQ(ledger.waitForCalls(expected), expected);
   EXPECT_LE(ledger.maximumCallsOfOneCallback(), 1);
+  EXPECT_EQ(annotations, ledger.annotationsAdded) << "no concurrent add is lost";
 }
 
 }  // namespace

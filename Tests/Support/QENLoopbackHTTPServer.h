@@ -11,7 +11,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <map>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
@@ -78,6 +80,18 @@ class QENLoopbackHTTPServer {
   std::vector<Request> requests() const {
     const std::lock_guard guard(mutex_);
     return requests_;
+  }
+
+  // How often each span id (as Zipkin v2 JSON writes it) came in a batch the server acknowledged.
+  std::map<std::string, int> acknowledgedSpanIds() const {
+    std::map<std::string, int> counts;
+    for (const auto& request : requests()) {
+      if (request.acknowledged()) {
+        for (const auto& span : nlohmann::json::parse(request.body))
+          ++counts[span["id"]];
+      }
+    }
+    return counts;
   }
 
   // Returns once `count` requests have been recorded.

@@ -1,8 +1,7 @@
 #pragma once
 
-// One round of the kill test: a child process reports spans through a spooled reporter to a
-// loopback collector, is killed with SIGKILL after a random number of its "persisted N" lines,
-// and a fresh reporter on the same spool drains it. Shared by the test and the stress program.
+// What the kill tests need: the child process they kill, the reporter that drains its spool
+// afterwards, and SQLite's own check of the file it left.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -11,16 +10,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "QENSpanReporter.h"
-#include "Support/QENLoopbackHTTPServer.h"
 
 extern char** environ;
 
@@ -108,58 +102,4 @@ inline QENSpanReporterCounters drainSpool(const std::string& spoolPath, const st
   QENSpanReporter drainer(options);
   drainer.shutdown(std::chrono::seconds(60));
   return drainer.counters();
-}
-
-// The spans every acknowledged request carried, by span id, with the number of times each came.
-inline std::map<std::int64_t, int> acknowledgedSpans(const QENLoopbackHTTPServer& server) {
-  std::map<std::int64_t, int> counts;
-  for (const auto& request : server.requests()) {
-    if (request.acknowledged()) {
-      for (const auto& span : nlohmann::json::parse(request.body)) {
-        ++counts[static_cast<std::int64_t>(
-            std::stoull(span["id"].get<std::string>(), nullptr, 16))];
-      }
-    }
-  }
-  return counts;
-}
-
-struct QENKillRoundFigures {
-  std::uint64_t persistedBeforeKill = 0;
-  std::uint64_t missing = 0;       // persisted before the kill, never acknowledged
-  std::uint64_t duplicates = 0;    // acknowledged more than once
-  std::uint64_t drainRetried = 0;  // spans the drain sent again after an earlier attempt
-  std::uint64_t drainDelivered = 0;
-  bool intact = false;  // integrity_check said ok after the kill
-};
-
-inline QENKillRoundFigures runSpanKillRound(const std::filesystem::path& folder,
-                                            std::mt19937_64& random) {
-  const std::string spoolPath = (folder / "spool.sqlite").string();
-  QENLoopbackHTTPServer server([](int) { return QENLoopbackHTTPServer::Answer{}; });
-  QENKillRoundFigures figures;
-  {
-    QENChildProcess child(spoolKillChild(spoolPath, server.url(), "spans"));
-    for (auto lines = 1 + random() % 30; lines > 0; --lines) {
-      const auto line = child.readLine();
-      if (!line)
-        break;
-      figures.persistedBeforeKill = std::stoull(line->substr(std::strlen("persisted ")));
-    }
-    child.kill();
-  }
-  figures.intact = integrityOf(spoolPath) == "ok";
-  const QENSpanReporterCounters drained = drainSpool(spoolPath, server.url());
-  figures.drainRetried = drained.retried;
-  figures.drainDelivered = drained.delivered;
-  const auto counts = acknowledgedSpans(server);
-  for (std::uint64_t id = 1; id <= figures.persistedBeforeKill; ++id) {
-    figures.missing += counts.count(static_cast<std::int64_t>(id)) == 0 ? 1 : 0;
-  }
-  for (const auto& [id, times] : counts) {
-    figures.duplicates += static_cast<std::uint64_t>(times - 1);
-  }
-  std::filesystem::remove_all(folder);
-  std::filesystem::create_directories(folder);
-  return figures;
 }
