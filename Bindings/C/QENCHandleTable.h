@@ -1,41 +1,87 @@
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 // What a C handle names.
 enum class QENCHandleKind : std::uint8_t { kMetric = 1, kTrace, kSpool, kReporter };
 
 // The objects the C interface has handed out, by id. An id holds a slot's index and the slot's
 // generation, which its release advances, so an id once released never finds an object again;
-// nor does an id of another kind, or zero. Lookups copy the object's shared_ptr, so a release
-// on another thread cannot free an object under a call that found it.
+// nor does an id of another kind, or zero.
+//
+// Every call through a handle looks it up, so a lookup takes no lock: it pins the slot (one
+// atomic add on the slot's own state) and unpins it when done. A release on another thread
+// advances the generation at once, but the object goes only when the last pin does, so a release
+// never frees an object under a call that found it. Slots live in chunks that never move or go,
+// and free slots wait on a lock-free list; only growing the table takes a lock.
 class QENCHandleTable {
+  struct Slot;
+
  public:
+  // A found object, kept alive while the pin lives.
+  class Pin {
+   public:
+    Pin() = default;
+    Pin(Pin&& other) noexcept;
+    Pin& operator=(Pin&&) = delete;
+    ~Pin();
+
+    explicit operator bool() const noexcept { return object_ != nullptr; }
+    void* object() const noexcept { return object_; }
+    // A reference that outlives the pin.
+    std::shared_ptr<void> shared() const;
+
+   private:
+    friend class QENCHandleTable;
+    Pin(Slot* slot, void* object) noexcept : slot_(slot), object_(object) {}
+    Slot* slot_ = nullptr;
+    void* object_ = nullptr;
+  };
+
   static QENCHandleTable& shared();
 
+  // Zero, and the object dropped, once all kCapacity slots are live.
   std::uint64_t insert(QENCHandleKind kind, std::shared_ptr<void> object);
-  // Null when the id names no live object of that kind.
-  std::shared_ptr<void> find(std::uint64_t id, QENCHandleKind kind) const;
-  // Takes the object out and returns it (so that the caller destroys it outside the table's
-  // lock); null as for find.
-  std::shared_ptr<void> remove(std::uint64_t id, QENCHandleKind kind);
+  // An empty pin when the id names no live object of that kind.
+  Pin find(std::uint64_t id, QENCHandleKind kind);
+  // False when the id names no live object of that kind. The object goes now, on this thread,
+  // unless a call on another thread still has it pinned; then it goes when that call ends.
+  bool remove(std::uint64_t id, QENCHandleKind kind);
   // Live handles of that kind.
   std::size_t count(QENCHandleKind kind) const;
 
  private:
+  // A slot's state: its generation in the high half; below it a flag set when a release found
+  // the slot pinned (the last unpin then frees the object), and the number of pins.
+  static constexpr std::uint64_t kPendingFree = std::uint64_t{1} << 31;
+  static constexpr std::uint64_t kPins = kPendingFree - 1;
+  static constexpr std::uint64_t kGeneration = std::uint64_t{1} << 32;
+
   struct Slot {
-    std::uint32_t generation = 1;
-    QENCHandleKind kind{};
-    std::shared_ptr<void> object;
+    std::atomic<std::uint64_t> state{kGeneration};
+    std::atomic<QENCHandleKind> kind{};  // none while free or released
+    std::atomic<void*> object{nullptr};
+    std::shared_ptr<void> owner;  // written only by the slot's inserter and its one freer
+    std::atomic<std::uint32_t> nextFree{0};
+    std::uint32_t index = 0;
   };
+  // Chunk c holds kFirstChunk << c slots: 2^32 - 64 in all, as many as an id's low half can name.
+  static constexpr std::uint32_t kFirstChunk = 64;
+  static constexpr std::size_t kChunks = 26;
+  static constexpr std::uint64_t kCapacity = (std::uint64_t{kFirstChunk} << kChunks) - kFirstChunk;
 
-  // The slot an id names while it is live, else null. With mutex_ held.
-  const Slot* live(std::uint64_t id, QENCHandleKind kind) const;
+  Slot* slotAt(std::uint32_t index) const;
+  // A free slot's index; kCapacity when none is left.
+  std::uint64_t takeFreeSlot();
+  void unpin(Slot& slot);
+  void free(Slot& slot);
 
-  mutable std::mutex mutex_;
-  std::vector<Slot> slots_;
-  std::vector<std::uint32_t> freeSlots_;
+  std::array<std::atomic<Slot*>, kChunks> chunks_{};
+  std::atomic<std::uint32_t> slotCount_{0};
+  std::atomic<std::uint64_t> freeHead_{0};  // an ABA tag above the free slot's index plus one
+  std::mutex growing_;
 };

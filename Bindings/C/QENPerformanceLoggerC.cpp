@@ -46,30 +46,46 @@ constexpr QENCHandleKind kindOf<QENSpanReporter>() {
   return QENCHandleKind::kReporter;
 }
 
-template <class Object>
-std::shared_ptr<Object> resolve(std::uint64_t id, const char* function) {
-  auto object = QENCHandleTable::shared().find(id, kindOf<Object>());
-  if (object == nullptr) {
-    QENAssertionFailure(function, "Invalid handle %llu: zero, released, or of another kind",
-                        static_cast<unsigned long long>(id));
-  }
-  return std::static_pointer_cast<Object>(std::move(object));
+void reportInvalidHandle(std::uint64_t id, const char* function) {
+  QENAssertionFailure(function, "Invalid handle %llu: zero, released, or of another kind",
+                      static_cast<unsigned long long>(id));
 }
 
+// The object a handle names, pinned for the length of a call.
 template <class Object>
-std::uint64_t handOut(std::shared_ptr<Object> object) {
-  return QENCHandleTable::shared().insert(kindOf<Object>(), std::move(object));
+QENCHandleTable::Pin pin(std::uint64_t id, const char* function) {
+  auto pinned = QENCHandleTable::shared().find(id, kindOf<Object>());
+  if (!pinned) {
+    reportInvalidHandle(id, function);
+  }
+  return pinned;
+}
+
+// The object a handle names, held beyond the call (a child adopted, a spool a reporter keeps).
+template <class Object>
+std::shared_ptr<Object> resolve(std::uint64_t id, const char* function) {
+  return std::static_pointer_cast<Object>(pin<Object>(id, function).shared());
+}
+
+// Hands out a handle for the object; a table full to the last of its four billion slots hands
+// out none.
+template <class Object>
+QENCStatus handOut(std::shared_ptr<Object> object, std::uint64_t& id, const char* function) {
+  id = QENCHandleTable::shared().insert(kindOf<Object>(), std::move(object));
+  if (id == 0) {
+    QENAssertionFailure(function, "No handle left: every slot of the table is live");
+    return QENCStatusFailed;
+  }
+  return QENCStatusOK;
 }
 
 template <class Object>
 QENCStatus release(std::uint64_t id, const char* function) {
-  std::shared_ptr<void> object = QENCHandleTable::shared().remove(id, kindOf<Object>());
-  if (object == nullptr) {
-    QENAssertionFailure(function, "Invalid handle %llu: zero, released, or of another kind",
-                        static_cast<unsigned long long>(id));
+  if (!QENCHandleTable::shared().remove(id, kindOf<Object>())) {
+    reportInvalidHandle(id, function);
     return QENCStatusInvalidHandle;
   }
-  return QENCStatusOK;  // the object goes here, outside the table's lock
+  return QENCStatusOK;
 }
 
 QENCStatus invalidArgument(const char* function, const char* what) {
@@ -107,11 +123,11 @@ QENCStatus guarded(const char* function, Body&& body) noexcept {
 template <class Action>
 QENCStatus withMetric(QENCMetric handle, const char* function, Action&& action) noexcept {
   return guarded(function, [&] {
-    const auto metric = resolve<Metric>(handle.id, function);
-    if (metric == nullptr) {
+    const auto metric = pin<Metric>(handle.id, function);
+    if (!metric) {
       return QENCStatusInvalidHandle;
     }
-    return action(*metric);
+    return action(*static_cast<Metric*>(metric.object()));
   });
 }
 
@@ -187,8 +203,7 @@ QENCStatus QENCMetricCreate(const char* name, size_t nameLength, double uploadFr
     if (metric == nullptr || !nameText) {
       return invalidArgument(function, metric == nullptr ? "metric" : "name");
     }
-    metric->id = handOut<Metric>(Metric::initWithName(*nameText, uploadFraction));
-    return QENCStatusOK;
+    return handOut<Metric>(Metric::initWithName(*nameText, uploadFraction), metric->id, function);
   });
 }
 
@@ -199,8 +214,7 @@ QENCStatus QENCMetricCreateLeaf(const char* name, size_t nameLength, QENCMetric*
     if (metric == nullptr || !nameText) {
       return invalidArgument(function, metric == nullptr ? "metric" : "name");
     }
-    metric->id = handOut<Metric>(Metric::initLeafMetricWithName(*nameText));
-    return QENCStatusOK;
+    return handOut<Metric>(Metric::initLeafMetricWithName(*nameText), metric->id, function);
   });
 }
 
@@ -458,8 +472,7 @@ QENCStatus QENCEndpointMetricCreate(const char* url, size_t urlLength, const cha
     if (requestSpanId != 0) {
       endpoint->overrideMetricWithSpanId(requestSpanId);
     }
-    metric->id = handOut<Metric>(std::move(endpoint));
-    return QENCStatusOK;
+    return handOut<Metric>(std::move(endpoint), metric->id, function);
   });
 }
 
@@ -505,8 +518,7 @@ QENCStatus QENCTraceCreate(QENCMetric metric, const char* userId, size_t userIdL
         *platformText);
     auto exported = std::make_shared<Trace>();
     exported->spans = target.spansWithAppContext(context);
-    trace->id = handOut<Trace>(std::move(exported));
-    return QENCStatusOK;
+    return handOut<Trace>(std::move(exported), trace->id, function);
   });
 }
 
@@ -578,8 +590,8 @@ QENCStatus QENCSpoolCreate(const char* path, size_t pathLength, uint64_t maximum
     if (maximumAgeSeconds != 0) {
       options.maximumAge = std::chrono::seconds(maximumAgeSeconds);
     }
-    spool->id = handOut<QENSpanSpool>(std::make_shared<QENSpanSpool>(std::move(options)));
-    return QENCStatusOK;
+    return handOut<QENSpanSpool>(std::make_shared<QENSpanSpool>(std::move(options)), spool->id,
+                                 function);
   });
 }
 
@@ -634,8 +646,8 @@ QENCStatus QENCReporterCreate(const QENCReporterOptions* options, QENCReporter* 
         status != QENCStatusOK) {
       return status;
     }
-    reporter->id = handOut<QENSpanReporter>(std::make_shared<QENSpanReporter>(std::move(made)));
-    return QENCStatusOK;
+    return handOut<QENSpanReporter>(std::make_shared<QENSpanReporter>(std::move(made)),
+                                    reporter->id, function);
   });
 }
 

@@ -95,24 +95,23 @@ void completeInJava(void* userData, bool valid) {
 
 // MARK: - Metrics
 
-jint metricCreate(JNIEnv* env, jclass, jbyteArray name, jdouble fraction, jlongArray out) {
-  const Bytes text(env, name);
-  QENCMetric made{};
-  const QENCStatus status = QENCMetricCreate(text.data(), text.size(), fraction, &made);
-  if (status == QENCStatusOK) {
-    setLong(env, out, static_cast<std::int64_t>(made.id));
-  }
-  return status;
+// A new metric's handle; on failure, the status in the high half over a zero low half, which no
+// handle has. It spares each metric made an array for its handle.
+jlong handleOrStatus(QENCStatus status, QENCMetric made) {
+  return static_cast<jlong>(status == QENCStatusOK ? made.id
+                                                   : static_cast<std::uint64_t>(status) << 32);
 }
 
-jint metricCreateLeaf(JNIEnv* env, jclass, jbyteArray name, jlongArray out) {
+jlong metricCreate(JNIEnv* env, jclass, jbyteArray name, jdouble fraction) {
   const Bytes text(env, name);
   QENCMetric made{};
-  const QENCStatus status = QENCMetricCreateLeaf(text.data(), text.size(), &made);
-  if (status == QENCStatusOK) {
-    setLong(env, out, static_cast<std::int64_t>(made.id));
-  }
-  return status;
+  return handleOrStatus(QENCMetricCreate(text.data(), text.size(), fraction, &made), made);
+}
+
+jlong metricCreateLeaf(JNIEnv* env, jclass, jbyteArray name) {
+  const Bytes text(env, name);
+  QENCMetric made{};
+  return handleOrStatus(QENCMetricCreateLeaf(text.data(), text.size(), &made), made);
 }
 
 jint metricRelease(JNIEnv*, jclass, jlong id) {
@@ -430,8 +429,8 @@ jdouble monotonicNow(JNIEnv*, jclass) {
   }
 
 const JNINativeMethod kMethods[] = {
-    QENJ_METHOD(metricCreate, "([BD[J)I"),
-    QENJ_METHOD(metricCreateLeaf, "([B[J)I"),
+    QENJ_METHOD(metricCreate, "([BD)J"),
+    QENJ_METHOD(metricCreateLeaf, "([B)J"),
     QENJ_METHOD(metricRelease, "(J)I"),
     QENJ_METHOD(metricHandleCount, "()J"),
     QENJ_METHOD(metricStart, "(J)I"),

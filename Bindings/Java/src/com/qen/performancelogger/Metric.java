@@ -25,10 +25,9 @@ public final class Metric implements AutoCloseable {
 
   /** A metric that adopts the metrics starting while it runs, sampled at {@code uploadFraction}. */
   public Metric(String name, double uploadFraction) {
-    long[] made = new long[1];
-    QENPerformanceLoggerException.check(
-        Native.metricCreate(Utf8.bytes(name, "name"), uploadFraction, made), "Metric");
-    handle = made[0];
+    handle =
+        QENPerformanceLoggerException.checkHandle(
+            Native.metricCreate(Utf8.bytes(name, "name"), uploadFraction), "Metric");
     cleanable = CLEANER.register(this, new Release(handle));
   }
 
@@ -38,10 +37,9 @@ public final class Metric implements AutoCloseable {
 
   /** A metric that neither adopts the metrics starting while it runs nor is adopted by one. */
   public static Metric leaf(String name) {
-    long[] made = new long[1];
-    QENPerformanceLoggerException.check(
-        Native.metricCreateLeaf(Utf8.bytes(name, "name"), made), "leaf");
-    return new Metric(made[0]);
+    return new Metric(
+        QENPerformanceLoggerException.checkHandle(
+            Native.metricCreateLeaf(Utf8.bytes(name, "name")), "leaf"));
   }
 
   /** Takes ownership of a handle the native side made. */

@@ -37,8 +37,10 @@ final class Native {
     }
   }
 
-  static native int metricCreate(byte[] name, double uploadFraction, long[] metric);
-  static native int metricCreateLeaf(byte[] name, long[] metric);
+  /** A handle; on failure the status in the high half over a zero low half. */
+  static native long metricCreate(byte[] name, double uploadFraction);
+  /** As {@link #metricCreate}. */
+  static native long metricCreateLeaf(byte[] name);
   static native int metricRelease(long metric);
   static native long metricHandleCount();
   static native int metricStart(long metric);

@@ -18,6 +18,14 @@ public final class QENPerformanceLoggerException extends RuntimeException {
     return status;
   }
 
+  /** The handle a create returned; throws for the status a failed one carries instead. */
+  static long checkHandle(long handleOrStatus, String operation) {
+    if ((handleOrStatus & 0xFFFFFFFFL) == 0) {
+      check((int) (handleOrStatus >>> 32), operation);
+    }
+    return handleOrStatus;
+  }
+
   /** Throws for any status but OK. */
   static void check(int status, String operation) {
     if (status != 0) {

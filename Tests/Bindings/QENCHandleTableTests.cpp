@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "QENCHandleTable.h"
+
+namespace {
+
+using Kind = QENCHandleKind;
+
+TEST(CHandleTable, AReleaseFreesAPinnedObjectOnlyWhenItsLastPinGoes) {
+  auto& table = QENCHandleTable::shared();
+  auto object = std::make_shared<int>(7);
+  const std::weak_ptr<int> watched = object;
+  const std::uint64_t id = table.insert(Kind::kTrace, std::move(object));
+  {
+    const auto pinned = table.find(id, Kind::kTrace);
+    ASSERT_TRUE(pinned);
+    EXPECT_FALSE(table.find(id, Kind::kMetric)) << "another kind";
+    EXPECT_TRUE(table.remove(id, Kind::kTrace));
+    EXPECT_FALSE(table.remove(id, Kind::kTrace)) << "released once";
+    EXPECT_FALSE(table.find(id, Kind::kTrace));
+    EXPECT_FALSE(watched.expired()) << "still alive under the pin";
+    EXPECT_EQ(*static_cast<int*>(pinned.object()), 7);
+  }
+  EXPECT_TRUE(watched.expired());
+  const std::uint64_t reused = table.insert(Kind::kTrace, std::make_shared<int>(8));
+  EXPECT_NE(reused, id) << "a slot used again has a new generation";
+  EXPECT_FALSE(table.find(id, Kind::kTrace));
+  EXPECT_TRUE(table.remove(reused, Kind::kTrace));
+}
+
+// Threads make, use and release their own objects while others look up every id they can see,
+// stale ones included: whatever a lookup finds is alive until it lets go.
+TEST(CHandleTable, LookupsRacingReleasesNeverSeeAFreedObject) {
+  auto& table = QENCHandleTable::shared();
+  std::array<std::atomic<std::uint64_t>, 64> published{};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int round = 0; round < 20000; ++round) {
+        auto& place = published[static_cast<std::size_t>((round * 4 + thread) % 64)];
+        const std::uint64_t id = table.insert(Kind::kSpool, std::make_shared<int>(round));
+        place.store(id);
+        for (const auto& other : published) {
+          if (const auto pinned = table.find(other.load(), Kind::kSpool)) {
+            ASSERT_GE(*static_cast<int*>(pinned.object()), 0);
+          }
+        }
+        EXPECT_TRUE(table.remove(id, Kind::kSpool));
+      }
+    });
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(table.count(Kind::kSpool), 0u);
+}
+
+}  // namespace
