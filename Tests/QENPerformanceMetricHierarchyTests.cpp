@@ -3,7 +3,6 @@
 #include <atomic>
 #include <concepts>
 #include <functional>
-#include <future>
 #include <latch>
 #include <thread>
 
@@ -283,46 +282,6 @@ TEST(MetricHierarchy, AStopThatAddsAChildAndAnAddUnderItsParentNeverWaitOnEachOt
     EXPECT_EQ(parent->childMetrics().size(), 2u);
     EXPECT_EQ(child->elsewhere->childMetrics().size(), 1u);
   }
-}
-
-// Tells when it was first offered a metric, and whether it ever was once being destroyed.
-class DyingListener : public QENPerformanceMetric,
-                      public QENPerformanceMetricFactories<DyingListener> {
- public:
-  using QENPerformanceMetricFactories<DyingListener>::initWithName;
-  using QENPerformanceMetric::QENPerformanceMetric;
-  ~DyingListener() override { alive = false; }
-
-  void addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>&) override {
-    if (!alive) {
-      ++offersWhileDying;
-    } else if (!offered.exchange(true)) {
-      firstOffer.set_value();
-    }
-  }
-
-  static inline std::atomic<int> offersWhileDying{0};
-  std::atomic<bool> alive{true};
-  std::atomic<bool> offered{false};
-  std::promise<void> firstOffer;
-};
-
-TEST(MetricHierarchy, AListenerDestroyedWhileOthersStartIsNeverCalled) {
-  std::atomic<bool> stop{false};
-  std::thread starter([&] {
-    while (!stop) {
-      Metric::initLeafMetricWithName("started")->startMetric();
-      Metric::initWithName("started", 1.0, false, true)->startMetric();
-    }
-  });
-  for (int round = 0; round < 200; ++round) {
-    auto listener = DyingListener::initWithName("listener");
-    listener->firstOffer.get_future().wait();
-    listener.reset();  // while the starter goes on posting
-  }
-  stop = true;
-  starter.join();
-  EXPECT_EQ(DyingListener::offersWhileDying, 0);
 }
 
 // Stop, export, invalidation, event routing and freeing each reach every level of a chain far
