@@ -15,12 +15,6 @@
 
 namespace {
 
-TEST(QENGlobalQueue, RunsWorkOnAnotherThread) {
-  std::promise<std::thread::id> ranOn;
-  QENGlobalQueue::dispatchAsync([&] { ranOn.set_value(std::this_thread::get_id()); });
-  EXPECT_NE(ranOn.get_future().get(), std::this_thread::get_id());
-}
-
 // A host's executor: counts what it is given and runs it on a thread of its own.
 class CountingExecutor : public QENExecutor {
  public:

@@ -93,14 +93,6 @@ TEST(MetricHierarchy, ARe_parentedChildIsReportedAndListedUnderBothParents) {
   EXPECT_TRUE(child->childMetrics().empty());
 }
 
-TEST(MetricHierarchy, AChildDoesNotKeepItsParentAlive) {
-  auto parent = Metric::initWithName("parent");
-  const auto child = Metric::initLeafMetricWithName("child");
-  parent->addChildMetric(child);
-  parent.reset();
-  EXPECT_EQ(child->parentMetric(), nullptr);
-}
-
 TEST(MetricHierarchy, StoppingAParentStopsOnlyUnfinishedChildrenAtTheCurrentClock) {
   const auto parent = Metric::initWithName("parent");
   const auto finished = Metric::initLeafMetricWithName("finished");
@@ -315,25 +307,6 @@ TEST(MetricHierarchy, AChainOfAnyDepthIsStoppedExportedInvalidatedRoutedAndFreed
   root.reset();
   EXPECT_TRUE(top.expired());
   EXPECT_TRUE(bottom.expired());
-}
-
-TEST(MetricHierarchy, ADescriptionListsEveryLevelInOrderEachIndentedOnceMore) {
-  const auto root = Metric::initWithName("root", 1.0, 2.0);
-  std::shared_ptr<Metric> parent = root;
-  for (int depth = 1; depth <= 300; ++depth) {
-    const auto child = Metric::initWithName("level" + std::to_string(depth), 1.0, 2.0);
-    parent->addChildMetric(child);
-    parent->addChildMetric(Metric::initWithName("leaf" + std::to_string(depth), 1.0, 2.0));
-    parent = child;
-  }
-  const std::string description = root->debugDescription();
-  EXPECT_EQ(std::count(description.begin(), description.end(), '\n'), 601);
-  const std::string deepest = std::string(300 * 2, ' ') + "Metric: level300;";
-  const std::string itsSibling = std::string(300 * 2, ' ') + "Metric: leaf300;";
-  ASSERT_NE(description.find(deepest), std::string::npos);
-  EXPECT_LT(description.find(deepest), description.find(itsSibling)) << "depth first";
-  EXPECT_EQ(description.rfind("\n  Metric: leaf1;"), description.rfind("\n  Metric: "))
-      << "the root's second child comes after the whole subtree of its first";
 }
 
 }  // namespace

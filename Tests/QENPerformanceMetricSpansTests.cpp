@@ -207,30 +207,6 @@ TEST(ParentPerformanceMetric, TracesTheURLsItWasGivenUnderItsOwnSpanId) {
   EXPECT_EQ(parent->parentSpanIdForURL(nullptr), parent->spanId());
 }
 
-TEST(SpanDebugDescription, PrintsHexIdsTheUTCStartAndTheOptionalPartsSkippingAbsentEntries) {
-  QENThrift::Span span;
-  span.setName("feed");
-  span.setId(255);
-  span.setTrace_id(16);
-  span.setTimestamp(1700000000000000);
-  span.setDuration(1500);
-  const std::string plain = QENThrift::SpanDebugDescription::debugDescription(span);
-  EXPECT_EQ(plain.rfind("<Span 0x", 0), 0u);
-  EXPECT_NE(plain.find(": 'feed' ff trace=10 start=2023-11-14 22:13:20 +0000 duration=0.002"),
-            std::string::npos)
-      << plain;
-  EXPECT_TRUE(plain.ends_with(" duration=0.002")) << plain;
-
-  span.setParent_id(-1);
-  span.setBinary_annotations({Vocabulary::annotationWithKeyInt16("net.type", 2), nullptr,
-                              Vocabulary::annotationWithKeyString("lc", "ios"),
-                              Vocabulary::annotationWithKeyInt64("size", 0x0102030405)});
-  const std::string full = QENThrift::SpanDebugDescription::debugDescription(span);
-  EXPECT_EQ(full.substr(full.find("duration=")),
-            "duration=0.002 parent=ffffffffffffffff {net.type:<0002> lc:<696f73> "
-            "size:<00000001 02030405>}");
-}
-
 // A German locale writes decimal commas and lower-cases Latin-1 letters; what the library writes
 // must not change with it.
 TEST(SpanExport, NamesAndNumbersAreWrittenTheSameWhateverTheProcessLocale) {

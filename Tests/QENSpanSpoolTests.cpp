@@ -135,26 +135,6 @@ TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItComp
   EXPECT_EQ(QENSpanSpool({.path = path()}).counters().recovered, 0u);
 }
 
-TEST_F(SpanSpool, AWatcherWithAnIntervalSnapshotsOnItsOwn) {
-  std::mutex mutex;
-  std::condition_variable snapshotted;
-  std::size_t stored = 0;
-  const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
-  feed->startMetric();
-  QENUnfinishedTraceWatcher watcher(
-      std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()}), QENSpanEncoding{},
-      QENPerformanceMetricAppContext("1", "x"), std::chrono::milliseconds(1),
-      [&](std::size_t trees) {
-        const std::lock_guard guard(mutex);
-        stored += trees;
-        snapshotted.notify_all();
-      });
-  watcher.watch(feed);
-  std::unique_lock lock(mutex);
-  // The limit only bounds a failure; the test waits for the snapshot itself.
-  EXPECT_TRUE(snapshotted.wait_for(lock, std::chrono::seconds(60), [&] { return stored > 0; }));
-}
-
 void runSQL(const std::string& path, const char* sql, bool keepWriteAheadLog = false) {
   sqlite3* db = nullptr;
   sqlite3_open(path.c_str(), &db);
