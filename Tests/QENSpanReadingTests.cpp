@@ -19,6 +19,7 @@
 #include "QENTracePropagationHeaders.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
+#include "Support/QENCapturedAssertions.h"
 
 namespace {
 
@@ -218,15 +219,22 @@ TEST(TracePropagationHeaders, NoParentNamesNoneAndATraceIdOfZeroSendsOnlyTheB3He
                      {"X-B3-Sampled", "1"}}));
 }
 
-TEST(TracePropagationHeaders, ATracedRequestCarriesTheSpanIdItsMetricExports) {
+TEST(TracePropagationHeaders, ATracedRequestToAnAllowedHostCarriesTheSpanIdItsMetricExports) {
   const auto url = QENURL::URLWithString("https://cdn.example.com/i.jpg");
+  const auto thirdParty = QENURL::URLWithString("https://ads.example.net/i.jpg");
   const auto parent = QENParentPerformanceMetric::initWithName("feed", 1.0);
   const auto image = QENImageDownloadPerformanceMetric::initWithName("image", 1.0, url, false);
   const std::int64_t ownSpanId = image->spanId();
-  EXPECT_TRUE(QENTracePropagationHeaders::headersForTracedURL(*parent, url, *image).empty());
-  EXPECT_EQ(image->spanId(), ownSpanId) << "an untraced URL draws no span id";
-
   parent->addTracedURL(url);
+  parent->addTracedURL(thirdParty);
+  EXPECT_TRUE(QENTracePropagationHeaders::headersForTracedURL(*parent, url, *image).empty())
+      << "no host is allowed until the app lists its own";
+  QENTracePropagationHeaders::setPolicy(QENTracePropagationPolicy({"example.com"}));
+  EXPECT_TRUE(QENTracePropagationHeaders::headersForTracedURL(*parent, thirdParty, *image).empty());
+  const auto untraced = QENURL::URLWithString("https://cdn.example.com/other.jpg");
+  EXPECT_TRUE(QENTracePropagationHeaders::headersForTracedURL(*parent, untraced, *image).empty());
+  EXPECT_EQ(image->spanId(), ownSpanId) << "a request that sends no headers draws no span id";
+
   const auto headers = QENTracePropagationHeaders::headersForTracedURL(*parent, url, *image);
   EXPECT_EQ(headers.at("X-B3-SpanId"), QENFoundation::qen_networkEndianHexString(image->spanId()));
   EXPECT_EQ(headers.at("X-B3-ParentSpanId"),
@@ -240,6 +248,34 @@ TEST(TracePropagationHeaders, ATracedRequestCarriesTheSpanIdItsMetricExports) {
   EXPECT_EQ(
       QENTracePropagationHeaders::headersForTracedURL(*unsampled, url, *image).at("X-B3-Sampled"),
       "0");
+  QENTracePropagationHeaders::setPolicy({});
+}
+
+TEST(TracePropagationPolicy, AllowsTheListedHostsAndTheirSubdomainsOnly) {
+  struct Row {
+    std::vector<std::string> suffixes;
+    const char* host;
+    bool allowed;
+  };
+  const Row table[] = {
+      {{}, "example.com", false},
+      {{"example.com"}, "example.com", true},
+      {{".Example.COM."}, "API.example.com.", true},
+      {{"example.com"}, "badexample.com", false},
+      {{"api.example.com"}, "example.com", false},
+      {{"other.org", "*.example.com"}, "cdn.example.com", true},
+      {{"*"}, "ads.example.net", true},
+  };
+  for (const Row& row : table) {
+    EXPECT_EQ(QENTracePropagationPolicy(row.suffixes).allowsHost(row.host), row.allowed)
+        << row.host;
+  }
+  QENCapturedAssertions captured;
+  const QENTracePropagationPolicy bad({"", "user@example.com", "exa mple.com", "a*.com", "ok.com"});
+  EXPECT_EQ(bad.hostSuffixes(), std::vector<std::string>{"ok.com"});
+  EXPECT_EQ(captured.messages(),
+            std::vector<std::string>(
+                4, "Invalid parameter not satisfying: a host suffix is a host name or its end"));
 }
 
 TEST(TracePropagationHeaders, AVideoPreloadKeepsItsOwnHeadersAndAddsTheOtherForms) {

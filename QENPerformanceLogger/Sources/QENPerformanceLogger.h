@@ -30,6 +30,7 @@
 
 // Joining a request's server spans to the client's trace.
 #include "QENTracePropagationHeaders.h"
+#include "QENTracePropagationPolicy.h"
 #include "QENZipkinHTTPHeaders.h"
 
 // For a subclass: the protocols a metric adopts, the factories it inherits, the guard for its lock.

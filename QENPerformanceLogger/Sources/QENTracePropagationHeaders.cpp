@@ -1,8 +1,21 @@
 #include "QENTracePropagationHeaders.h"
 
+#include <mutex>
+
 #include "QENFoundation/QENNetworkEndianHexString.h"
 
 namespace {
+
+struct PolicySetting {
+  std::mutex mutex;
+  std::shared_ptr<const QENTracePropagationPolicy> policy =
+      std::make_shared<const QENTracePropagationPolicy>();
+};
+
+PolicySetting& policySetting() {
+  static auto* const setting = new PolicySetting();  // never destroyed: safe in late requests
+  return *setting;
+}
 
 std::string hex(std::int64_t id) {
   return QENFoundation::qen_networkEndianHexString(id);
@@ -46,10 +59,21 @@ void QENTracePropagationHeaders::addSingleHeaders(HeaderFields& headers, const C
                                              hex(context.spanId) + (sampled ? "-01" : "-00"));
 }
 
+void QENTracePropagationHeaders::setPolicy(QENTracePropagationPolicy policy) {
+  auto shared = std::make_shared<const QENTracePropagationPolicy>(std::move(policy));
+  const std::lock_guard guard(policySetting().mutex);
+  policySetting().policy = std::move(shared);
+}
+
+std::shared_ptr<const QENTracePropagationPolicy> QENTracePropagationHeaders::policy() {
+  const std::lock_guard guard(policySetting().mutex);
+  return policySetting().policy;
+}
+
 QENTracePropagationHeaders::HeaderFields QENTracePropagationHeaders::headersForTracedURL(
     const QENParentPerformanceMetric& parent, const std::shared_ptr<const QENURL>& url,
     QENPerformanceMetric& requestMetric) {
-  if (!parent.shouldIncludeTraceIdForURL(url)) {
+  if (!parent.shouldIncludeTraceIdForURL(url) || !policy()->allowsHost(url->host())) {
     return {};
   }
   Context context;

@@ -9,6 +9,7 @@
 
 #include "QENParentPerformanceMetric.h"
 #include "QENPerformanceSignal.h"
+#include "QENTracePropagationPolicy.h"
 #include "QENURLLoading/QENURL.h"
 #include "QENZipkinHTTPHeaders.h"
 
@@ -38,10 +39,15 @@ class QENTracePropagationHeaders {
 
   static HeaderFields headersForContext(const Context& context);
 
+  // The hosts traced requests may send headers to, for the whole process; none until the app
+  // sets it. Safe to call from any thread at any time; a request asks once.
+  static void setPolicy(QENTracePropagationPolicy policy);
+  static std::shared_ptr<const QENTracePropagationPolicy> policy();
+
   // For a request to `url` traced under `parent` and measured by `requestMetric`: draws and
   // stores the request's span id on `requestMetric` (so that the span it exports is the one the
   // server joins) and returns the headers, sampled as `parent` would upload now. Empty, and
-  // nothing drawn, when `parent` does not trace the URL.
+  // nothing drawn, when `parent` does not trace the URL or the policy does not allow its host.
   static HeaderFields headersForTracedURL(const QENParentPerformanceMetric& parent,
                                           const std::shared_ptr<const QENURL>& url,
                                           QENPerformanceMetric& requestMetric);
