@@ -185,7 +185,6 @@ TEST(VideoPreloadSignal, RoundsItsDurationAndBuildsB3HeadersForTheCdnChildSpan) 
   const auto forTest = QENPerformanceSignal::initWithVideoUrlForTest(url, "session");
   EXPECT_TRUE(forTest->isStopped());
   EXPECT_GE(forTest->getPreloadDuration(), 0.0) << "started and stopped now";
-  EXPECT_LT(forTest->getPreloadDuration(), 0.001);
   EXPECT_EQ(forTest->getHeaderFields().size(), 3u) << "no CDN logging";
   EXPECT_FALSE(forTest->isCachedAsset());
   EXPECT_EQ(forTest->playbackSessionId(), "session");
