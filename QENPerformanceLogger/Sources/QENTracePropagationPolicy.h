@@ -19,6 +19,8 @@ class QENTracePropagationPolicy {
   QENTracePropagationPolicy() = default;
   // An empty entry, or one with a character no host name has (a space, ':', '/', '@', a '*'
   // elsewhere), is reported and left out: it would match nothing or, worse, something unintended.
+  // A ':' is refused because "example.com:443" would never match; so an IPv6 address is only
+  // covered by "*".
   explicit QENTracePropagationPolicy(const std::vector<std::string>& hostSuffixes);
 
   bool allowsHost(std::string_view host) const;
