@@ -273,14 +273,16 @@ TEST(SpanReporter, ConcurrentShutdownsCutAHangingTransferAndCountItsSpans) {
   reporter.report(spans(5));
   server.waitForRequests(1);  // a transfer is in flight
   std::latch ready(5);
-  std::vector<std::jthread> callers;
+  std::vector<std::thread> callers;
   for (int caller = 0; caller < 5; ++caller) {
     callers.emplace_back([&] {
       ready.arrive_and_wait();
       EXPECT_FALSE(reporter.shutdown(100ms));
     });
   }
-  callers.clear();
+  for (auto& caller : callers) {
+    caller.join();
+  }
   EXPECT_EQ(reporter.counters().droppedShutDown, 5u);
   expectBooksBalance(reporter.counters(), &server);
 }
