@@ -1,5 +1,6 @@
 // The cost of exporting finished metric trees of growing size, per span, so that a non-linear
-// step shows as a growing figure; and of encoding 10,000 exported spans in each wire format.
+// step shows as a growing figure; of encoding 10,000 exported spans in each wire format; and of
+// the reading step the encoders share, with scrubbing off and on.
 // Each row also says the bytes it allocates per span, and the summary gives every row's time per
 // span in monotonic clock reads measured in the same run, a figure that travels between machines.
 #include <benchmark/benchmark.h>
@@ -18,6 +19,7 @@
 #include "QENOTLPJSONEncoder.h"
 #include "QENPerformanceMetric.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
+#include "QENSpanReading.h"
 #include "QENZipkinThriftEncoder.h"
 #include "QENZipkinV2JSONEncoder.h"
 
@@ -118,6 +120,51 @@ void BM_EncodeOTLPJSON(benchmark::State& state) {
                          [](const auto& spans) { return QENOTLPJSONEncoder::encodeSpans(spans); });
 }
 BENCHMARK(BM_EncodeOTLPJSON)->Unit(benchmark::kMillisecond);
+
+// The shared reading step every encoder runs, per span, with and without scrubbing: 1,000 of the
+// spans above, each also carrying a request's URL twice (as a request span and an image metric
+// do), with user information and a query.
+const QENPerformanceMetric::SpanList& requestSpans() {
+  static const auto* const spans = [] {
+    const auto url = QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyString(
+        "endpoint_id", "https://user:pw@api.example.com/v1/feed?cursor=c2Vj&limit=20");
+    const auto image = QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyString(
+        "Url", "https://cdn.example.com/p/1.jpg?sig=9f8e7d&w=640");
+    auto* made = new QENPerformanceMetric::SpanList;
+    for (std::size_t index = 0; index < 1000; ++index) {
+      auto span = std::make_shared<QENThrift::Span>(*tenThousandSpans()[index]);
+      auto tags = span->binary_annotations();
+      tags.push_back(url);
+      tags.push_back(image);
+      span->setBinary_annotations(std::move(tags));
+      made->push_back(std::move(span));
+    }
+    return made;
+  }();
+  return *spans;
+}
+
+enum class Scrubbing { kOff, kURLs, kURLsAndAFilter };
+
+void BM_ReadRequestSpans(benchmark::State& state) {
+  QENSpanReadingOptions options;
+  const auto scrubbing = static_cast<Scrubbing>(state.range(0));
+  options.scrubbing.scrubURLs = scrubbing != Scrubbing::kOff;
+  if (scrubbing == Scrubbing::kURLsAndAFilter) {
+    options.scrubbing.tagFilter = [](std::string_view key, std::string&) {
+      return key != "user.id";
+    };
+  }
+  const auto& spans = requestSpans();
+  QENSpanReading reading(options);
+  const std::size_t bytesBefore = QENAllocatedBytes();
+  for (auto _ : state) {
+    reading.readEach(
+        spans, [](const QENSpanReading& read) { benchmark::DoNotOptimize(read.tags().data()); });
+  }
+  reportPerSpan(state, static_cast<std::int64_t>(spans.size()), bytesBefore);
+}
+BENCHMARK(BM_ReadRequestSpans)->ArgName("scrubbing")->Arg(0)->Arg(1)->Arg(2);
 
 #ifdef __GLIBC__
 // The same export with glibc's heap trimming off. By default glibc gives the top of its heap back

@@ -47,11 +47,7 @@ std::size_t requiredWidth(AnnotationType type) {
 }
 
 bool hasTagValue(const BinaryAnnotation* annotation) {
-  if (annotation == nullptr || !annotation->value()) {
-    return false;
-  }
-  const std::size_t width = requiredWidth(annotation->annotation_type());
-  return width == 0 || annotation->value()->size() == width;
+  return annotation != nullptr && QENSpanReading::hasReadableValue(*annotation);
 }
 
 std::uint64_t bigEndian(const BinaryAnnotation::Bytes& bytes) {
@@ -127,10 +123,19 @@ bool sameKeyAsWritten(std::string_view left, std::string_view right) {
 
 QENSpanReading::QENSpanReading(const QENSpanReadingOptions& options)
     : serviceName_(asciiLowerCase(options.serviceName.empty() ? QENDevice::platformName()
-                                                              : options.serviceName)) {}
+                                                              : options.serviceName)),
+      scrubber_(options.scrubbing) {}
 
 bool QENSpanReading::isTime(std::int64_t microseconds) noexcept {
   return microseconds > 0 && microseconds <= kLatestMicroseconds;
+}
+
+bool QENSpanReading::hasReadableValue(const BinaryAnnotation& annotation) noexcept {
+  if (!annotation.value()) {
+    return false;
+  }
+  const std::size_t width = requiredWidth(annotation.annotation_type());
+  return width == 0 || annotation.value()->size() == width;
 }
 
 void QENSpanReading::read(const QENThrift::Span& span) {
@@ -184,6 +189,9 @@ void QENSpanReading::readTags(const QENThrift::Span& span) {
     if (!overriddenLater) {
       tags_.push_back(annotation);
     }
+  }
+  if (scrubber_.isActive()) {
+    scrubber_.scrubEach(tags_, scrubbedTags_);
   }
 }
 

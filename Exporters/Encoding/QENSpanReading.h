@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "QENSpanScrubber.h"
 #include "QENThrift/Span.h"
 
 enum class QENSpanKind { kUnspecified, kClient };
@@ -17,6 +18,8 @@ struct QENSpanReadingOptions {
   // Lower-cased, as Zipkin stores service names. Empty: the platform the library runs on
   // (QENDevice::platformName(): "android" on Android, "ios" on iOS, ...).
   std::string serviceName;
+  // What is taken out of the tags before any encoder, the spool or the watcher sees them.
+  QENSpanScrubbingOptions scrubbing{};
 };
 
 // How a tracing backend is to see one exported span. Every encoder writes spans through this one
@@ -35,12 +38,19 @@ struct QENSpanReadingOptions {
 //   span's own start and end.
 // - Tags: the binary annotations whose value has a length its type allows; of repeated keys, the
 //   last counts. The local component ("lc") is a tag like any other, as Zipkin converts it.
+//   Then they are scrubbed (QENSpanScrubber): what the scrubbing changes is what every format
+//   writes, and a request URL it drops takes the span's kind with it.
 class QENSpanReading {
  public:
   using Annotation = QENThrift::Annotation;
   using BinaryAnnotation = QENThrift::BinaryAnnotation;
 
   explicit QENSpanReading(const QENSpanReadingOptions& options = {});
+  // The tags may point into the reading's own storage, which a copy would not share.
+  QENSpanReading(const QENSpanReading&) = delete;
+  QENSpanReading& operator=(const QENSpanReading&) = delete;
+  QENSpanReading(QENSpanReading&&) noexcept = default;
+  QENSpanReading& operator=(QENSpanReading&&) noexcept = default;
 
   // Reads `span`, which must outlive the reading's use; the accessors describe it until the next
   // read. One reading serves any number of spans in turn, reusing its memory.
@@ -57,6 +67,7 @@ class QENSpanReading {
   }
 
   const std::string& serviceName() const noexcept { return serviceName_; }
+  const QENSpanScrubber& scrubber() const noexcept { return scrubber_; }
   const QENThrift::Span& span() const noexcept { return *span_; }
   // The parent's span id when it is set and not zero.
   std::optional<std::int64_t> parentId() const noexcept { return parentId_; }
@@ -73,6 +84,8 @@ class QENSpanReading {
 
   // Whether a number of microseconds since the Unix epoch is a time (see above).
   static bool isTime(std::int64_t microseconds) noexcept;
+  // Whether a binary annotation has a value of a length its type allows, so that it is a tag.
+  static bool hasReadableValue(const BinaryAnnotation& annotation) noexcept;
   // A tag's value as text, as Zipkin's v1-to-v2 conversion writes it: booleans "true" or
   // "false", integers in decimal, doubles in the shortest form that reads back, strings as they
   // are, bytes in base64. The result may point into `scratch`.
@@ -85,6 +98,7 @@ class QENSpanReading {
   void readRemoteService();
 
   std::string serviceName_;
+  QENSpanScrubber scrubber_;
   const QENThrift::Span* span_ = nullptr;
   std::optional<std::int64_t> parentId_;
   std::optional<std::int64_t> timestamp_;
@@ -92,4 +106,6 @@ class QENSpanReading {
   std::string remoteServiceName_;
   std::vector<const Annotation*> events_;
   std::vector<const BinaryAnnotation*> tags_;
+  std::vector<BinaryAnnotation>
+      scrubbedTags_;  // what tags_ points to where scrubbing changed a tag
 };

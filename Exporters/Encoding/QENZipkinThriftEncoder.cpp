@@ -93,11 +93,28 @@ void writeIdsAndName(Writer& writer, const QENThrift::Span& span,
   }
 }
 
-void writeSpan(Writer& writer, const QENThrift::Span& span) {
+void writeScrubbedBinaryAnnotations(Writer& writer, const QENThrift::Span& span,
+                                    const QENSpanScrubber& scrubber) {
+  std::vector<const QENThrift::BinaryAnnotation*> annotations;
+  for (const auto& annotation : span.binary_annotations()) {
+    if (annotation != nullptr) {
+      annotations.push_back(annotation.get());
+    }
+  }
+  std::vector<QENThrift::BinaryAnnotation> changed;
+  scrubber.scrubEach(annotations, changed);
+  writer.writeFieldBegin(Writer::kList, 8);
+  writer.writeListBegin(Writer::kStruct, static_cast<std::int32_t>(annotations.size()));
+  for (const auto* annotation : annotations) {
+    writeBinaryAnnotation(writer, *annotation);
+  }
+}
+
+void writeSpan(Writer& writer, const QENThrift::Span& span, const QENSpanScrubber& scrubber) {
   writeIdsAndName(writer, span,
                   span.parent_idIsSet() ? std::optional(span.parent_id()) : std::nullopt);
   writeStructList(writer, 6, span.annotations(), writeAnnotation);
-  writeStructList(writer, 8, span.binary_annotations(), writeBinaryAnnotation);
+  writeScrubbedBinaryAnnotations(writer, span, scrubber);
   if (span.timestampIsSet()) {
     writer.writeFieldBegin(Writer::kI64, 10);
     writer.writeI64(span.timestamp());
@@ -194,7 +211,7 @@ void writeReadSpan(Writer& writer, const QENSpanReading& reading) {
 void writeSpanIn(Writer& writer, const QENThrift::Span& span, QENZipkinThriftEncoder::Form form,
                  QENSpanReading& reading) {
   if (form == QENZipkinThriftEncoder::Form::kAsMade) {
-    writeSpan(writer, span);
+    writeSpan(writer, span, reading.scrubber());
   } else {
     reading.read(span);
     writeReadSpan(writer, reading);

@@ -14,8 +14,9 @@
 class QENZipkinThriftEncoder {
  public:
   enum class Form {
-    // The spans byte for byte as the library made them. Optional fields that are not set (parent
-    // id, timestamp, duration, annotation hosts, IPv6) and absent values are left out.
+    // The spans byte for byte as the library made them, but for what the reading's scrubbing
+    // takes out of their binary annotations. Optional fields that are not set (parent id,
+    // timestamp, duration, annotation hosts, IPv6) and absent values are left out.
     kAsMade,
     // The spans as QENSpanReading reads them, written so that a v1 backend converts them to the
     // same v2 spans the v2 JSON encoder writes: timestamp and duration always set (0 where the
