@@ -9,6 +9,7 @@
 #include <ostream>
 #include <thread>
 
+#include "QENCurlCollectorTransport.h"
 #include "QENPerformanceMetric.h"
 #include "QENSpanReporter.h"
 #include "Support/QENCapturedAssertions.h"
@@ -53,6 +54,7 @@ QENSpanReporterOptions options(const std::string& url) {
   made.flushInterval = 5ms;
   made.initialBackoff = 1ms;
   made.maximumBackoff = 4ms;
+  made.maximumRetryAfter = 4ms;
   made.requestTimeout = 10s;
   return made;
 }
@@ -108,10 +110,30 @@ INSTANTIATE_TEST_SUITE_P(
                     FaultCase{"Stall", {200, Fault::kStall}, FirstBatch::kRetried},
                     FaultCase{"ClosedMidBody", {200, Fault::kCloseMidBody}, FirstBatch::kRetried},
                     FaultCase{"Trickle", {200, Fault::kTrickle}, FirstBatch::kDelivered},
+                    FaultCase{"TooManyRequests", {429, Fault::kNone, "3600"}, FirstBatch::kRetried},
                     FaultCase{"ClientError", {400}, FirstBatch::kRefused},
                     FaultCase{"Redirect", {301}, FirstBatch::kRefused},
                     FaultCase{"MultipleChoices", {300}, FirstBatch::kRefused}),
     [](const testing::TestParamInfo<FaultCase>& info) { return std::string(info.param.name); });
+
+TEST(CurlCollectorTransport, RetryAfterIsDelaySecondsOrAnHTTPDate) {
+  constexpr std::time_t kNow = 1445412480 - 90;  // 90 s before Wed, 21 Oct 2015 07:28:00 GMT
+  const struct {
+    const char* value;
+    std::optional<std::chrono::seconds> wait;
+  } table[] = {
+      {"120", 120s},
+      {"0", 0s},
+      {"99999999999999999999", std::chrono::seconds::max()},
+      {"Wed, 21 Oct 2015 07:28:00 GMT", 90s},
+      {"Tue, 20 Oct 2015 07:28:00 GMT", 0s},  // a date past is no wait
+      {"soon", std::nullopt},
+      {"", std::nullopt},
+  };
+  for (const auto& row : table) {
+    EXPECT_EQ(QENCurlCollectorTransport::parseRetryAfter(row.value, kNow), row.wait) << row.value;
+  }
+}
 
 TEST(SpanReporter, SendsGzippedOTLPForTheServiceWithTheHostsHeadersAndItsUserAgent) {
   QENLoopbackHTTPServer server([](int) { return Answer{200, Fault::kNone}; });
@@ -220,6 +242,7 @@ TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
   bad.maximumRetries = -1;
   bad.initialBackoff = 10ms;
   bad.maximumBackoff = 1ms;
+  bad.maximumRetryAfter = -1ms;
   bad.destructionShutdownLimit = -1ms;
   bad.headers = {{"X-Ok", "1"}, {"X-Evil", "1\r\nX-Injected: 2"}, {"", "x"}};
   QENSpanReporter reporter(bad);
@@ -232,6 +255,7 @@ TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
           "Invalid parameter not satisfying: flushInterval >= 0",
           "Invalid parameter not satisfying: maximumRetries >= 0",
           "Invalid parameter not satisfying: maximumBackoff >= initialBackoff",
+          "Invalid parameter not satisfying: maximumRetryAfter >= 0",
           "Invalid parameter not satisfying: destructionShutdownLimit >= 0",
           "Invalid parameter not satisfying: a header has a name without a colon, and no line "
           "break",

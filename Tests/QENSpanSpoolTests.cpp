@@ -183,6 +183,31 @@ TEST_F(SpanSpool, NoSecretOfARequestURLReachesTheSpoolFileOrTheCollector) {
             "https://cdn.example.com/a.jpg?token=redacted&size=2");
 }
 
+// A collector that asks for an hour is sent nothing more while this reporter runs, and the spool
+// keeps the batch for the next one.
+TEST_F(SpanSpool, ACollectorsRetryAfterPausesSendingAndTheSpoolKeepsTheBatchUntilItIsTaken) {
+  QENLoopbackHTTPServer server([](int index) {
+    return index == 0 ? Answer{429, QENLoopbackHTTPServer::Fault::kNone, "3600"} : Answer{202};
+  });
+  QENSpanReporterOptions options;
+  options.collectorURL = server.url();
+  options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+  options.flushInterval = std::chrono::milliseconds(0);
+  QENSpanReporter reporter(options);
+  QENSpanReporter::SpanList spans;
+  for (std::int64_t id = 1; id <= 5; ++id) {
+    spans.push_back(std::make_shared<QENThrift::Span>());
+    spans.back()->setId(id);
+  }
+  reporter.report(spans);
+  server.waitForRequests(1);
+  EXPECT_FALSE(reporter.shutdown(std::chrono::milliseconds(200)));
+  EXPECT_EQ(server.requests().size(), 1u) << "sent again within the hour asked for";
+  EXPECT_EQ(reporter.counters().persisted, 5u);
+  EXPECT_EQ(drainSpool(path(), server.url()).delivered, 5u);
+  EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
+}
+
 // Whatever is at the spool's path and is not a spool of this version is moved aside untouched,
 // with the files SQLite keeps beside it, under a name no earlier file took.
 TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideUntouchedAndAFreshOneMade) {

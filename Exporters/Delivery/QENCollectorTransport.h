@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,7 +22,8 @@ class QENCollectorTransport {
   enum class Outcome {
     kDelivered,  // the collector took the batch (2xx)
     kRetry,      // no connection, no whole answer, or a server error (5xx): worth another try
-    kRefused,    // the collector will never take it (3xx, 4xx): final
+    kSlowDown,   // the collector asked for time (429, 503): worth sending after retryAfter()
+    kRefused,    // the collector will never take it (3xx, other 4xx): final
     kCutOff,     // the deadline came before the answer
   };
 
@@ -32,4 +35,7 @@ class QENCollectorTransport {
                        const QENDeliveryDeadline& deadline) = 0;
   // Makes a post under way look at its deadline now, which has just moved earlier.
   virtual void wake() = 0;
+  // After a post that ended kSlowDown, how long the collector asked to wait (its Retry-After);
+  // nullopt when it did not say. Read on the posting thread, before the next post.
+  virtual std::optional<std::chrono::seconds> retryAfter() const { return std::nullopt; }
 };

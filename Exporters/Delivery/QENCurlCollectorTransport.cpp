@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <charconv>
 
 #include "QENFoundation/QENFoundationDevLogger.h"
 
@@ -44,6 +45,14 @@ bool performUntil(CURLM* multi, const QENDeliveryDeadline& deadline) {
     curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()) + 1, nullptr);
   }
   return true;
+}
+
+std::optional<std::string> retryAfterHeader(CURL* curl) {
+  curl_header* header = nullptr;
+  if (curl_easy_header(curl, "Retry-After", 0, CURLH_HEADER, -1, &header) != CURLHE_OK) {
+    return std::nullopt;
+  }
+  return std::string(header->value);
 }
 
 CURLcode resultOf(CURLM* multi, CURL* curl) {
@@ -107,6 +116,8 @@ QENCollectorTransport::Outcome QENCurlCollectorTransport::post(
   const CURLcode result = resultOf(multi, curl);
   long status = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+  const auto retryAfter = retryAfterHeader(curl);
+  retryAfter_ = retryAfter ? parseRetryAfter(*retryAfter, std::time(nullptr)) : std::nullopt;
   curl_multi_remove_handle(multi, curl);
   curl_slist_free_all(list);
   curl_easy_cleanup(curl);
@@ -132,8 +143,26 @@ QENCollectorTransport::Outcome QENCurlCollectorTransport::outcomeOf(bool transfe
         true, 1, "QENSpanReporter", nullptr, __LINE__, __FILE__);
     return Outcome::kRefused;
   }
+  if (status == 429 || status == 503) {
+    return Outcome::kSlowDown;
+  }
   if (status >= 400 && status < 500) {
     return Outcome::kRefused;  // the collector will not take this batch, however often it is sent
   }
   return Outcome::kRetry;  // a server error
+}
+
+std::optional<std::chrono::seconds> QENCurlCollectorTransport::parseRetryAfter(
+    std::string_view value, std::time_t now) {
+  if (!value.empty() && value.find_first_not_of("0123456789") == std::string_view::npos) {
+    std::int64_t seconds = 0;
+    const auto parsed = std::from_chars(value.data(), value.data() + value.size(), seconds);
+    return parsed.ec == std::errc() ? std::optional(std::chrono::seconds(seconds))
+                                    : std::optional(std::chrono::seconds::max());  // too long
+  }
+  const std::time_t date = curl_getdate(std::string(value).c_str(), nullptr);
+  if (date == -1) {
+    return std::nullopt;
+  }
+  return std::chrono::seconds(std::max<std::time_t>(date - now, 0));
 }

@@ -50,6 +50,7 @@ QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options
   raiseToFloor(options.maximumRetries, 0, "maximumRetries >= 0");
   raiseToFloor(options.initialBackoff, milliseconds(0), "initialBackoff >= 0");
   raiseToFloor(options.maximumBackoff, options.initialBackoff, "maximumBackoff >= initialBackoff");
+  raiseToFloor(options.maximumRetryAfter, milliseconds(0), "maximumRetryAfter >= 0");
   raiseToFloor(options.requestTimeout, milliseconds(1), "requestTimeout >= 1 ms");
   raiseToFloor(options.destructionShutdownLimit, milliseconds(0), "destructionShutdownLimit >= 0");
   QENAssert(options.transport != nullptr || !options.collectorURL.empty(), kConstructor,
@@ -289,9 +290,21 @@ void QENSpanReporter::deliverFromSpool() {
       spoolNotBefore_ = Clock::time_point::max();
       break;
     case Outcome::kRetry:
-      spoolNotBefore_ = Clock::now() + spoolBackoff_->next();
+    case Outcome::kSlowDown:
+      spoolNotBefore_ = Clock::now() + pauseAfter(outcome, *spoolBackoff_);
       break;
   }
+}
+
+milliseconds QENSpanReporter::pauseAfter(Outcome outcome, QENBackoff& backoff) const {
+  const auto asked = outcome == Outcome::kSlowDown ? transport_->retryAfter() : std::nullopt;
+  if (!asked) {
+    return backoff.next();
+  }
+  // Compared in seconds first: a Retry-After of years would overflow milliseconds.
+  return *asked >= std::chrono::ceil<std::chrono::seconds>(options_.maximumRetryAfter)
+             ? options_.maximumRetryAfter
+             : std::min<milliseconds>(*asked, options_.maximumRetryAfter);
 }
 
 void QENSpanReporter::deliver(const QENEncodedBatch& batch) {
@@ -311,9 +324,10 @@ void QENSpanReporter::deliver(const QENEncodedBatch& batch) {
         droppedFor = &counters_.droppedShutDown;
         break;
       case Outcome::kRetry:
+      case Outcome::kSlowDown:
         if (attempt >= options_.maximumRetries) {
           droppedFor = &counters_.droppedGaveUp;
-        } else if (!waitForRetry(lock, backoff.next())) {
+        } else if (!waitForRetry(lock, pauseAfter(outcome, backoff))) {
           droppedFor = &counters_.droppedShutDown;
         }
         break;

@@ -35,8 +35,8 @@ struct QENSpanReporterCounters {
                                 // batch counts when it was attempted before, in any process)
   // Undelivered, by cause:
   std::uint64_t droppedQueueFull = 0;     // pushed out of a full queue by newer spans
-  std::uint64_t droppedClientError = 0;   // refused with a 3xx or 4xx answer (final)
-  std::uint64_t droppedGaveUp = 0;        // connection errors or 5xx answers past the retries
+  std::uint64_t droppedClientError = 0;   // refused with a 3xx or 4xx answer but 429 (final)
+  std::uint64_t droppedGaveUp = 0;        // connection errors, 429 or 5xx answers past the retries
   std::uint64_t droppedShutDown = 0;      // queued, waiting to retry or in flight when the
                                           // reporter's time ran out, or reported after it stopped
                                           // (with a spool: only what was not yet persisted)
@@ -72,12 +72,16 @@ struct QENSpanReporterOptions {
   // How long queued spans may wait for a batch to fill. At least 0: 0 sends what is queued at
   // once. An empty queue is waited on without any timer.
   std::chrono::milliseconds flushInterval{1000};
-  // Attempts after the first, for connection errors and 5xx answers. At least 0.
+  // Attempts after the first, for connection errors, 429 and 5xx answers. At least 0.
   int maximumRetries = 4;
   // The first wait before a retry, doubled each time up to maximumBackoff. At least 0, and
   // maximumBackoff at least initialBackoff.
   std::chrono::milliseconds initialBackoff{100};
   std::chrono::milliseconds maximumBackoff{5000};
+  // A collector that answers 429 or 503 is sent nothing more for as long as its Retry-After says,
+  // up to this (the back-off's next wait when it says nothing); the batch is then sent again. So a
+  // collector cannot stop a reporter for days. At least 0.
+  std::chrono::milliseconds maximumRetryAfter{std::chrono::minutes(10)};
   // One attempt's limit, for the default transport. At least 1 ms.
   std::chrono::milliseconds requestTimeout{5000};
   // Headers sent with every request besides Content-Type, Content-Encoding and the User-Agent
@@ -86,10 +90,11 @@ struct QENSpanReporterOptions {
   // assertion facility and left out.
   std::vector<std::pair<std::string, std::string>> headers;
   // With a spool, every batch is written to it (on the reporter's thread) before it is sent, and
-  // leaves it only once the collector answered 2xx (or refused it with 3xx/4xx), so that a killed
-  // process loses no persisted span: the next reporter on the same spool sends what is left,
-  // first. Connection errors and 5xx answers are retried, with the back-off, until the spool's
-  // age bound takes the batch: maximumRetries does not apply. Shared with the host, which may
+  // leaves it only once the collector answered 2xx (or refused it with 3xx/4xx but 429), so that a
+  // killed process loses no persisted span: the next reporter on the same spool sends what is
+  // left, first. Connection errors, 429 and 5xx answers are retried, with the back-off or the
+  // collector's Retry-After, until the spool's age bound takes the batch: maximumRetries does not
+  // apply. Shared with the host, which may
   // also watch unfinished trees with it (QENUnfinishedTraceWatcher).
   std::shared_ptr<QENSpanSpool> spool;
   // The limit the destructor gives shutdown. At least 0.
@@ -103,8 +108,8 @@ struct QENSpanReporterOptions {
 // Delivers spans to a Zipkin-compatible collector through its transport (HTTP POST with libcurl
 // unless the host brings another) from a thread of its own. report never waits on the network: it
 // queues and returns. Batches are cut by count and encoded size and sent in the chosen encoding;
-// connection errors and 5xx answers are retried with exponential back-off (bounded); 3xx and 4xx
-// answers are final.
+// connection errors and 5xx answers are retried with exponential back-off (bounded), 429 and 503
+// after the collector's Retry-After (bounded); other 3xx and 4xx answers are final.
 //
 // shutdown sends what is queued within a time limit, cuts a transfer still running when the
 // limit is reached, and stops. It may be called any number of times, from any threads at once:
@@ -143,6 +148,8 @@ class QENSpanReporter {
   Outcome post(const QENEncodedBatch& batch);
   // Waits `backoff`, cut short by shutdown's deadline; false once that has passed.
   bool waitForRetry(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds backoff);
+  // How long to wait before the next attempt after `outcome`.
+  std::chrono::milliseconds pauseAfter(Outcome outcome, QENBackoff& backoff) const;
   void reportStop();
 
   const QENSpanReporterOptions options_;

@@ -34,6 +34,7 @@ class QENLoopbackHTTPServer {
   struct Answer {
     int status = 200;
     Fault fault = Fault::kNone;
+    const char* retryAfter = nullptr;  // a Retry-After header's value
   };
   struct Request {
     std::string body;
@@ -140,8 +141,11 @@ class QENLoopbackHTTPServer {
   }
 
   void answer(int connection, const Answer& answer) const {
-    const std::string response = "HTTP/1.1 " + std::to_string(answer.status) +
-                                 " X\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+    const std::string retryAfter = answer.retryAfter != nullptr
+                                       ? "Retry-After: " + std::string(answer.retryAfter) + "\r\n"
+                                       : "";
+    const std::string response = "HTTP/1.1 " + std::to_string(answer.status) + " X\r\n" +
+                                 retryAfter + "Content-Length: 0\r\nConnection: close\r\n\r\n";
     switch (answer.fault) {
       case Fault::kNone:
         send(connection, response);
