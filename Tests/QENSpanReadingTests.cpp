@@ -198,6 +198,7 @@ TEST(SpanScrubber, URLsLoseUserInformationFragmentAndQueryValuesButTheKeptKeysVa
        "https://h/p?debug&redacted&a=&Size=redacted&&b=redacted"},
       {"https://u@h/p q?x=1 2", "https://h/p q?x=redacted"},  // no strict parser takes it
       {"https://h/p#a?b=c", "https://h/p"},
+      {"ZA0+.-://u@h/", "ZA0+.-://h/"},  // the scheme's characters at their edges
       {"https://h/path", std::nullopt},
       {"mailto:someone@example.com", std::nullopt},
       {"not a url?token=abc", std::nullopt},
