@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <ctime>
 #include <latch>
 #include <map>
@@ -208,6 +209,26 @@ TEST(SpanReporter, SendsZipkinV1AsABackendReadsItWithNoSaturatedTime) {
   ASSERT_EQ(collector->posts().size(), 1u);
   const std::string saturatedTime = "\x7f\xff\xff\xff\xff\xff\xff\xff";
   EXPECT_EQ(collector->posts()[0].body.find(saturatedTime), std::string::npos);
+}
+
+TEST(SpanReporter, WithoutASpoolAPauseHoldsTheQueueAndSendsItOnceTheDeviceIsOnline) {
+  std::atomic<bool> offline = true;
+  std::atomic<int> sentOffline = 0;
+  const auto transport = std::make_shared<QENScriptedCollectorTransport>([&](int) {
+    sentOffline += offline ? 1 : 0;
+    return Outcome::kDelivered;
+  });
+  auto settings = options("");
+  settings.transport = transport;
+  settings.flushInterval = 0ms;
+  QENSpanReporter reporter(settings);
+  reporter.setDeviceConditions({.online = false});
+  reporter.report(spans(5));
+  offline = false;
+  reporter.setDeviceConditions({});
+  EXPECT_TRUE(reporter.shutdown(20s));
+  EXPECT_EQ(sentOffline, 0);
+  EXPECT_EQ(transport->posts().size(), 1u);
 }
 
 TEST(SpanReporter, AFullQueueDropsTheOldestAndCountsThem) {

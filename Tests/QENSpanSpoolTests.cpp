@@ -208,6 +208,105 @@ TEST_F(SpanSpool, ACollectorsRetryAfterPausesSendingAndTheSpoolKeepsTheBatchUnti
   EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
 }
 
+QENSpanReporter::SpanList spansNamed(const std::string& name, std::int64_t firstId, int count) {
+  QENSpanReporter::SpanList spans;
+  for (std::int64_t id = firstId; id < firstId + count; ++id) {
+    spans.push_back(std::make_shared<QENThrift::Span>());
+    spans.back()->setId(id);
+    spans.back()->setName(name);
+  }
+  return spans;
+}
+
+// Four reporters in turn on one spool, each as the next process would be.
+TEST_F(SpanSpool, PendingConsentKeepsSpansUnsentGrantedSendsThemAllAndNotGrantedErasesThem) {
+  QENLoopbackHTTPServer server([](int) { return Answer{202}; });
+  const auto reporterWith = [&](QENTelemetryConsent consent) {
+    QENSpanReporterOptions options;
+    options.collectorURL = server.url();
+    options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+    options.encoding.gzip = false;  // so that the file can be searched
+    options.flushInterval = std::chrono::milliseconds(0);
+    options.consent = consent;
+    return std::make_unique<QENSpanReporter>(options);
+  };
+  const auto onDisk = [&](const char* name) {
+    return (contentsOf(path()) + contentsOf(path() + "-wal")).find(name) != std::string::npos;
+  };
+  auto pending = reporterWith(QENTelemetryConsent::kPending);
+  pending->report(spansNamed("asked-span", 1, 5));
+  EXPECT_FALSE(pending->shutdown(std::chrono::seconds(5)));
+  EXPECT_EQ(pending->counters().persisted, 5u);
+  EXPECT_TRUE(server.requests().empty());
+  auto granted = reporterWith(QENTelemetryConsent::kPending);
+  granted->setConsent(QENTelemetryConsent::kGranted);
+  EXPECT_TRUE(granted->shutdown(std::chrono::seconds(20)));
+  EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
+
+  reporterWith(QENTelemetryConsent::kPending)->report(spansNamed("refused-span", 6, 5));
+  ASSERT_TRUE(onDisk("refused-span"));
+  auto refused = reporterWith(QENTelemetryConsent::kNotGranted);
+  EXPECT_FALSE(onDisk("refused-span"));
+  refused->report(spansNamed("refused-span", 11, 2));
+  refused->setConsent(QENTelemetryConsent::kPending);
+  refused->report(spansNamed("late-span", 13, 3));
+  refused->setConsent(QENTelemetryConsent::kNotGranted);
+  refused->shutdown(std::chrono::seconds(5));
+  EXPECT_FALSE(onDisk("refused-span"));
+  EXPECT_FALSE(onDisk("late-span"));
+  const auto counters = refused->counters();
+  EXPECT_EQ(counters.droppedSpoolCleared + counters.droppedNoConsent, 5u + 2u + 3u);
+  EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
+}
+
+struct DeviceCase {
+  const char* name;
+  QENDeviceConditions conditions;
+  bool pauses;
+};
+
+void PrintTo(const DeviceCase& row, std::ostream* out) {
+  *out << row.name;
+}
+
+class SpanSpoolDevice : public SpanSpool, public testing::WithParamInterface<DeviceCase> {};
+
+// A paused reporter keeps its spans on disk and sends none; the next one, on the same spool, sends
+// them as soon as the device allows.
+TEST_P(SpanSpoolDevice, SendingPausesOnlyWhenTheDeviceCannotAffordItAndResumesAtOnce) {
+  const DeviceCase& row = GetParam();
+  QENLoopbackHTTPServer server([](int) { return Answer{202}; });
+  QENSpanReporterOptions options;
+  options.collectorURL = server.url();
+  options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+  options.flushInterval = std::chrono::milliseconds(0);
+  options.pausesOnMeteredNetwork = true;
+  {
+    QENSpanReporter reporter(options);
+    reporter.setDeviceConditions(row.conditions);
+    reporter.report(spansNamed("span", 1, 5));
+    EXPECT_EQ(reporter.shutdown(std::chrono::seconds(20)), !row.pauses);
+  }
+  EXPECT_EQ(server.requests().empty(), row.pauses);
+  options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+  QENSpanReporter next(options);
+  next.setDeviceConditions(row.conditions);
+  next.setDeviceConditions({});
+  EXPECT_TRUE(next.shutdown(std::chrono::seconds(20)));
+  EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Conditions, SpanSpoolDevice,
+    testing::Values(DeviceCase{"Offline", {.online = false}, true},
+                    DeviceCase{"Metered", {.metered = true}, true},
+                    DeviceCase{"PowerSave", {.powerSave = true}, true},
+                    DeviceCase{"LowBattery", {.batteryLevel = 0.05}, true},
+                    DeviceCase{
+                        "LowBatteryCharging", {.batteryLevel = 0.05, .charging = true}, false},
+                    DeviceCase{"BatteryAtTheFloor", {.batteryLevel = 0.1}, false}),
+    [](const testing::TestParamInfo<DeviceCase>& info) { return std::string(info.param.name); });
+
 // Whatever is at the spool's path and is not a spool of this version is moved aside untouched,
 // with the files SQLite keeps beside it, under a name no earlier file took.
 TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideUntouchedAndAFreshOneMade) {

@@ -53,6 +53,11 @@ QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options
   raiseToFloor(options.maximumRetryAfter, milliseconds(0), "maximumRetryAfter >= 0");
   raiseToFloor(options.requestTimeout, milliseconds(1), "requestTimeout >= 1 ms");
   raiseToFloor(options.destructionShutdownLimit, milliseconds(0), "destructionShutdownLimit >= 0");
+  const double level = options.minimumBatteryLevel;
+  const bool levelValid = level >= 0 && level <= 1;  // NaN too is not
+  QENAssert(levelValid, kConstructor, "Invalid parameter not satisfying: %s",
+            "0 <= minimumBatteryLevel <= 1");
+  options.minimumBatteryLevel = levelValid ? level : level > 1 ? 1 : 0;
   QENAssert(options.transport != nullptr || !options.collectorURL.empty(), kConstructor,
             "Invalid parameter not satisfying: %s", "collectorURL is not empty");
   // A line break would end the header early and smuggle in another; such a header is left out.
@@ -71,8 +76,11 @@ QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
     : options_(validated(std::move(options))),
       transport_(transportFor(options_)),
       spoolWaiting_(options_.spool != nullptr),  // what an earlier process left goes first
-      spoolBackoff_(
-          std::make_unique<QENBackoff>(options_.initialBackoff, options_.maximumBackoff)) {
+      spoolBackoff_(std::make_unique<QENBackoff>(options_.initialBackoff, options_.maximumBackoff)),
+      consent_(options_.consent) {
+  if (consent_ == QENTelemetryConsent::kNotGranted && options_.spool != nullptr) {
+    options_.spool->clear();
+  }
   worker_ = std::thread([this] { run(); });
 }
 
@@ -88,6 +96,10 @@ void QENSpanReporter::report(const SpanList& spans) {
         continue;
       }
       ++counters_.accepted;
+      if (consent_ == QENTelemetryConsent::kNotGranted) {
+        ++counters_.droppedNoConsent;
+        continue;
+      }
       if (stopping_) {
         ++counters_.droppedShutDown;
         continue;
@@ -139,7 +151,9 @@ void QENSpanReporter::reportStop() {
         {"shut down", counters.droppedShutDown},
         {"spool full", counters.droppedSpoolFull},
         {"spool expired", counters.droppedSpoolExpired},
-        {"spool write failed", counters.droppedSpoolWriteFailed}};
+        {"spool write failed", counters.droppedSpoolWriteFailed},
+        {"no consent", counters.droppedNoConsent},
+        {"spool cleared", counters.droppedSpoolCleared}};
     std::string byCause;
     for (const auto& [cause, count] : causes) {
       if (count > 0) {
@@ -155,6 +169,42 @@ void QENSpanReporter::reportStop() {
   }
 }
 
+void QENSpanReporter::setConsent(QENTelemetryConsent consent) {
+  {
+    const std::lock_guard guard(mutex_);
+    consent_ = consent;
+    if (consent == QENTelemetryConsent::kNotGranted) {
+      counters_.droppedNoConsent += queue_.size();
+      queue_.clear();
+    }
+  }
+  // Here rather than on the worker: once this returns, nothing is left on disk, whatever the
+  // worker is doing. A batch it is persisting meanwhile is cleared by persist.
+  if (consent == QENTelemetryConsent::kNotGranted && options_.spool != nullptr) {
+    options_.spool->clear();
+  }
+  changed_.notify_all();
+}
+
+void QENSpanReporter::setDeviceConditions(const QENDeviceConditions& conditions) {
+  {
+    const std::lock_guard guard(mutex_);
+    device_ = conditions;
+  }
+  changed_.notify_all();
+}
+
+bool QENSpanReporter::sendingAllowed() const {
+  const bool batteryLow = device_.batteryLevel && !device_.charging &&
+                          *device_.batteryLevel < options_.minimumBatteryLevel;
+  return consent_ == QENTelemetryConsent::kGranted && device_.online && !device_.powerSave &&
+         !(device_.metered && options_.pausesOnMeteredNetwork) && !batteryLow;
+}
+
+bool QENSpanReporter::queueCanMove() const {
+  return options_.spool != nullptr || sendingAllowed();
+}
+
 QENSpanReporterCounters QENSpanReporter::counters() const {
   QENSpanReporterCounters counters;
   {
@@ -167,6 +217,7 @@ QENSpanReporterCounters QENSpanReporter::counters() const {
     counters.droppedSpoolFull = spool.droppedFull;
     counters.droppedSpoolExpired = spool.droppedExpired;
     counters.droppedSpoolWriteFailed = spool.droppedWriteFailed;
+    counters.droppedSpoolCleared = spool.droppedCleared;
   }
   return counters;
 }
@@ -176,15 +227,19 @@ void QENSpanReporter::run() {
   for (;;) {
     waitForWork(lock);
     const auto now = Clock::now();
-    if (stopping_ && (deadline_.hasPassed() || (queue_.empty() && !spoolWaiting_))) {
-      counters_.droppedShutDown += queue_.size();  // out of time; the spool keeps its batches
+    const bool sending = sendingAllowed();
+    // Stops once out of time, or once nothing more can move: what is left waits for a later
+    // process in the spool, or is dropped with the queue.
+    const bool queueDone = queue_.empty() || !queueCanMove();
+    if (stopping_ && (deadline_.hasPassed() || (queueDone && (!spoolWaiting_ || !sending)))) {
+      counters_.droppedShutDown += queue_.size();
       queue_.clear();
       return;
     }
     // A due batch is persisted (or, without a spool, sent), then one spooled batch is sent: under
     // a steady stream of spans, delivery still takes its turn.
     bool worked = false;
-    if (!queue_.empty() && (stopping_ || queueReady(now))) {
+    if (!queueDone && (stopping_ || queueReady(now))) {
       const std::vector<std::string> encodedSpans = takeBatch(lock);
       lock.unlock();
       const QENEncodedBatch batch = options_.encoding.frameBatch(encodedSpans);
@@ -192,7 +247,7 @@ void QENSpanReporter::run() {
       lock.lock();
       worked = true;
     }
-    if (spoolReady(Clock::now())) {
+    if (sending && spoolReady(Clock::now())) {
       lock.unlock();
       deliverFromSpool();
       lock.lock();
@@ -219,14 +274,16 @@ bool QENSpanReporter::spoolReady(Clock::time_point now) const {
 void QENSpanReporter::waitForWork(std::unique_lock<std::mutex>& lock) {
   for (;;) {
     const auto now = Clock::now();
-    if (stopping_ || queueReady(now) || spoolReady(now)) {
+    const bool queueMoves = queueCanMove();
+    const bool sending = sendingAllowed();
+    if (stopping_ || (queueMoves && queueReady(now)) || (sending && spoolReady(now))) {
       return;
     }
     std::optional<Clock::time_point> wake;
-    if (!queue_.empty()) {
+    if (!queue_.empty() && queueMoves) {
       wake = oldestQueuedAt_ + options_.flushInterval;
     }
-    if (spoolWaiting_) {
+    if (spoolWaiting_ && sending) {
       wake = std::min(wake.value_or(spoolNotBefore_), spoolNotBefore_);
     }
     if (wake) {
@@ -253,9 +310,14 @@ std::vector<std::string> QENSpanReporter::takeBatch(std::unique_lock<std::mutex>
 }
 
 void QENSpanReporter::persist(const QENEncodedBatch& batch) {
-  if (options_.spool->append(batch)) {
-    const std::lock_guard guard(mutex_);
-    spoolWaiting_ = true;
+  if (!options_.spool->append(batch)) {
+    return;
+  }
+  std::unique_lock lock(mutex_);
+  spoolWaiting_ = true;
+  if (consent_ == QENTelemetryConsent::kNotGranted) {  // withdrawn while it was written
+    lock.unlock();
+    options_.spool->clear();
   }
 }
 
@@ -329,6 +391,8 @@ void QENSpanReporter::deliver(const QENEncodedBatch& batch) {
           droppedFor = &counters_.droppedGaveUp;
         } else if (!waitForRetry(lock, pauseAfter(outcome, backoff))) {
           droppedFor = &counters_.droppedShutDown;
+        } else if (consent_ == QENTelemetryConsent::kNotGranted) {
+          droppedFor = &counters_.droppedNoConsent;
         }
         break;
     }
@@ -340,10 +404,20 @@ void QENSpanReporter::deliver(const QENEncodedBatch& batch) {
   }
 }
 
+// Also waits, past the back-off, while sending is paused (but not for a consent refused).
 bool QENSpanReporter::waitForRetry(std::unique_lock<std::mutex>& lock, milliseconds backoff) {
   const auto until = Clock::now() + backoff;
-  while (!deadline_.hasPassed() && Clock::now() < until) {
-    changed_.wait_until(lock, std::min(until, deadline_.time()));
+  const auto paused = [this] {
+    return !sendingAllowed() && consent_ != QENTelemetryConsent::kNotGranted;
+  };
+  while (!deadline_.hasPassed() && (Clock::now() < until || paused())) {
+    if (Clock::now() < until) {
+      changed_.wait_until(lock, std::min(until, deadline_.time()));
+    } else if (deadline_.time() == Clock::time_point::max()) {
+      changed_.wait(lock);
+    } else {
+      changed_.wait_until(lock, deadline_.time());
+    }
   }
   return !deadline_.hasPassed();
 }

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -22,10 +23,27 @@
 
 // What happened to the spans handed to a reporter. Without a spool, once it has stopped,
 // accepted == delivered + dropped(), and delivered is what the collector acknowledged. With a
-// spool, accepted == persisted + droppedQueueFull + droppedShutDown + droppedSpoolWriteFailed,
-// and what was persisted is delivered, now or by a later process, or dropped by the spool's
-// bounds; delivered then also counts spans that earlier processes persisted.
+// spool, accepted == persisted + droppedQueueFull + droppedShutDown + droppedSpoolWriteFailed +
+// droppedNoConsent, and what was persisted is delivered, now or by a later process, or dropped by
+// the spool's bounds or its clearing; delivered then also counts spans that earlier processes
+// persisted.
 class QENBackoff;
+
+// Whether the user lets telemetry leave the device.
+enum class QENTelemetryConsent {
+  kPending,     // not asked yet: spans are kept (in the spool, else in the queue), nothing is sent
+  kGranted,     // kept and sent
+  kNotGranted,  // nothing is kept or sent, and what was kept is deleted
+};
+
+// What the host knows of the device, for when sending is worth its cost to the user.
+struct QENDeviceConditions {
+  bool online = true;
+  bool metered = false;                // a cellular or other paid-for network
+  bool powerSave = false;              // the system's low-power or battery-saver mode
+  std::optional<double> batteryLevel{};  // 0 to 1; unknown when absent
+  bool charging = false;
+};
 
 struct QENSpanReporterCounters {
   std::uint64_t accepted = 0;   // handed to report
@@ -43,10 +61,14 @@ struct QENSpanReporterCounters {
   std::uint64_t droppedSpoolFull = 0;     // pushed out of the spool by its byte bound
   std::uint64_t droppedSpoolExpired = 0;  // older than the spool's age bound
   std::uint64_t droppedSpoolWriteFailed = 0;  // not written: disk full, read-only, no spool
+  std::uint64_t droppedNoConsent = 0;     // reported, queued or in a retry while consent was not
+                                          // granted, never persisted
+  std::uint64_t droppedSpoolCleared = 0;  // persisted, then deleted when consent was not granted
 
   std::uint64_t dropped() const {
     return droppedQueueFull + droppedClientError + droppedGaveUp + droppedShutDown +
-           droppedSpoolFull + droppedSpoolExpired + droppedSpoolWriteFailed;
+           droppedSpoolFull + droppedSpoolExpired + droppedSpoolWriteFailed + droppedNoConsent +
+           droppedSpoolCleared;
   }
 };
 
@@ -97,6 +119,16 @@ struct QENSpanReporterOptions {
   // apply. Shared with the host, which may
   // also watch unfinished trees with it (QENUnfinishedTraceWatcher).
   std::shared_ptr<QENSpanSpool> spool;
+  // Consent at construction; setConsent changes it. Granted by default, as the reporter cannot
+  // tell whether the app asks its users: an app that does starts with kPending, so that nothing
+  // leaves before the answer. kNotGranted here also clears the spool.
+  QENTelemetryConsent consent = QENTelemetryConsent::kGranted;
+  // Sending pauses while the device is offline, in power-save, or below this battery level and
+  // not charging (setDeviceConditions); what is reported meanwhile is kept as consent allows.
+  // From 0 (never) to 1.
+  double minimumBatteryLevel = 0.1;
+  // Whether sending also pauses on a metered network.
+  bool pausesOnMeteredNetwork = false;
   // The limit the destructor gives shutdown. At least 0.
   std::chrono::milliseconds destructionShutdownLimit{5000};
   // Called once, when the reporter has stopped, with its final counters; it runs on the thread
@@ -130,6 +162,9 @@ class QENSpanReporter {
   // Sends what is queued, for at most `limit`; returns whether everything accepted was delivered.
   bool shutdown(std::chrono::milliseconds limit = std::chrono::seconds(5));
   QENSpanReporterCounters counters() const;
+  // Takes effect at once, from any thread; a request already under way ends as it would have.
+  void setConsent(QENTelemetryConsent consent);
+  void setDeviceConditions(const QENDeviceConditions& conditions);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -139,6 +174,10 @@ class QENSpanReporter {
   void run();
   void waitForWork(std::unique_lock<std::mutex>& lock);
   bool queueReady(Clock::time_point now) const;
+  // Whether consent and the device let a request go now.
+  bool sendingAllowed() const;
+  // Whether the queue's next batch can be handled: persisted, or else sent.
+  bool queueCanMove() const;
   bool spoolReady(Clock::time_point now) const;
   // Takes the spans of the next batch off the queue, each encoded (once) to size the batch.
   std::vector<std::string> takeBatch(std::unique_lock<std::mutex>& lock);
@@ -165,6 +204,8 @@ class QENSpanReporter {
   bool spoolWaiting_ = false;
   Clock::time_point spoolNotBefore_;
   std::unique_ptr<QENBackoff> spoolBackoff_;
+  QENTelemetryConsent consent_;
+  QENDeviceConditions device_;
   // When shutdown's time is up; the end of time until shutdown.
   QENDeliveryDeadline deadline_;
   std::mutex joinMutex_;

@@ -357,6 +357,15 @@ void QENSpanSpool::remove(std::int64_t id) {
   Statement(db_, "DELETE FROM batches WHERE id = ?1").bind(1, id).run();
 }
 
+void QENSpanSpool::clear() {
+  const std::lock_guard guard(mutex_);
+  exec("PRAGMA secure_delete = ON");
+  counters_.droppedCleared += deleteCounting("?1", 1).spans;
+  exec("DELETE FROM snapshots");
+  exec("PRAGMA secure_delete = OFF");
+  exec("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
 bool QENSpanSpool::storeSnapshot(const std::string& treeId, const QENEncodedBatch& batch) {
   const std::lock_guard guard(mutex_);
   Statement replace(db_,

@@ -30,6 +30,7 @@ struct QENSpanSpoolCounters {
   std::uint64_t droppedFull = 0;         // the oldest, pushed out by the byte bound
   std::uint64_t droppedExpired = 0;      // older than the age bound
   std::uint64_t droppedWriteFailed = 0;  // not written: disk full, read-only, no spool
+  std::uint64_t droppedCleared = 0;      // deleted by clear
   std::uint64_t recovered = 0;           // snapshot spans of unfinished trees, turned into batches
   std::uint64_t filesMovedAside = 0;     // unreadable or foreign files renamed at open
 };
@@ -68,6 +69,9 @@ class QENSpanSpool {
   // Counts a send of the batch before it starts, so that a later process knows it was tried.
   void recordAttempt(std::int64_t id);
   void remove(std::int64_t id);
+  // Deletes every batch and snapshot, overwriting their bytes, and shrinks the write-ahead log,
+  // so that nothing of them is left in the files; for a user who withdrew consent.
+  void clear();
 
   // Keeps `batch` as the snapshot of tree `treeId`, replacing the previous one.
   bool storeSnapshot(const std::string& treeId, const QENEncodedBatch& batch);
