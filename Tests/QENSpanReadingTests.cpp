@@ -243,6 +243,32 @@ TEST(SpanScrubber, TheHostsFilterDropsOrRewritesTagsAfterTheURLsAreScrubbed) {
             "https://u:pw@API.example.com/a?t=1");
 }
 
+TEST(SpanReading, TagsPastTheCapsAreLeftOutOrCutAtACharacterAndCounted) {
+  QENSpanReadingOptions options;
+  options.maximumTagsPerSpan = 3;
+  options.maximumTagValueBytes = 0;  // read as the floor, 16
+  std::string accents = "x";
+  for (int count = 0; count < 11; ++count)
+    accents += "\xC3\xA9";
+  QENThrift::Span span;
+  span.setBinary_annotations(
+      {Vocabulary::annotationWithKeyString("text", accents),
+       std::make_shared<const BinaryAnnotation>("blob", BinaryAnnotation::Bytes(20, std::byte{7}),
+                                                AnnotationType::BYTES, nullptr),
+       Vocabulary::annotationWithKeyInt64("n", 1), Vocabulary::annotationWithKeyInt64("late", 2),
+       Vocabulary::annotationWithKeyInt64("later", 3)});
+  const auto reading = readingOf(span, options);
+  EXPECT_EQ(keysOf(reading), (std::vector<std::string>{"text", "blob", "n", "qen.dropped_tags",
+                                                       "qen.truncated_values"}));
+  std::string scratch;
+  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[0], scratch), accents.substr(0, 15));
+  EXPECT_EQ(reading.tags()[1]->value()->size(), 16u);
+  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[3], scratch), "2");
+  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[4], scratch), "2");
+  options.maximumTagsPerSpan = 0;  // read as 1
+  EXPECT_EQ(readingOf(span, options).tags().size(), 1u + 2u);
+}
+
 // The library's client-send and client-receive carry the saturated time; it must reach no
 // backend as a time, in any encoding.
 TEST(SpanReading, NoEncodingCarriesTheSaturatedClientTimes) {

@@ -231,6 +231,31 @@ TEST(SpanReporter, WithoutASpoolAPauseHoldsTheQueueAndSendsItOnceTheDeviceIsOnli
   EXPECT_EQ(transport->posts().size(), 1u);
 }
 
+// A root, three children, three grandchildren each, listed parent first as an export lists them.
+TEST(SpanReporter, AReportPastItsCapKeepsTheTopLevelsAndCountsTheRest) {
+  QENSpanReporter::SpanList tree = spans(13, 1);
+  for (std::size_t index = 1; index < tree.size(); ++index) {
+    const std::size_t child = (index - 1) / 4 * 4 + 1;
+    tree[index]->setParent_id(index == child ? 1 : tree[child]->id());
+  }
+  const auto transport =
+      std::make_shared<QENScriptedCollectorTransport>([](int) { return Outcome::kDelivered; });
+  auto settings = options("");
+  settings.transport = transport;
+  settings.encoding.gzip = false;
+  settings.maximumSpansPerReport = 5;
+  QENSpanReporter reporter(settings);
+  reporter.report(tree);
+  EXPECT_FALSE(reporter.shutdown(20s)) << "not everything accepted was delivered";
+  std::vector<std::int64_t> sent;
+  for (const auto& span : nlohmann::json::parse(transport->posts().at(0).body)) {
+    sent.push_back(std::stoll(span["id"].get<std::string>(), nullptr, 16));
+  }
+  EXPECT_EQ(sent, (std::vector<std::int64_t>{1, 2, 3, 6, 10}));
+  EXPECT_EQ(reporter.counters().droppedOverReportCap, 8u);
+  expectBooksBalance(reporter.counters(), nullptr);
+}
+
 TEST(SpanReporter, AFullQueueDropsTheOldestAndCountsThem) {
   const auto collector =
       std::make_shared<QENScriptedCollectorTransport>([](int) { return Outcome::kDelivered; });
@@ -256,6 +281,9 @@ TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
   QENLoopbackHTTPServer server([](int) { return Answer{202}; });
   QENSpanReporterOptions bad;
   bad.collectorURL = server.url();
+  bad.maximumSpansPerReport = 0;
+  bad.encoding.reading.maximumTagsPerSpan = 0;
+  bad.encoding.reading.maximumTagValueBytes = 15;
   bad.maximumQueuedSpans = 0;
   bad.maximumBatchSpans = 0;
   bad.maximumBatchBytes = 0;
@@ -270,6 +298,9 @@ TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
   EXPECT_EQ(
       captured.messages(),
       (std::vector<std::string>{
+          "Invalid parameter not satisfying: maximumSpansPerReport >= 1",
+          "Invalid parameter not satisfying: maximumTagsPerSpan >= 1",
+          "Invalid parameter not satisfying: maximumTagValueBytes >= 16",
           "Invalid parameter not satisfying: maximumQueuedSpans >= 1",
           "Invalid parameter not satisfying: maximumBatchSpans >= 1",
           "Invalid parameter not satisfying: maximumBatchBytes >= 1",
@@ -340,6 +371,7 @@ TEST(SpanReporter, DestroyingAReporterTellsOfEverySpanItCouldNotDeliver) {
   {
     auto settings = options(server.url());
     settings.maximumBatchSpans = 1000;
+    settings.maximumSpansPerReport = 5000;
     settings.destructionShutdownLimit = 50ms;
     settings.didStop = [&](const QENSpanReporterCounters& counters) {
       told = counters;

@@ -1,6 +1,7 @@
 #include "QENSpanReporter.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 #include "QENAssert.h"
 #include "QENBackoff.h"
@@ -40,9 +41,43 @@ std::shared_ptr<QENCollectorTransport> transportFor(const QENSpanReporterOptions
   return std::make_shared<QENCurlCollectorTransport>(options.collectorURL, options.requestTimeout);
 }
 
+// The `limit` spans of `spans` nearest the top of their tree, in their order. A span's depth is
+// its parent's plus one when the parent came before it in the list, else 0.
+QENSpanReporter::SpanList topLevelsFirst(const QENSpanReporter::SpanList& spans,
+                                         std::size_t limit) {
+  std::unordered_map<std::int64_t, std::size_t> depthOfId;
+  std::vector<std::pair<std::size_t, std::size_t>> depthAndIndex;
+  for (std::size_t index = 0; index < spans.size(); ++index) {
+    const QENThrift::Span* span = spans[index].get();
+    if (span == nullptr) {
+      continue;
+    }
+    const auto parent =
+        span->parent_idIsSet() ? depthOfId.find(span->parent_id()) : depthOfId.end();
+    const std::size_t depth = parent == depthOfId.end() ? 0 : parent->second + 1;
+    depthOfId.emplace(span->id(), depth);
+    depthAndIndex.emplace_back(depth, index);
+  }
+  const auto kept =
+      depthAndIndex.begin() + static_cast<std::ptrdiff_t>(std::min(limit, depthAndIndex.size()));
+  std::partial_sort(depthAndIndex.begin(), kept, depthAndIndex.end());
+  std::sort(depthAndIndex.begin(), kept,
+            [](const auto& left, const auto& right) { return left.second < right.second; });
+  QENSpanReporter::SpanList result;
+  for (auto entry = depthAndIndex.begin(); entry != kept; ++entry) {
+    result.push_back(spans[entry->second]);
+  }
+  return result;
+}
+
 }  // namespace
 
 QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options) {
+  raiseToFloor<std::size_t>(options.maximumSpansPerReport, 1, "maximumSpansPerReport >= 1");
+  raiseToFloor<std::size_t>(options.encoding.reading.maximumTagsPerSpan,
+                            QENSpanReading::kLeastTagsPerSpan, "maximumTagsPerSpan >= 1");
+  raiseToFloor<std::size_t>(options.encoding.reading.maximumTagValueBytes,
+                            QENSpanReading::kLeastTagValueBytes, "maximumTagValueBytes >= 16");
   raiseToFloor<std::size_t>(options.maximumQueuedSpans, 1, "maximumQueuedSpans >= 1");
   raiseToFloor<std::size_t>(options.maximumBatchSpans, 1, "maximumBatchSpans >= 1");
   raiseToFloor<std::size_t>(options.maximumBatchBytes, 1, "maximumBatchBytes >= 1");
@@ -88,10 +123,19 @@ QENSpanReporter::~QENSpanReporter() {
   shutdown(options_.destructionShutdownLimit);
 }
 
-void QENSpanReporter::report(const SpanList& spans) {
+void QENSpanReporter::report(const SpanList& reported) {
+  const std::size_t present = static_cast<std::size_t>(
+      std::count_if(reported.begin(), reported.end(), [](const auto& span) { return span; }));
+  const bool overCap = present > options_.maximumSpansPerReport;
+  const SpanList spans =
+      overCap ? topLevelsFirst(reported, options_.maximumSpansPerReport) : SpanList();
   {
     const std::lock_guard guard(mutex_);
-    for (const auto& span : spans) {
+    if (overCap) {
+      counters_.accepted += present - spans.size();
+      counters_.droppedOverReportCap += present - spans.size();
+    }
+    for (const auto& span : overCap ? spans : reported) {
       if (span == nullptr) {
         continue;
       }
@@ -146,6 +190,7 @@ void QENSpanReporter::reportStop() {
   if (counters.dropped() > 0) {
     const std::pair<const char*, std::uint64_t> causes[] = {
         {"queue full", counters.droppedQueueFull},
+        {"over the report cap", counters.droppedOverReportCap},
         {"client error", counters.droppedClientError},
         {"gave up", counters.droppedGaveUp},
         {"shut down", counters.droppedShutDown},

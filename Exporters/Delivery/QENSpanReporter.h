@@ -23,10 +23,10 @@
 
 // What happened to the spans handed to a reporter. Without a spool, once it has stopped,
 // accepted == delivered + dropped(), and delivered is what the collector acknowledged. With a
-// spool, accepted == persisted + droppedQueueFull + droppedShutDown + droppedSpoolWriteFailed +
-// droppedNoConsent, and what was persisted is delivered, now or by a later process, or dropped by
-// the spool's bounds or its clearing; delivered then also counts spans that earlier processes
-// persisted.
+// spool, accepted == persisted + droppedQueueFull + droppedOverReportCap + droppedShutDown +
+// droppedSpoolWriteFailed + droppedNoConsent, and what was persisted is delivered, now or by a
+// later process, or dropped by the spool's bounds or its clearing; delivered then also counts spans
+// that earlier processes persisted.
 class QENBackoff;
 
 // Whether the user lets telemetry leave the device.
@@ -39,8 +39,8 @@ enum class QENTelemetryConsent {
 // What the host knows of the device, for when sending is worth its cost to the user.
 struct QENDeviceConditions {
   bool online = true;
-  bool metered = false;                // a cellular or other paid-for network
-  bool powerSave = false;              // the system's low-power or battery-saver mode
+  bool metered = false;                  // a cellular or other paid-for network
+  bool powerSave = false;                // the system's low-power or battery-saver mode
   std::optional<double> batteryLevel{};  // 0 to 1; unknown when absent
   bool charging = false;
 };
@@ -52,23 +52,24 @@ struct QENSpanReporterCounters {
   std::uint64_t retried = 0;    // sent again after an attempt, per span and attempt (a spooled
                                 // batch counts when it was attempted before, in any process)
   // Undelivered, by cause:
-  std::uint64_t droppedQueueFull = 0;     // pushed out of a full queue by newer spans
-  std::uint64_t droppedClientError = 0;   // refused with a 3xx or 4xx answer but 429 (final)
-  std::uint64_t droppedGaveUp = 0;        // connection errors, 429 or 5xx answers past the retries
-  std::uint64_t droppedShutDown = 0;      // queued, waiting to retry or in flight when the
-                                          // reporter's time ran out, or reported after it stopped
-                                          // (with a spool: only what was not yet persisted)
-  std::uint64_t droppedSpoolFull = 0;     // pushed out of the spool by its byte bound
-  std::uint64_t droppedSpoolExpired = 0;  // older than the spool's age bound
+  std::uint64_t droppedQueueFull = 0;      // pushed out of a full queue by newer spans
+  std::uint64_t droppedOverReportCap = 0;  // past maximumSpansPerReport in one report
+  std::uint64_t droppedClientError = 0;    // refused with a 3xx or 4xx answer but 429 (final)
+  std::uint64_t droppedGaveUp = 0;         // connection errors, 429 or 5xx answers past the retries
+  std::uint64_t droppedShutDown = 0;       // queued, waiting to retry or in flight when the
+                                           // reporter's time ran out, or reported after it stopped
+                                           // (with a spool: only what was not yet persisted)
+  std::uint64_t droppedSpoolFull = 0;      // pushed out of the spool by its byte bound
+  std::uint64_t droppedSpoolExpired = 0;   // older than the spool's age bound
   std::uint64_t droppedSpoolWriteFailed = 0;  // not written: disk full, read-only, no spool
   std::uint64_t droppedNoConsent = 0;     // reported, queued or in a retry while consent was not
                                           // granted, never persisted
   std::uint64_t droppedSpoolCleared = 0;  // persisted, then deleted when consent was not granted
 
   std::uint64_t dropped() const {
-    return droppedQueueFull + droppedClientError + droppedGaveUp + droppedShutDown +
-           droppedSpoolFull + droppedSpoolExpired + droppedSpoolWriteFailed + droppedNoConsent +
-           droppedSpoolCleared;
+    return droppedQueueFull + droppedOverReportCap + droppedClientError + droppedGaveUp +
+           droppedShutDown + droppedSpoolFull + droppedSpoolExpired + droppedSpoolWriteFailed +
+           droppedNoConsent + droppedSpoolCleared;
   }
 };
 
@@ -84,6 +85,10 @@ struct QENSpanReporterOptions {
   // How batches reach the collector. Null: libcurl posts to collectorURL
   // (QENCurlCollectorTransport), each attempt within requestTimeout.
   std::shared_ptr<QENCollectorTransport> transport;
+  // One report (an export: a tree's spans) keeps at most this many, those nearest the top of
+  // their tree first (a parent listed before its children, as exports list them); the deepest
+  // go. At least 1.
+  std::size_t maximumSpansPerReport = 1000;
   // Past this many waiting spans the oldest are dropped. At least 1.
   std::size_t maximumQueuedSpans = 10000;
   // At least 1.

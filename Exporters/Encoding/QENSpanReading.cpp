@@ -7,6 +7,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "BinaryAnnotation+QENAdditions.h"
 #include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENUTF8Validation.h"
 #include "QENThrift/zipkin_spanConstants.h"
@@ -119,12 +120,30 @@ bool sameKeyAsWritten(std::string_view left, std::string_view right) {
   return keyAsWritten(left) == keyAsWritten(right);
 }
 
+// How long a tag's value may stay, or 0 when it is within `maximum` and stays whole.
+std::ptrdiff_t cappedLength(const BinaryAnnotation& tag, std::size_t maximum) {
+  const auto type = tag.annotation_type();
+  const auto& bytes = *tag.value();
+  if (bytes.size() <= maximum ||
+      (type != AnnotationType::STRING && type != AnnotationType::BYTES)) {
+    return 0;
+  }
+  std::size_t length = maximum;
+  while (type == AnnotationType::STRING && length > 1 &&
+         (std::to_integer<unsigned>(bytes[length]) & 0xC0) == 0x80) {
+    --length;  // bytes[length] continues a character: it starts earlier
+  }
+  return static_cast<std::ptrdiff_t>(length);
+}
+
 }  // namespace
 
 QENSpanReading::QENSpanReading(const QENSpanReadingOptions& options)
     : serviceName_(asciiLowerCase(options.serviceName.empty() ? QENDevice::platformName()
                                                               : options.serviceName)),
-      scrubber_(options.scrubbing) {}
+      scrubber_(options.scrubbing),
+      maximumTags_(std::max(options.maximumTagsPerSpan, kLeastTagsPerSpan)),
+      maximumValueBytes_(std::max(options.maximumTagValueBytes, kLeastTagValueBytes)) {}
 
 bool QENSpanReading::isTime(std::int64_t microseconds) noexcept {
   return microseconds > 0 && microseconds <= kLatestMicroseconds;
@@ -148,6 +167,7 @@ void QENSpanReading::read(const QENThrift::Span& span) {
   readEvents(span);
   readTags(span);
   readRemoteService();
+  capTags();
 }
 
 void QENSpanReading::readTimes(const QENThrift::Span& span) {
@@ -208,6 +228,33 @@ void QENSpanReading::readRemoteService() {
       QENURL::URLWithString({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   if (url != nullptr) {
     remoteServiceName_ = asciiLowerCase(url->host());
+  }
+}
+
+// After the remote service is read, so that a cut URL still names its host.
+void QENSpanReading::capTags() {
+  using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+  cappedTags_.clear();
+  const std::size_t dropped = tags_.size() - std::min(tags_.size(), maximumTags_);
+  tags_.resize(tags_.size() - dropped);
+  std::int64_t truncated = 0;
+  for (const BinaryAnnotation*& tag : tags_) {
+    if (const std::ptrdiff_t length = cappedLength(*tag, maximumValueBytes_); length > 0) {
+      const auto& bytes = *tag->value();
+      cappedTags_.push_back(std::make_shared<const BinaryAnnotation>(
+          tag->key(), BinaryAnnotation::Bytes(bytes.begin(), bytes.begin() + length),
+          tag->annotation_type(), tag->host()));
+      tag = cappedTags_.back().get();
+      ++truncated;
+    }
+  }
+  for (const auto& [key, count] :
+       {std::pair{"qen.dropped_tags", static_cast<std::int64_t>(dropped)},
+        std::pair{"qen.truncated_values", truncated}}) {
+    if (count > 0) {
+      cappedTags_.push_back(Vocabulary::annotationWithKeyInt64(key, count));
+      tags_.push_back(cappedTags_.back().get());
+    }
   }
 }
 

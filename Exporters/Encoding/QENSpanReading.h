@@ -20,6 +20,12 @@ struct QENSpanReadingOptions {
   std::string serviceName;
   // What is taken out of the tags before any encoder, the spool or the watcher sees them.
   QENSpanScrubbingOptions scrubbing{};
+  // Past this many tags a span's later ones are left out, counted in a "qen.dropped_tags" tag. At
+  // least 1: a value below is read as 1 (a reporter also reports it).
+  std::size_t maximumTagsPerSpan = 64;
+  // A longer string or bytes value is cut to this many bytes (a string at a character's start),
+  // counted in a "qen.truncated_values" tag. At least 16, as above.
+  std::size_t maximumTagValueBytes = 4096;
 };
 
 // How a tracing backend is to see one exported span. Every encoder writes spans through this one
@@ -39,7 +45,8 @@ struct QENSpanReadingOptions {
 // - Tags: the binary annotations whose value has a length its type allows; of repeated keys, the
 //   last counts. The local component ("lc") is a tag like any other, as Zipkin converts it.
 //   Then they are scrubbed (QENSpanScrubber): what the scrubbing changes is what every format
-//   writes, and a request URL it drops takes the span's kind with it.
+//   writes, and a request URL it drops takes the span's kind with it. Then they are capped in
+//   count and value size, with a tag that counts what the caps took.
 class QENSpanReading {
  public:
   using Annotation = QENThrift::Annotation;
@@ -86,6 +93,8 @@ class QENSpanReading {
   static bool isTime(std::int64_t microseconds) noexcept;
   // Whether a binary annotation has a value of a length its type allows, so that it is a tag.
   static bool hasReadableValue(const BinaryAnnotation& annotation) noexcept;
+  static constexpr std::size_t kLeastTagsPerSpan = 1;
+  static constexpr std::size_t kLeastTagValueBytes = 16;
   // A tag's value as text, as Zipkin's v1-to-v2 conversion writes it: booleans "true" or
   // "false", integers in decimal, doubles in the shortest form that reads back, strings as they
   // are, bytes in base64. The result may point into `scratch`.
@@ -96,9 +105,12 @@ class QENSpanReading {
   void readEvents(const QENThrift::Span& span);
   void readTags(const QENThrift::Span& span);
   void readRemoteService();
+  void capTags();
 
   std::string serviceName_;
   QENSpanScrubber scrubber_;
+  std::size_t maximumTags_;
+  std::size_t maximumValueBytes_;
   const QENThrift::Span* span_ = nullptr;
   std::optional<std::int64_t> parentId_;
   std::optional<std::int64_t> timestamp_;
@@ -108,4 +120,5 @@ class QENSpanReading {
   std::vector<const BinaryAnnotation*> tags_;
   std::vector<BinaryAnnotation>
       scrubbedTags_;  // what tags_ points to where scrubbing changed a tag
+  std::vector<std::shared_ptr<const BinaryAnnotation>> cappedTags_;  // and where a cap did
 };
