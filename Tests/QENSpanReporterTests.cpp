@@ -13,6 +13,7 @@
 #include "QENCurlCollectorTransport.h"
 #include "QENPerformanceMetric.h"
 #include "QENSpanReporter.h"
+#include "QENTokenBucket.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
 #include "Support/QENScriptedCollectorTransport.h"
@@ -136,6 +137,22 @@ TEST(CurlCollectorTransport, RetryAfterIsDelaySecondsOrAnHTTPDate) {
   }
 }
 
+TEST(CurlCollectorTransport, AURLThatCanNeverWorkIsNamedAtOnceAndRefusedWithoutATry) {
+  for (const char* url : {"localhost:9411/api/v2/spans", "ftp://collector/spans",
+                          "gopher://collector/", "http://:9411/api/v2/spans", "http://a b/", ""}) {
+    QENCapturedAssertions captured;
+    QENCurlCollectorTransport transport(url, 10s);
+    ASSERT_EQ(captured.messages().size(), 1u) << url;
+    EXPECT_NE(captured.messages()[0].find(std::string("\"") + url + "\" can never be posted"),
+              std::string::npos)
+        << captured.messages()[0];
+    EXPECT_EQ(transport.post("[]", {}, QENDeliveryDeadline()), Outcome::kRefused);
+  }
+  QENCapturedAssertions captured;
+  QENCurlCollectorTransport("HTTPS://collector.example/api/v2/spans", 10s);
+  EXPECT_TRUE(captured.messages().empty()) << captured.messages()[0];
+}
+
 TEST(SpanReporter, SendsGzippedOTLPForTheServiceWithTheHostsHeadersAndItsUserAgent) {
   QENLoopbackHTTPServer server([](int) { return Answer{200, Fault::kNone}; });
   auto settings = options(server.url());
@@ -231,8 +248,10 @@ TEST(SpanReporter, WithoutASpoolAPauseHoldsTheQueueAndSendsItOnceTheDeviceIsOnli
   EXPECT_EQ(transport->posts().size(), 1u);
 }
 
-// A root, three children, three grandchildren each, listed parent first as an export lists them.
-TEST(SpanReporter, AReportPastItsCapKeepsTheTopLevelsAndCountsTheRest) {
+// A root, three children, three grandchildren each, listed parent first as an export lists them:
+// the cap keeps the root, the children and the first grandchild, and a rate limit of four a
+// minute then lets only the first four through.
+TEST(SpanReporter, AReportPastItsCapKeepsTheTopLevelsAndTheRateLimitTheFirstAndBothCount) {
   QENSpanReporter::SpanList tree = spans(13, 1);
   for (std::size_t index = 1; index < tree.size(); ++index) {
     const std::size_t child = (index - 1) / 4 * 4 + 1;
@@ -244,6 +263,7 @@ TEST(SpanReporter, AReportPastItsCapKeepsTheTopLevelsAndCountsTheRest) {
   settings.transport = transport;
   settings.encoding.gzip = false;
   settings.maximumSpansPerReport = 5;
+  settings.maximumSpansPerMinute = 4;
   QENSpanReporter reporter(settings);
   reporter.report(tree);
   EXPECT_FALSE(reporter.shutdown(20s)) << "not everything accepted was delivered";
@@ -251,9 +271,23 @@ TEST(SpanReporter, AReportPastItsCapKeepsTheTopLevelsAndCountsTheRest) {
   for (const auto& span : nlohmann::json::parse(transport->posts().at(0).body)) {
     sent.push_back(std::stoll(span["id"].get<std::string>(), nullptr, 16));
   }
-  EXPECT_EQ(sent, (std::vector<std::int64_t>{1, 2, 3, 6, 10}));
+  EXPECT_EQ(sent, (std::vector<std::int64_t>{1, 2, 3, 6}));
   EXPECT_EQ(reporter.counters().droppedOverReportCap, 8u);
+  EXPECT_EQ(reporter.counters().droppedRateLimited, 1u);
   expectBooksBalance(reporter.counters(), nullptr);
+}
+
+TEST(TokenBucket, LetsABurstOfAMinutesTakesThenRefillsEvenlyUpToTheBurst) {
+  const QENTokenBucket::Clock::time_point start;
+  QENTokenBucket bucket(2, start);
+  const struct {
+    std::chrono::seconds at;
+    bool taken;
+  } takes[] = {{0s, true},   {0s, true},   {0s, false},  {29s, false}, {30s, true},
+               {30s, false}, {600s, true}, {600s, true}, {600s, false}};
+  for (const auto& take : takes) {
+    EXPECT_EQ(bucket.take(start + take.at), take.taken) << take.at.count();
+  }
 }
 
 TEST(SpanReporter, AFullQueueDropsTheOldestAndCountsThem) {

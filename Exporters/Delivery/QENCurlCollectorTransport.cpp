@@ -47,6 +47,37 @@ bool performUntil(CURLM* multi, const QENDeliveryDeadline& deadline) {
   return true;
 }
 
+bool libcurlSpeaks(std::string_view scheme) {
+  const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
+  for (const char* const* protocol = info->protocols; *protocol != nullptr; ++protocol) {
+    if (scheme == *protocol) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Why batches can never be posted to `url`; "" when they can.
+std::string unusableBecause(const std::string& url) {
+  CURLU* parsed = curl_url();
+  const CURLUcode code = curl_url_set(parsed, CURLUPART_URL, url.c_str(), 0);
+  char* scheme = nullptr;
+  curl_url_get(parsed, CURLUPART_SCHEME, &scheme, 0);  // lower-cased
+  const std::string schemeText = scheme != nullptr ? scheme : "";
+  curl_free(scheme);
+  curl_url_cleanup(parsed);
+  if (code == CURLUE_NO_HOST) {
+    return "it names no host";
+  }
+  if (code != CURLUE_OK) {
+    return std::string("libcurl cannot read it (") + curl_url_strerror(code) + ")";
+  }
+  if (schemeText != "http" && schemeText != "https") {
+    return "a collector takes batches over http or https, not " + schemeText;
+  }
+  return libcurlSpeaks(schemeText) ? "" : "this libcurl was built without " + schemeText;
+}
+
 std::optional<std::string> retryAfterHeader(CURL* curl) {
   curl_header* header = nullptr;
   if (curl_easy_header(curl, "Retry-After", 0, CURLH_HEADER, -1, &header) != CURLHE_OK) {
@@ -79,8 +110,19 @@ struct QENCurlCollectorTransport::Transfers {
 
 QENCurlCollectorTransport::QENCurlCollectorTransport(std::string collectorURL,
                                                      milliseconds requestTimeout)
-    : collectorURL_(std::move(collectorURL)), requestTimeout_(requestTimeout) {
-  initialiseCurlOnce();
+    : collectorURL_(std::move(collectorURL)),
+      usable_([this] {
+        initialiseCurlOnce();
+        const std::string why = unusableBecause(collectorURL_);
+        if (!why.empty()) {
+          QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
+              "The collector URL \"" + collectorURL_ + "\" can never be posted to: " + why +
+                  "; every batch is refused",
+              true, 1, "QENSpanReporter", nullptr, __LINE__, __FILE__);
+        }
+        return why.empty();
+      }()),
+      requestTimeout_(requestTimeout) {
   transfers_ = std::make_unique<Transfers>();
 }
 
@@ -92,6 +134,10 @@ void QENCurlCollectorTransport::wake() {
 
 QENCollectorTransport::Outcome QENCurlCollectorTransport::post(
     std::string_view body, const Headers& headers, const QENDeliveryDeadline& deadline) {
+  retryAfter_.reset();
+  if (!usable_) {
+    return Outcome::kRefused;
+  }
   CURL* curl = curl_easy_init();
   if (curl == nullptr) {
     return Outcome::kRetry;

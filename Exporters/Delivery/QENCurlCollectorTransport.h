@@ -14,7 +14,9 @@
 // once (wake), so that a reporter's shutdown never waits on a slow collector, nor on a host name
 // still resolving (libcurl's resolver thread is left to finish the lookup on its own). A URL that
 // redirects is a configuration error: its batches are refused, and the developer log says so.
-// 429 and 503 ask for time (kSlowDown), with the answer's Retry-After when it has one.
+// 429 and 503 ask for time (kSlowDown), with the answer's Retry-After when it has one. A URL that
+// can never be posted to (not http or https, no host, not a URL) is a configuration error too:
+// the developer log names it at construction, and every batch is refused without a try.
 class QENCurlCollectorTransport final : public QENCollectorTransport {
  public:
   QENCurlCollectorTransport(std::string collectorURL, std::chrono::milliseconds requestTimeout);
@@ -38,6 +40,7 @@ class QENCurlCollectorTransport final : public QENCollectorTransport {
   Outcome outcomeOf(bool transferred, long status) const;
 
   const std::string collectorURL_;
+  const bool usable_;
   const std::chrono::milliseconds requestTimeout_;
   std::unique_ptr<Transfers> transfers_;
   std::optional<std::chrono::seconds> retryAfter_;

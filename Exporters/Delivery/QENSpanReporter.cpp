@@ -8,6 +8,7 @@
 #include "QENCurlCollectorTransport.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
 #include "QENPerformanceLoggerVersion.h"
+#include "QENTokenBucket.h"
 
 namespace {
 
@@ -112,6 +113,10 @@ QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
       transport_(transportFor(options_)),
       spoolWaiting_(options_.spool != nullptr),  // what an earlier process left goes first
       spoolBackoff_(std::make_unique<QENBackoff>(options_.initialBackoff, options_.maximumBackoff)),
+      rateLimit_(
+          options_.maximumSpansPerMinute == 0
+              ? nullptr
+              : std::make_unique<QENTokenBucket>(options_.maximumSpansPerMinute, Clock::now())),
       consent_(options_.consent) {
   if (consent_ == QENTelemetryConsent::kNotGranted && options_.spool != nullptr) {
     options_.spool->clear();
@@ -129,6 +134,7 @@ void QENSpanReporter::report(const SpanList& reported) {
   const bool overCap = present > options_.maximumSpansPerReport;
   const SpanList spans =
       overCap ? topLevelsFirst(reported, options_.maximumSpansPerReport) : SpanList();
+  const auto now = Clock::now();
   {
     const std::lock_guard guard(mutex_);
     if (overCap) {
@@ -146,6 +152,10 @@ void QENSpanReporter::report(const SpanList& reported) {
       }
       if (stopping_) {
         ++counters_.droppedShutDown;
+        continue;
+      }
+      if (rateLimit_ != nullptr && !rateLimit_->take(now)) {
+        ++counters_.droppedRateLimited;
         continue;
       }
       if (queue_.size() >= options_.maximumQueuedSpans) {
@@ -191,6 +201,7 @@ void QENSpanReporter::reportStop() {
     const std::pair<const char*, std::uint64_t> causes[] = {
         {"queue full", counters.droppedQueueFull},
         {"over the report cap", counters.droppedOverReportCap},
+        {"rate limited", counters.droppedRateLimited},
         {"client error", counters.droppedClientError},
         {"gave up", counters.droppedGaveUp},
         {"shut down", counters.droppedShutDown},

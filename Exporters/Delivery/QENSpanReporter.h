@@ -23,11 +23,13 @@
 
 // What happened to the spans handed to a reporter. Without a spool, once it has stopped,
 // accepted == delivered + dropped(), and delivered is what the collector acknowledged. With a
-// spool, accepted == persisted + droppedQueueFull + droppedOverReportCap + droppedShutDown +
+// spool, accepted == persisted + droppedQueueFull + droppedOverReportCap + droppedRateLimited +
+// droppedShutDown +
 // droppedSpoolWriteFailed + droppedNoConsent, and what was persisted is delivered, now or by a
 // later process, or dropped by the spool's bounds or its clearing; delivered then also counts spans
 // that earlier processes persisted.
 class QENBackoff;
+class QENTokenBucket;
 
 // Whether the user lets telemetry leave the device.
 enum class QENTelemetryConsent {
@@ -54,6 +56,7 @@ struct QENSpanReporterCounters {
   // Undelivered, by cause:
   std::uint64_t droppedQueueFull = 0;      // pushed out of a full queue by newer spans
   std::uint64_t droppedOverReportCap = 0;  // past maximumSpansPerReport in one report
+  std::uint64_t droppedRateLimited = 0;    // past maximumSpansPerMinute
   std::uint64_t droppedClientError = 0;    // refused with a 3xx or 4xx answer but 429 (final)
   std::uint64_t droppedGaveUp = 0;         // connection errors, 429 or 5xx answers past the retries
   std::uint64_t droppedShutDown = 0;       // queued, waiting to retry or in flight when the
@@ -67,9 +70,9 @@ struct QENSpanReporterCounters {
   std::uint64_t droppedSpoolCleared = 0;  // persisted, then deleted when consent was not granted
 
   std::uint64_t dropped() const {
-    return droppedQueueFull + droppedOverReportCap + droppedClientError + droppedGaveUp +
-           droppedShutDown + droppedSpoolFull + droppedSpoolExpired + droppedSpoolWriteFailed +
-           droppedNoConsent + droppedSpoolCleared;
+    return droppedQueueFull + droppedOverReportCap + droppedRateLimited + droppedClientError +
+           droppedGaveUp + droppedShutDown + droppedSpoolFull + droppedSpoolExpired +
+           droppedSpoolWriteFailed + droppedNoConsent + droppedSpoolCleared;
   }
 };
 
@@ -89,6 +92,9 @@ struct QENSpanReporterOptions {
   // their tree first (a parent listed before its children, as exports list them); the deepest
   // go. At least 1.
   std::size_t maximumSpansPerReport = 1000;
+  // A client-side rate limit: past this many spans a minute (in bursts of up to as many), reported
+  // spans are dropped. 0: no limit.
+  std::uint64_t maximumSpansPerMinute = 0;
   // Past this many waiting spans the oldest are dropped. At least 1.
   std::size_t maximumQueuedSpans = 10000;
   // At least 1.
@@ -209,6 +215,7 @@ class QENSpanReporter {
   bool spoolWaiting_ = false;
   Clock::time_point spoolNotBefore_;
   std::unique_ptr<QENBackoff> spoolBackoff_;
+  std::unique_ptr<QENTokenBucket> rateLimit_;  // null without a limit
   QENTelemetryConsent consent_;
   QENDeviceConditions device_;
   // When shutdown's time is up; the end of time until shutdown.
