@@ -14,7 +14,9 @@
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENSpanSpool.h"
 #include "QENUnfinishedTraceWatcher.h"
+#include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
+#include "Support/QENScriptedCollectorTransport.h"
 #include "Support/QENSpoolKillRound.h"
 
 namespace {
@@ -306,6 +308,45 @@ INSTANTIATE_TEST_SUITE_P(
                         "LowBatteryCharging", {.batteryLevel = 0.05, .charging = true}, false},
                     DeviceCase{"BatteryAtTheFloor", {.batteryLevel = 0.1}, false}),
     [](const testing::TestParamInfo<DeviceCase>& info) { return std::string(info.param.name); });
+
+// The collector takes no more than two spans a batch, never span 3, and no gzip body: a batch of
+// five goes plain, then in halves, down to span 3 alone, with a spool or without.
+TEST_F(SpanSpool, ABatchTooLargeGoesInHalvesDownToOneSpanAndAGzipBodyRefusedGoesPlain) {
+  using Outcome = QENCollectorTransport::Outcome;
+  for (const bool spooled : {false, true}) {
+    SCOPED_TRACE(spooled ? "spooled" : "not spooled");
+    QENCapturedAssertions captured;
+    std::shared_ptr<QENScriptedCollectorTransport> transport;
+    int gzipped = 0;
+    transport = std::make_shared<QENScriptedCollectorTransport>([&](int index) {
+      const auto post = transport->posts().at(static_cast<std::size_t>(index));
+      if (std::ranges::count(post.headers,
+                             std::pair<std::string, std::string>("Content-Encoding", "gzip")) > 0) {
+        ++gzipped;
+        return Outcome::kUnsupportedEncoding;
+      }
+      const auto spans = nlohmann::json::parse(post.body);
+      const bool third = std::ranges::any_of(
+          spans, [](const auto& span) { return span["id"] == "0000000000000003"; });
+      return spans.size() > 2 || third ? Outcome::kTooLarge : Outcome::kDelivered;
+    });
+    QENSpanReporterOptions options;
+    options.transport = transport;
+    options.flushInterval = std::chrono::milliseconds(0);
+    if (spooled) {
+      options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+    }
+    QENSpanReporter reporter(options);
+    reporter.report(spansNamed("span", 1, 5));
+    reporter.shutdown(std::chrono::seconds(20));
+    const auto counters = reporter.counters();
+    EXPECT_EQ(counters.delivered, 4u);
+    EXPECT_EQ(counters.droppedTooLarge, 1u);
+    EXPECT_EQ(counters.dropped(), 1u);
+    EXPECT_EQ(gzipped, 1) << "once refused, gzip is not tried again";
+    EXPECT_EQ(captured.messages().size(), 2u) << "the 415, and the span undelivered";
+  }
+}
 
 // Whatever is at the spool's path and is not a spool of this version is moved aside untouched,
 // with the files SQLite keeps beside it, under a name no earlier file took.

@@ -175,6 +175,8 @@ void expectFramedSpansMakeTheWholeBody(const Spans& spans) {
     const QENEncodedBatch framed = encoding.frameBatch(encodedSpans);
     EXPECT_EQ(framed.body, encoding.encode(spans)) << static_cast<int>(encoding.format);
     EXPECT_EQ(framed.spanCount, encodedSpans.size());
+    EXPECT_EQ(encoding.unframeBatch(framed.body), encodedSpans) << "what a 413 splits";
+    EXPECT_EQ(encoding.unframeBatch(framed.body.substr(0, framed.body.size() / 2)), std::nullopt);
   }
 }
 

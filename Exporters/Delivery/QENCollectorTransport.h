@@ -23,8 +23,10 @@ class QENCollectorTransport {
     kDelivered,  // the collector took the batch (2xx)
     kRetry,      // no connection, no whole answer, or a server error (5xx): worth another try
     kSlowDown,   // the collector asked for time (429, 503): worth sending after retryAfter()
-    kRefused,    // the collector will never take it (3xx, other 4xx): final
-    kCutOff,     // the deadline came before the answer
+    kTooLarge,   // the body is too large for the collector (413): worth sending in parts
+    kUnsupportedEncoding,  // the collector does not read the body's encoding (415)
+    kRefused,              // the collector will never take it (3xx, other 4xx): final
+    kCutOff,               // the deadline came before the answer
   };
 
   virtual ~QENCollectorTransport() = default;

@@ -192,6 +192,12 @@ QENCollectorTransport::Outcome QENCurlCollectorTransport::outcomeOf(bool transfe
   if (status == 429 || status == 503) {
     return Outcome::kSlowDown;
   }
+  if (status == 413) {
+    return Outcome::kTooLarge;
+  }
+  if (status == 415) {
+    return Outcome::kUnsupportedEncoding;
+  }
   if (status >= 400 && status < 500) {
     return Outcome::kRefused;  // the collector will not take this batch, however often it is sent
   }

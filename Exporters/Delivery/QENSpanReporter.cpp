@@ -7,6 +7,7 @@
 #include "QENBackoff.h"
 #include "QENCurlCollectorTransport.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
+#include "QENGzip.h"
 #include "QENPerformanceLoggerVersion.h"
 #include "QENTokenBucket.h"
 
@@ -110,6 +111,7 @@ QENSpanReporterOptions QENSpanReporter::validated(QENSpanReporterOptions options
 
 QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
     : options_(validated(std::move(options))),
+      encoding_(options_.encoding),
       transport_(transportFor(options_)),
       spoolWaiting_(options_.spool != nullptr),  // what an earlier process left goes first
       spoolBackoff_(std::make_unique<QENBackoff>(options_.initialBackoff, options_.maximumBackoff)),
@@ -203,6 +205,7 @@ void QENSpanReporter::reportStop() {
         {"over the report cap", counters.droppedOverReportCap},
         {"rate limited", counters.droppedRateLimited},
         {"client error", counters.droppedClientError},
+        {"too large", counters.droppedTooLarge},
         {"gave up", counters.droppedGaveUp},
         {"shut down", counters.droppedShutDown},
         {"spool full", counters.droppedSpoolFull},
@@ -298,8 +301,11 @@ void QENSpanReporter::run() {
     if (!queueDone && (stopping_ || queueReady(now))) {
       const std::vector<std::string> encodedSpans = takeBatch(lock);
       lock.unlock();
-      const QENEncodedBatch batch = options_.encoding.frameBatch(encodedSpans);
-      options_.spool != nullptr ? persist(batch) : deliver(batch);
+      if (options_.spool != nullptr) {
+        persist(encoding_.frameBatch(encodedSpans));
+      } else {
+        deliver(encodedSpans);
+      }
       lock.lock();
       worked = true;
     }
@@ -358,7 +364,7 @@ std::vector<std::string> QENSpanReporter::takeBatch(std::unique_lock<std::mutex>
     const std::shared_ptr<QENThrift::Span> span = std::move(queue_.front());
     queue_.pop_front();
     lock.unlock();  // encoding needs no lock
-    encodedSpans.push_back(options_.encoding.encodeSpan(*span));
+    encodedSpans.push_back(encoding_.encodeSpan(*span));
     bytes += encodedSpans.back().size();
     lock.lock();
   }
@@ -392,7 +398,13 @@ void QENSpanReporter::deliverFromSpool() {
   }
   options_.spool->recordAttempt(batch->id);
   const Outcome outcome = post(*batch);
-  if (outcome == Outcome::kDelivered || outcome == Outcome::kRefused) {
+  const bool reshaped =
+      (outcome == Outcome::kTooLarge || outcome == Outcome::kUnsupportedEncoding) &&
+      reshapeSpooled(*batch, outcome);
+  if (reshaped) {
+    return;  // the parts go next
+  }
+  if (outcome != Outcome::kCutOff && outcome != Outcome::kRetry && outcome != Outcome::kSlowDown) {
     options_.spool->remove(batch->id);
   }
   const std::lock_guard guard(mutex_);
@@ -401,7 +413,11 @@ void QENSpanReporter::deliverFromSpool() {
       counters_.delivered += batch->spanCount;
       spoolBackoff_->reset();
       break;
+    case Outcome::kTooLarge:
+      counters_.droppedTooLarge += batch->spanCount;
+      break;
     case Outcome::kRefused:
+    case Outcome::kUnsupportedEncoding:
       counters_.droppedClientError += batch->spanCount;
       break;
     case Outcome::kCutOff:  // the deadline passed: the batch stays for a later process
@@ -412,6 +428,40 @@ void QENSpanReporter::deliverFromSpool() {
       spoolNotBefore_ = Clock::now() + pauseAfter(outcome, *spoolBackoff_);
       break;
   }
+}
+
+bool QENSpanReporter::reshapeSpooled(const QENSpanSpool::Batch& batch, Outcome outcome) {
+  if (outcome == Outcome::kUnsupportedEncoding && !batch.gzipped) {
+    return false;  // already as plain as it gets
+  }
+  const auto body = batch.gzipped ? QENGzip::decompress(batch.body) : std::optional(batch.body);
+  if (!body) {
+    return false;
+  }
+  if (outcome == Outcome::kUnsupportedEncoding) {
+    stopGzipping();
+    return options_.spool->replace(
+        batch.id, {QENEncodedBatch{*body, batch.contentType, false, batch.spanCount}});
+  }
+  const auto spans = encoding_.unframeBatch(*body);
+  if (!spans || spans->size() < 2) {
+    return false;
+  }
+  const std::span<const std::string> all(*spans);
+  const std::size_t half = all.size() / 2;
+  return options_.spool->replace(
+      batch.id, {encoding_.frameBatch(all.first(half)), encoding_.frameBatch(all.subspan(half))});
+}
+
+bool QENSpanReporter::stopGzipping() {
+  if (!encoding_.gzip) {
+    return false;
+  }
+  encoding_.gzip = false;
+  logReporterError("The collector at " + options_.collectorURL +
+                       " does not read gzip bodies (415); this reporter sends them uncompressed",
+                   __LINE__);
+  return true;
 }
 
 milliseconds QENSpanReporter::pauseAfter(Outcome outcome, QENBackoff& backoff) const {
@@ -425,17 +475,34 @@ milliseconds QENSpanReporter::pauseAfter(Outcome outcome, QENBackoff& backoff) c
              : std::min<milliseconds>(*asked, options_.maximumRetryAfter);
 }
 
-void QENSpanReporter::deliver(const QENEncodedBatch& batch) {
+// A batch too large goes again in halves, down to single spans; a gzip body the collector cannot
+// read goes again uncompressed, and so does every later one.
+void QENSpanReporter::deliver(std::span<const std::string> encodedSpans) {
+  QENEncodedBatch batch = encoding_.frameBatch(encodedSpans);
   QENBackoff backoff(options_.initialBackoff, options_.maximumBackoff);
   for (int attempt = 0;; ++attempt) {
     const Outcome outcome = post(batch);
+    if (outcome == Outcome::kTooLarge && encodedSpans.size() > 1) {
+      const std::size_t half = encodedSpans.size() / 2;
+      deliver(encodedSpans.first(half));
+      deliver(encodedSpans.subspan(half));
+      return;
+    }
+    if (outcome == Outcome::kUnsupportedEncoding && batch.gzipped && stopGzipping()) {
+      batch = encoding_.frameBatch(encodedSpans);
+      continue;
+    }
     std::unique_lock lock(mutex_);
     std::uint64_t* droppedFor = nullptr;
     switch (outcome) {
       case Outcome::kDelivered:
         counters_.delivered += batch.spanCount;
         return;
+      case Outcome::kTooLarge:
+        droppedFor = &counters_.droppedTooLarge;
+        break;
       case Outcome::kRefused:
+      case Outcome::kUnsupportedEncoding:
         droppedFor = &counters_.droppedClientError;
         break;
       case Outcome::kCutOff:

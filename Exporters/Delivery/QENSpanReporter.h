@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <utility>
@@ -58,6 +59,7 @@ struct QENSpanReporterCounters {
   std::uint64_t droppedOverReportCap = 0;  // past maximumSpansPerReport in one report
   std::uint64_t droppedRateLimited = 0;    // past maximumSpansPerMinute
   std::uint64_t droppedClientError = 0;    // refused with a 3xx or 4xx answer but 429 (final)
+  std::uint64_t droppedTooLarge = 0;       // a span alone still too large for the collector
   std::uint64_t droppedGaveUp = 0;         // connection errors, 429 or 5xx answers past the retries
   std::uint64_t droppedShutDown = 0;       // queued, waiting to retry or in flight when the
                                            // reporter's time ran out, or reported after it stopped
@@ -71,8 +73,8 @@ struct QENSpanReporterCounters {
 
   std::uint64_t dropped() const {
     return droppedQueueFull + droppedOverReportCap + droppedRateLimited + droppedClientError +
-           droppedGaveUp + droppedShutDown + droppedSpoolFull + droppedSpoolExpired +
-           droppedSpoolWriteFailed + droppedNoConsent + droppedSpoolCleared;
+           droppedTooLarge + droppedGaveUp + droppedShutDown + droppedSpoolFull +
+           droppedSpoolExpired + droppedSpoolWriteFailed + droppedNoConsent + droppedSpoolCleared;
   }
 };
 
@@ -192,9 +194,15 @@ class QENSpanReporter {
   bool spoolReady(Clock::time_point now) const;
   // Takes the spans of the next batch off the queue, each encoded (once) to size the batch.
   std::vector<std::string> takeBatch(std::unique_lock<std::mutex>& lock);
-  void deliver(const QENEncodedBatch& batch);
+  void deliver(std::span<const std::string> encodedSpans);
   void persist(const QENEncodedBatch& batch);
   void deliverFromSpool();
+  // After a 413 or a 415, puts what the collector may take in the place of a spooled batch: its
+  // halves, or its uncompressed self. False when there is nothing to put (one span, a body this
+  // reporter cannot read, a write that failed).
+  bool reshapeSpooled(const QENSpanSpool::Batch& batch, Outcome outcome);
+  // After a 415 to a gzip body: false when bodies already go uncompressed.
+  bool stopGzipping();
   Outcome post(const QENEncodedBatch& batch);
   // Waits `backoff`, cut short by shutdown's deadline; false once that has passed.
   bool waitForRetry(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds backoff);
@@ -203,6 +211,7 @@ class QENSpanReporter {
   void reportStop();
 
   const QENSpanReporterOptions options_;
+  QENSpanEncoding encoding_;  // the worker's: it stops gzipping for a collector that cannot read it
   const std::shared_ptr<QENCollectorTransport> transport_;
   // Guards the queue, the counters and the state below, up to the deadline.
   mutable std::mutex mutex_;

@@ -357,6 +357,32 @@ void QENSpanSpool::remove(std::int64_t id) {
   Statement(db_, "DELETE FROM batches WHERE id = ?1").bind(1, id).run();
 }
 
+bool QENSpanSpool::replace(std::int64_t id, const std::vector<QENEncodedBatch>& parts) {
+  const std::lock_guard guard(mutex_);
+  if (!exec("BEGIN IMMEDIATE")) {
+    return false;
+  }
+  bool written = true;
+  for (const QENEncodedBatch& part : parts) {
+    written =
+        written && Statement(db_,
+                             "INSERT INTO batches(created, content_type, gzipped, span_count,"
+                             " body) SELECT created, ?2, ?3, ?4, ?5 FROM batches WHERE id = ?1")
+                       .bind(1, id)
+                       .bind(2, part.contentType)
+                       .bind(3, part.gzipped ? 1 : 0)
+                       .bind(4, static_cast<std::int64_t>(part.spanCount))
+                       .bindBlob(5, part.body)
+                       .run();
+  }
+  if (written && Statement(db_, "DELETE FROM batches WHERE id = ?1").bind(1, id).run() &&
+      exec("COMMIT")) {
+    return true;
+  }
+  exec("ROLLBACK");
+  return false;
+}
+
 void QENSpanSpool::clear() {
   const std::lock_guard guard(mutex_);
   exec("PRAGMA secure_delete = ON");

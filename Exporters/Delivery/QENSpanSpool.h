@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "QENSpanEncoding.h"
 
@@ -69,6 +70,10 @@ class QENSpanSpool {
   // Counts a send of the batch before it starts, so that a later process knows it was tried.
   void recordAttempt(std::int64_t id);
   void remove(std::int64_t id);
+  // Puts `parts` (each framed on its own) in the place of batch `id`, in one transaction, keeping
+  // its age: a batch the collector found too large goes again in parts. Not counted as persisted
+  // again. False when it could not be done; the batch then stays as it was.
+  bool replace(std::int64_t id, const std::vector<QENEncodedBatch>& parts);
   // Deletes every batch and snapshot, overwriting their bytes, and shrinks the write-ahead log,
   // so that nothing of them is left in the files; for a user who withdrew consent.
   void clear();

@@ -31,3 +31,23 @@ std::string QENGzip::compress(std::string_view bytes) {
   }
   return out;
 }
+
+std::optional<std::string> QENGzip::decompress(std::string_view gzipped) {
+  z_stream stream{};
+  if (inflateInit2(&stream, kGzipWindowBits) != Z_OK) {
+    return std::nullopt;
+  }
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(gzipped.data()));
+  stream.avail_in = static_cast<uInt>(gzipped.size());
+  std::string out;
+  int result = Z_OK;
+  char chunk[16384];
+  while (result == Z_OK) {
+    stream.next_out = reinterpret_cast<Bytef*>(chunk);
+    stream.avail_out = sizeof chunk;
+    result = inflate(&stream, Z_NO_FLUSH);
+    out.append(chunk, sizeof chunk - stream.avail_out);
+  }
+  inflateEnd(&stream);
+  return result == Z_STREAM_END ? std::optional(std::move(out)) : std::nullopt;
+}

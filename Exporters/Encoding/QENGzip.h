@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -7,4 +8,6 @@
 class QENGzip {
  public:
   static std::string compress(std::string_view bytes);
+  // The bytes a gzip stream holds; nullopt when it is not one, or is cut short.
+  static std::optional<std::string> decompress(std::string_view gzipped);
 };

@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "QENSpanReading.h"
 #include "QENThrift/Span.h"
@@ -49,6 +51,9 @@ struct QENSpanEncoding {
   // then sends them, so each span is encoded once.
   std::string encodeSpan(const QENThrift::Span& span) const;
   QENEncodedBatch frameBatch(std::span<const std::string> encodedSpans) const;
+  // The spans' bytes back from a body frameBatch made in this format (uncompressed), so that a
+  // batch a collector finds too large can go in parts; nullopt for any other body.
+  std::optional<std::vector<std::string>> unframeBatch(std::string_view body) const;
 
  private:
   QENEncodedBatch batchOf(std::string body, std::size_t spanCount) const;

@@ -208,6 +208,90 @@ void writeReadSpan(Writer& writer, const QENSpanReading& reading) {
   writer.writeFieldStop();
 }
 
+// Reads Thrift's binary protocol only far enough to find where each value ends.
+class Skipper {
+ public:
+  explicit Skipper(std::string_view bytes) : bytes_(bytes) {}
+
+  std::size_t position() const { return position_; }
+  bool atEnd() const { return position_ == bytes_.size(); }
+  std::optional<std::uint32_t> listOfStructs() {
+    if (!has(5) || static_cast<std::uint8_t>(bytes_[position_]) != Writer::kStruct) {
+      return std::nullopt;
+    }
+    ++position_;
+    return readI32();
+  }
+  bool skip(std::uint8_t type, int depth = 0) {
+    switch (type) {
+      case Writer::kBool:
+      case 3:  // byte
+        return advance(1);
+      case Writer::kI16:
+        return advance(2);
+      case Writer::kI32:
+        return advance(4);
+      case 4:  // double
+      case Writer::kI64:
+        return advance(8);
+      case Writer::kString: {
+        const auto length = readI32();
+        return length && advance(*length);
+      }
+      case Writer::kStruct:
+        return depth < kDeepest && skipFields(depth + 1);
+      case Writer::kList:
+        return depth < kDeepest && skipList(depth + 1);
+      default:  // sets and maps: no span has them
+        return false;
+    }
+  }
+
+ private:
+  static constexpr int kDeepest = 16;
+
+  bool has(std::size_t count) const { return bytes_.size() - position_ >= count; }
+  bool advance(std::size_t count) { return has(count) && ((position_ += count), true); }
+  std::optional<std::uint32_t> readI32() {
+    if (!has(4)) {
+      return std::nullopt;
+    }
+    std::uint32_t value = 0;
+    for (int index = 0; index < 4; ++index) {
+      value = value << 8 | static_cast<std::uint8_t>(bytes_[position_++]);
+    }
+    return value;
+  }
+  bool skipFields(int depth) {
+    while (has(1)) {
+      const auto type = static_cast<std::uint8_t>(bytes_[position_++]);
+      if (type == 0) {
+        return true;  // the struct's stop
+      }
+      if (!advance(2) || !skip(type, depth)) {  // the field id, then the value
+        return false;
+      }
+    }
+    return false;
+  }
+  bool skipList(int depth) {
+    if (!has(5)) {
+      return false;
+    }
+    const auto type = static_cast<std::uint8_t>(bytes_[position_++]);
+    const auto count = readI32();
+    for (std::uint32_t index = 0; count && index < *count; ++index) {
+      if (!skip(type, depth)) {
+        return false;
+      }
+    }
+    return count.has_value();
+  }
+
+  std::string_view bytes_;
+  std::size_t position_ = 0;
+};
+
 void writeSpanIn(Writer& writer, const QENThrift::Span& span, QENZipkinThriftEncoder::Form form,
                  QENSpanReading& reading) {
   if (form == QENZipkinThriftEncoder::Form::kAsMade) {
@@ -252,4 +336,22 @@ std::vector<std::uint8_t> QENZipkinThriftEncoder::frameSpans(
     writer.writeEncoded(encoded);
   }
   return writer.takeBytes();
+}
+
+std::optional<std::vector<std::string>> QENZipkinThriftEncoder::unframeSpans(
+    std::string_view framed) {
+  Skipper skipper(framed);
+  const auto count = skipper.listOfStructs();
+  if (!count || *count > framed.size()) {
+    return std::nullopt;
+  }
+  std::vector<std::string> spans;
+  for (std::uint32_t index = 0; index < *count; ++index) {
+    const std::size_t start = skipper.position();
+    if (!skipper.skip(Writer::kStruct)) {
+      return std::nullopt;
+    }
+    spans.emplace_back(framed.substr(start, skipper.position() - start));
+  }
+  return skipper.atEnd() ? std::optional(std::move(spans)) : std::nullopt;
 }

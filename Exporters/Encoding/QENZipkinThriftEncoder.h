@@ -2,7 +2,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "QENSpanReading.h"
@@ -37,4 +40,7 @@ class QENZipkinThriftEncoder {
   static std::string encodeSpan(const QENThrift::Span& span, Form form = Form::kAsMade,
                                 const QENSpanReadingOptions& options = {});
   static std::vector<std::uint8_t> frameSpans(std::span<const std::string> encodedSpans);
+  // The spans' bytes back from a framed list, so that a batch can be sent in parts; nullopt for
+  // bytes that are no list of spans.
+  static std::optional<std::vector<std::string>> unframeSpans(std::string_view framed);
 };
