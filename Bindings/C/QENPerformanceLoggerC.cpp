@@ -685,6 +685,43 @@ QENCStatus QENCReporterShutdown(QENCReporter reporter, uint32_t limitMillisecond
   });
 }
 
+QENCStatus QENCReporterSetConsent(QENCReporter reporter, QENCConsent consent) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto target = resolve<QENSpanReporter>(reporter.id, function);
+    if (target == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    if (consent < QENCConsentPending || consent > QENCConsentNotGranted) {
+      return invalidArgument(function, "consent");
+    }
+    constexpr QENTelemetryConsent kConsents[] = {QENTelemetryConsent::kPending,
+                                                 QENTelemetryConsent::kGranted,
+                                                 QENTelemetryConsent::kNotGranted};
+    target->setConsent(kConsents[consent]);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterSetDeviceConditions(QENCReporter reporter,
+                                           const QENCDeviceConditions* conditions) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto target = resolve<QENSpanReporter>(reporter.id, function);
+    if (target == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    if (conditions == nullptr) {
+      return invalidArgument(function, "conditions");
+    }
+    const double level = conditions->batteryLevel;
+    target->setDeviceConditions({conditions->online, conditions->metered, conditions->powerSave,
+                                 level >= 0 && level <= 1 ? std::optional(level) : std::nullopt,
+                                 conditions->charging});
+    return QENCStatusOK;
+  });
+}
+
 QENCStatus QENCReporterGetCounters(QENCReporter reporter, QENCReporterCounters* counters) {
   const char* const function = __func__;
   return guarded(function, [&] {

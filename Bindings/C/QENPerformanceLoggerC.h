@@ -257,6 +257,26 @@ QENC_EXPORT QENCStatus QENCReporterShutdown(QENCReporter reporter, uint32_t limi
 QENC_EXPORT QENCStatus QENCReporterGetCounters(QENCReporter reporter,
                                                QENCReporterCounters* counters);
 
+/* Whether the user lets telemetry leave the device; a reporter starts granted. Pending keeps
+ * spans (in the spool, else in the queue) and sends none; granted sends them; not granted keeps
+ * none, and what the spool held is deleted when this returns. */
+typedef QENC_ENUM(QENCConsent){QENCConsentPending = 0, QENCConsentGranted = 1,
+                               QENCConsentNotGranted = 2} QENCConsent;
+QENC_EXPORT QENCStatus QENCReporterSetConsent(QENCReporter reporter, QENCConsent consent);
+
+/* What the host knows of the device. Sending pauses while offline, in power-save, or under 10 %
+ * battery and not charging, keeping what it holds, and resumes when that changes; the
+ * conditions are copied. */
+typedef struct QENCDeviceConditions {
+  bool online;
+  bool metered;
+  bool powerSave;
+  double batteryLevel; /* 0 to 1; anything else (a negative, NaN): unknown */
+  bool charging;
+} QENCDeviceConditions;
+QENC_EXPORT QENCStatus QENCReporterSetDeviceConditions(QENCReporter reporter,
+                                                       const QENCDeviceConditions* conditions);
+
 #ifdef __cplusplus
 }
 #endif

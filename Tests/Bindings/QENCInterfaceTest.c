@@ -161,6 +161,12 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   QENCReporter reporter;
   CHECK(QENCReporterCreate(&options, &reporter) == QENCStatusOK);
   CHECK(QENCSpoolRelease(spool) == QENCStatusOK); /* the reporter keeps it open */
+  /* Offline and pending: nothing is tried, and the spool keeps the spans all the same. */
+  const QENCDeviceConditions offline = {false, false, false, -1, false};
+  CHECK(QENCReporterSetDeviceConditions(reporter, &offline) == QENCStatusOK);
+  CHECK(QENCReporterSetDeviceConditions(reporter, NULL) == QENCStatusInvalidArgument);
+  CHECK(QENCReporterSetConsent(reporter, QENCConsentPending) == QENCStatusOK);
+  CHECK(QENCReporterSetConsent(reporter, (QENCConsent)3) == QENCStatusInvalidArgument);
   CHECK(QENCReporterReport(reporter, trace) == QENCStatusOK);
   bool delivered = true;
   CHECK(QENCReporterShutdown(reporter, 1000, &delivered) == QENCStatusOK && !delivered);

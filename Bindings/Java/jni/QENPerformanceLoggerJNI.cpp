@@ -407,6 +407,17 @@ jint reporterShutdown(JNIEnv* env, jclass, jlong id, jint limitMilliseconds, jbo
   return status;
 }
 
+jint reporterSetConsent(JNIEnv*, jclass, jlong id, jint consent) {
+  return QENCReporterSetConsent(reporter(id), static_cast<QENCConsent>(consent));
+}
+
+jint reporterSetDeviceConditions(JNIEnv*, jclass, jlong id, jboolean online, jboolean metered,
+                                 jboolean powerSave, jdouble batteryLevel, jboolean charging) {
+  const QENCDeviceConditions conditions{online == JNI_TRUE, metered == JNI_TRUE,
+                                        powerSave == JNI_TRUE, batteryLevel, charging == JNI_TRUE};
+  return QENCReporterSetDeviceConditions(reporter(id), &conditions);
+}
+
 jint reporterCounters(JNIEnv* env, jclass, jlong id, jlongArray out) {
   QENCReporterCounters counters{};
   const QENCStatus status = QENCReporterGetCounters(reporter(id), &counters);
@@ -465,6 +476,8 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(reporterReport, "(JJ)I"),
     QENJ_METHOD(reporterShutdown, "(JI[Z)I"),
     QENJ_METHOD(reporterCounters, "(J[J)I"),
+    QENJ_METHOD(reporterSetConsent, "(JI)I"),
+    QENJ_METHOD(reporterSetDeviceConditions, "(JZZZDZ)I"),
     QENJ_METHOD(monotonicNow, "()D"),
 };
 

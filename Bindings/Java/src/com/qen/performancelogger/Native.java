@@ -77,5 +77,8 @@ final class Native {
   static native int reporterReport(long reporter, long trace);
   static native int reporterShutdown(long reporter, int limitMilliseconds, boolean[] delivered);
   static native int reporterCounters(long reporter, long[] counters);
+  static native int reporterSetConsent(long reporter, int consent);
+  static native int reporterSetDeviceConditions(long reporter, boolean online, boolean metered,
+      boolean powerSave, double batteryLevel, boolean charging);
   static native double monotonicNow();
 }

@@ -22,6 +22,21 @@ public final class Reporter implements AutoCloseable {
     public Spool spool;
   }
 
+  /**
+   * Whether the user lets telemetry leave the device; a reporter starts {@code GRANTED}. {@code
+   * PENDING} keeps spans (in the spool, else in the queue) and sends none; {@code NOT_GRANTED}
+   * keeps none, and what the spool held is deleted when {@link #setConsent} returns.
+   */
+  public enum Consent { PENDING, GRANTED, NOT_GRANTED }
+
+  /**
+   * What the app knows of the device: sending pauses while offline, in power-save, or under 10 %
+   * battery and not charging, and resumes when that changes. {@code batteryLevel} is 0 to 1, or
+   * {@code Double.NaN} when unknown.
+   */
+  public record DeviceConditions(
+      boolean online, boolean metered, boolean powerSave, double batteryLevel, boolean charging) {}
+
   /** What happened to the spans it was given. */
   public record Counters(long accepted, long persisted, long delivered, long dropped) {}
 
@@ -56,6 +71,18 @@ public final class Reporter implements AutoCloseable {
     QENPerformanceLoggerException.check(
         Native.reporterShutdown(handle, milliseconds, delivered), "shutdown");
     return delivered[0];
+  }
+
+  public void setConsent(Consent consent) {
+    QENPerformanceLoggerException.check(
+        Native.reporterSetConsent(handle, consent.ordinal()), "setConsent");
+  }
+
+  public void setDeviceConditions(DeviceConditions conditions) {
+    QENPerformanceLoggerException.check(
+        Native.reporterSetDeviceConditions(handle, conditions.online(), conditions.metered(),
+            conditions.powerSave(), conditions.batteryLevel(), conditions.charging()),
+        "setDeviceConditions");
   }
 
   public Counters counters() {

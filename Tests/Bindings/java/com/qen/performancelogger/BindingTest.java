@@ -1,6 +1,7 @@
 package com.qen.performancelogger;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -136,6 +137,15 @@ class BindingTest {
       options.service = "java-app";
       options.gzip = false;
       try (Trace trace = metric.export("42", "android"); Reporter reporter = new Reporter(options)) {
+        // Pending, then granted while offline: held both times, and dropped at shutdown.
+        try (Reporter held = new Reporter(options)) {
+          held.setConsent(Reporter.Consent.PENDING);
+          held.report(trace);
+          held.setDeviceConditions(new Reporter.DeviceConditions(false, false, false, 0.5, true));
+          held.setConsent(Reporter.Consent.GRANTED);
+          assertFalse(held.shutdown(Duration.ZERO));
+          assertEquals(new Reporter.Counters(1, 0, 0, 1), held.counters());
+        }
         reporter.report(trace);
         assertTrue(reporter.shutdown(Duration.ofSeconds(30)));
         assertEquals(new Reporter.Counters(1, 0, 1, 0), reporter.counters());
