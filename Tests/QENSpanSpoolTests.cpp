@@ -223,10 +223,12 @@ QENSpanReporter::SpanList spansNamed(const std::string& name, std::int64_t first
 // Four reporters in turn on one spool, each as the next process would be.
 TEST_F(SpanSpool, PendingConsentKeepsSpansUnsentGrantedSendsThemAllAndNotGrantedErasesThem) {
   QENLoopbackHTTPServer server([](int) { return Answer{202}; });
+  std::shared_ptr<QENSpanSpool> spool;
   const auto reporterWith = [&](QENTelemetryConsent consent) {
     QENSpanReporterOptions options;
     options.collectorURL = server.url();
-    options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+    spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+    options.spool = spool;
     options.encoding.gzip = false;  // so that the file can be searched
     options.flushInterval = std::chrono::milliseconds(0);
     options.consent = consent;
@@ -250,6 +252,8 @@ TEST_F(SpanSpool, PendingConsentKeepsSpansUnsentGrantedSendsThemAllAndNotGranted
   auto refused = reporterWith(QENTelemetryConsent::kNotGranted);
   EXPECT_FALSE(onDisk("refused-span"));
   refused->report(spansNamed("refused-span", 11, 2));
+  EXPECT_FALSE(spool->storeSnapshot("tree", {"refused-snapshot", "application/json", false, 1}))
+      << "nor does a watcher on the same spool keep anything";
   refused->setConsent(QENTelemetryConsent::kPending);
   refused->report(spansNamed("late-span", 13, 3));
   refused->setConsent(QENTelemetryConsent::kNotGranted);

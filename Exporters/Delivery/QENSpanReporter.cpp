@@ -120,6 +120,9 @@ QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
               ? nullptr
               : std::make_unique<QENTokenBucket>(options_.maximumSpansPerMinute, Clock::now())),
       consent_(options_.consent) {
+  if (options_.spool != nullptr) {
+    options_.spool->refuseSnapshots(consent_ == QENTelemetryConsent::kNotGranted);
+  }
   if (consent_ == QENTelemetryConsent::kNotGranted && options_.spool != nullptr) {
     options_.spool->clear();
   }
@@ -239,6 +242,9 @@ void QENSpanReporter::setConsent(QENTelemetryConsent consent) {
   }
   // Here rather than on the worker: once this returns, nothing is left on disk, whatever the
   // worker is doing. A batch it is persisting meanwhile is cleared by persist.
+  if (options_.spool != nullptr) {
+    options_.spool->refuseSnapshots(consent == QENTelemetryConsent::kNotGranted);
+  }
   if (consent == QENTelemetryConsent::kNotGranted && options_.spool != nullptr) {
     options_.spool->clear();
   }

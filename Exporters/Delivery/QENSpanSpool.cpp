@@ -392,8 +392,16 @@ void QENSpanSpool::clear() {
   exec("PRAGMA wal_checkpoint(TRUNCATE)");
 }
 
+void QENSpanSpool::refuseSnapshots(bool refused) {
+  const std::lock_guard guard(mutex_);
+  snapshotsRefused_ = refused;
+}
+
 bool QENSpanSpool::storeSnapshot(const std::string& treeId, const QENEncodedBatch& batch) {
   const std::lock_guard guard(mutex_);
+  if (snapshotsRefused_) {
+    return false;
+  }
   Statement replace(db_,
                     "INSERT OR REPLACE INTO snapshots(tree, created, content_type, gzipped,"
                     " span_count, body) VALUES(?1, ?2, ?3, ?4, ?5, ?6)");

@@ -78,8 +78,12 @@ class QENSpanSpool {
   // so that nothing of them is left in the files; for a user who withdrew consent.
   void clear();
 
-  // Keeps `batch` as the snapshot of tree `treeId`, replacing the previous one.
+  // Keeps `batch` as the snapshot of tree `treeId`, replacing the previous one. False, keeping
+  // nothing, while snapshots are refused.
   bool storeSnapshot(const std::string& treeId, const QENEncodedBatch& batch);
+  // A reporter refuses snapshots while its user has not consented, so that a watcher sharing the
+  // spool keeps nothing either.
+  void refuseSnapshots(bool refused);
   void forgetSnapshot(const std::string& treeId);
 
   QENSpanSpoolCounters counters() const;
@@ -108,4 +112,5 @@ class QENSpanSpool {
   mutable std::mutex mutex_;
   sqlite3* db_ = nullptr;
   QENSpanSpoolCounters counters_;
+  bool snapshotsRefused_ = false;
 };
