@@ -255,11 +255,14 @@ TEST_F(SpanSpool, PendingConsentKeepsSpansUnsentGrantedSendsThemAllAndNotGranted
   EXPECT_FALSE(spool->storeSnapshot("tree", {"refused-snapshot", "application/json", false, 1}))
       << "nor does a watcher on the same spool keep anything";
   refused->setConsent(QENTelemetryConsent::kPending);
+  EXPECT_TRUE(spool->storeSnapshot("tree", {"pending-snapshot", "application/json", false, 1}));
   refused->report(spansNamed("late-span", 13, 3));
   refused->setConsent(QENTelemetryConsent::kNotGranted);
+  EXPECT_FALSE(spool->storeSnapshot("tree", {"refused-snapshot", "application/json", false, 1}));
   refused->shutdown(std::chrono::seconds(5));
   EXPECT_FALSE(onDisk("refused-span"));
   EXPECT_FALSE(onDisk("late-span"));
+  EXPECT_FALSE(onDisk("pending-snapshot"));
   const auto counters = refused->counters();
   EXPECT_EQ(counters.droppedSpoolCleared + counters.droppedNoConsent, 5u + 2u + 3u);
   EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
