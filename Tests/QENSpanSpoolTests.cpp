@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
@@ -327,14 +328,15 @@ TEST_F(SpanSpool, ABatchTooLargeGoesInHalvesDownToOneSpanAndAGzipBodyRefusedGoes
     int gzipped = 0;
     transport = std::make_shared<QENScriptedCollectorTransport>([&](int index) {
       const auto post = transport->posts().at(static_cast<std::size_t>(index));
-      if (std::ranges::count(post.headers,
-                             std::pair<std::string, std::string>("Content-Encoding", "gzip")) > 0) {
+      const std::pair<std::string, std::string> gzip("Content-Encoding", "gzip");
+      if (std::count(post.headers.begin(), post.headers.end(), gzip) > 0) {
         ++gzipped;
         return Outcome::kUnsupportedEncoding;
       }
       const auto spans = nlohmann::json::parse(post.body);
-      const bool third = std::ranges::any_of(
-          spans, [](const auto& span) { return span["id"] == "0000000000000003"; });
+      const bool third = std::any_of(spans.begin(), spans.end(), [](const auto& span) {
+        return span["id"] == "0000000000000003";
+      });
       return spans.size() > 2 || third ? Outcome::kTooLarge : Outcome::kDelivered;
     });
     QENSpanReporterOptions options;
