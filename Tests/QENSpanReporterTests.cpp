@@ -198,6 +198,17 @@ TEST(SpanReporter, ABatchIsPostedOnceAndThenOncePerRetry) {
   EXPECT_EQ(reporter.counters().droppedGaveUp, 3u);
 }
 
+TEST(SpanReporter, ARetryAfterOfZeroStillWaitsTheBackOff) {
+  QENLoopbackHTTPServer server([](int) { return Answer{429, Fault::kNone, "0"}; });
+  auto settings = options(server.url());
+  settings.initialBackoff = settings.maximumBackoff = std::chrono::hours(1);
+  QENSpanReporter reporter(settings);
+  reporter.report(spans(1));
+  server.waitForRequests(1);
+  EXPECT_FALSE(reporter.shutdown(100ms));
+  EXPECT_EQ(server.requests().size(), 1u) << "posted again at once";
+}
+
 TEST(SpanReporter, AFullBatchLeavesAtOnceWithoutWaitingForTheFlushInterval) {
   QENLoopbackHTTPServer server([](int) { return Answer{202}; });
   auto settings = options(server.url());

@@ -470,15 +470,20 @@ bool QENSpanReporter::stopGzipping() {
   return true;
 }
 
+// Never shorter than the back-off: a collector that keeps answering "Retry-After: 0" must not
+// make the reporter post in a tight loop.
 milliseconds QENSpanReporter::pauseAfter(Outcome outcome, QENBackoff& backoff) const {
+  const milliseconds backedOff = backoff.next();
   const auto asked = outcome == Outcome::kSlowDown ? transport_->retryAfter() : std::nullopt;
   if (!asked) {
-    return backoff.next();
+    return backedOff;
   }
   // Compared in seconds first: a Retry-After of years would overflow milliseconds.
-  return *asked >= std::chrono::ceil<std::chrono::seconds>(options_.maximumRetryAfter)
-             ? options_.maximumRetryAfter
-             : std::min<milliseconds>(*asked, options_.maximumRetryAfter);
+  const milliseconds bounded =
+      *asked >= std::chrono::ceil<std::chrono::seconds>(options_.maximumRetryAfter)
+          ? options_.maximumRetryAfter
+          : std::min<milliseconds>(*asked, options_.maximumRetryAfter);
+  return std::max(bounded, backedOff);
 }
 
 // A batch too large goes again in halves, down to single spans; a gzip body the collector cannot

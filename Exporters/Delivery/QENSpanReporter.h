@@ -114,8 +114,8 @@ struct QENSpanReporterOptions {
   std::chrono::milliseconds initialBackoff{100};
   std::chrono::milliseconds maximumBackoff{5000};
   // A collector that answers 429 or 503 is sent nothing more for as long as its Retry-After says,
-  // up to this (the back-off's next wait when it says nothing); the batch is then sent again. So a
-  // collector cannot stop a reporter for days. At least 0.
+  // up to this, and never for less than the back-off's next wait; the batch is then sent again.
+  // So a collector can neither stop a reporter for days nor make it post in a loop. At least 0.
   std::chrono::milliseconds maximumRetryAfter{std::chrono::minutes(10)};
   // One attempt's limit, for the default transport. At least 1 ms.
   std::chrono::milliseconds requestTimeout{5000};
