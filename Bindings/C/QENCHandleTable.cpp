@@ -121,16 +121,18 @@ bool QENCHandleTable::remove(std::uint64_t id, QENCHandleKind kind) {
       next |= kPendingFree;
     }
   } while (!slot.state.compare_exchange_weak(state, next, std::memory_order_acq_rel));
-  slot.kind.store(QENCHandleKind{}, std::memory_order_relaxed);
   if ((state & kPins) == 0) {
     free(slot);
   }
   return true;
 }
 
+// Only here, by the slot's one freer, and not in remove: once the last pin goes, the slot may be
+// taken again at once, and a remove still finishing would clear its next object's kind.
 void QENCHandleTable::free(Slot& slot) {
   std::shared_ptr<void> object = std::move(slot.owner);
   slot.object.store(nullptr, std::memory_order_relaxed);
+  slot.kind.store(QENCHandleKind{}, std::memory_order_relaxed);
   std::uint64_t head = freeHead_.load(std::memory_order_relaxed);
   do {
     slot.nextFree.store(static_cast<std::uint32_t>(head & 0xFFFFFFFF), std::memory_order_relaxed);

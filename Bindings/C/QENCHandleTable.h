@@ -51,7 +51,7 @@ class QENCHandleTable {
   // False when the id names no live object of that kind. The object goes now, on this thread,
   // unless a call on another thread still has it pinned; then it goes when that call ends.
   bool remove(std::uint64_t id, QENCHandleKind kind);
-  // Live handles of that kind.
+  // Live handles of that kind, counting a released one until the last call that found it ends.
   std::size_t count(QENCHandleKind kind) const;
 
  private:
@@ -63,7 +63,7 @@ class QENCHandleTable {
 
   struct Slot {
     std::atomic<std::uint64_t> state{kGeneration};
-    std::atomic<QENCHandleKind> kind{};  // none while free or released
+    std::atomic<QENCHandleKind> kind{};  // none while free; a generation ahead tells released
     std::atomic<void*> object{nullptr};
     std::shared_ptr<void> owner;  // written only by the slot's inserter and its one freer
     std::atomic<std::uint32_t> nextFree{0};
