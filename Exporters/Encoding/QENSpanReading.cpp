@@ -196,6 +196,7 @@ void QENSpanReading::readEvents(const QENThrift::Span& span) {
 
 void QENSpanReading::readTags(const QENThrift::Span& span) {
   tags_.clear();
+  ownTags_.clear();
   const auto& annotations = span.binary_annotations();
   for (std::size_t index = 0; index < annotations.size(); ++index) {
     const BinaryAnnotation* annotation = annotations[index].get();
@@ -211,7 +212,7 @@ void QENSpanReading::readTags(const QENThrift::Span& span) {
     }
   }
   if (scrubber_.isActive()) {
-    scrubber_.scrubEach(tags_, scrubbedTags_);
+    scrubber_.scrubEach(tags_, ownTags_);
   }
 }
 
@@ -234,17 +235,15 @@ void QENSpanReading::readRemoteService() {
 // After the remote service is read, so that a cut URL still names its host.
 void QENSpanReading::capTags() {
   using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
-  cappedTags_.clear();
   const std::size_t dropped = tags_.size() - std::min(tags_.size(), maximumTags_);
   tags_.resize(tags_.size() - dropped);
   std::int64_t truncated = 0;
   for (const BinaryAnnotation*& tag : tags_) {
     if (const std::ptrdiff_t length = cappedLength(*tag, maximumValueBytes_); length > 0) {
       const auto& bytes = *tag->value();
-      cappedTags_.push_back(std::make_shared<const BinaryAnnotation>(
-          tag->key(), BinaryAnnotation::Bytes(bytes.begin(), bytes.begin() + length),
-          tag->annotation_type(), tag->host()));
-      tag = cappedTags_.back().get();
+      tag = &ownTags_.emplace_back(tag->key(),
+                                   BinaryAnnotation::Bytes(bytes.begin(), bytes.begin() + length),
+                                   tag->annotation_type(), tag->host());
       ++truncated;
     }
   }
@@ -252,8 +251,7 @@ void QENSpanReading::capTags() {
        {std::pair{"qen.dropped_tags", static_cast<std::int64_t>(dropped)},
         std::pair{"qen.truncated_values", truncated}}) {
     if (count > 0) {
-      cappedTags_.push_back(Vocabulary::annotationWithKeyInt64(key, count));
-      tags_.push_back(cappedTags_.back().get());
+      tags_.push_back(&ownTags_.emplace_back(*Vocabulary::annotationWithKeyInt64(key, count)));
     }
   }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
@@ -118,7 +119,6 @@ class QENSpanReading {
   std::string remoteServiceName_;
   std::vector<const Annotation*> events_;
   std::vector<const BinaryAnnotation*> tags_;
-  std::vector<BinaryAnnotation>
-      scrubbedTags_;  // what tags_ points to where scrubbing changed a tag
-  std::vector<std::shared_ptr<const BinaryAnnotation>> cappedTags_;  // and where a cap did
+  // What tags_ points to where scrubbing or a cap changed a tag, or a cap added one.
+  std::deque<BinaryAnnotation> ownTags_;
 };

@@ -125,9 +125,7 @@ QENSpanScrubber::Outcome QENSpanScrubber::filter(const BinaryAnnotation& tag,
 }
 
 void QENSpanScrubber::scrubEach(std::vector<const BinaryAnnotation*>& tags,
-                                std::vector<BinaryAnnotation>& changed) const {
-  changed.clear();
-  changed.reserve(tags.size());  // so that the entries pointing into it stay valid
+                                std::deque<BinaryAnnotation>& changed) const {
   BinaryAnnotation scrubbed;
   std::size_t kept = 0;
   for (const BinaryAnnotation* tag : tags) {

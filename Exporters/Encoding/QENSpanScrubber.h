@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -43,10 +44,10 @@ class QENSpanScrubber {
   bool isActive() const noexcept { return options_.scrubURLs || options_.tagFilter != nullptr; }
   // Whether `tag` may leave as it is, must leave as `changed` (then written there), or not at all.
   Outcome scrub(const BinaryAnnotation& tag, BinaryAnnotation& changed) const;
-  // Scrubs a list of tags in place: a changed tag's entry then points to its copy in `changed`
-  // (cleared first, and holding its entries until the next call), a dropped tag's entry is gone.
+  // Scrubs a list of tags in place: a changed tag's entry then points to its copy, added to
+  // `changed` (where entries stay put), and a dropped tag's entry is gone.
   void scrubEach(std::vector<const BinaryAnnotation*>& tags,
-                 std::vector<BinaryAnnotation>& changed) const;
+                 std::deque<BinaryAnnotation>& changed) const;
   // `text` without user information and fragment and with its query values redacted; nullopt when
   // it is no URL with an authority, or has nothing to take out.
   std::optional<std::string> scrubbedURL(std::string_view text) const;

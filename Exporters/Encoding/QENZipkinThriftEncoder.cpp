@@ -1,6 +1,7 @@
 #include "QENZipkinThriftEncoder.h"
 
 #include <algorithm>
+#include <deque>
 #include <optional>
 
 #include "QENThrift/zipkin_spanConstants.h"
@@ -101,7 +102,7 @@ void writeScrubbedBinaryAnnotations(Writer& writer, const QENThrift::Span& span,
       annotations.push_back(annotation.get());
     }
   }
-  std::vector<QENThrift::BinaryAnnotation> changed;
+  std::deque<QENThrift::BinaryAnnotation> changed;
   scrubber.scrubEach(annotations, changed);
   writer.writeFieldBegin(Writer::kList, 8);
   writer.writeListBegin(Writer::kStruct, static_cast<std::int32_t>(annotations.size()));

@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -18,10 +17,12 @@
 #include <thread>
 #include <vector>
 
+#include "QENGzip.h"
+
 // A one-connection-at-a-time HTTP collector on 127.0.0.1 for reporter tests. Each request is
 // answered as `behaviour` says for its index, with a status or a fault. Every request is recorded
 // before it is answered, so a test that has seen the reporter finish sees every request. A gzip
-// body is recorded inflated (by zlib), as a collector reads it.
+// body is recorded inflated, as a collector reads it.
 class QENLoopbackHTTPServer {
  public:
   enum class Fault {
@@ -126,7 +127,7 @@ class QENLoopbackHTTPServer {
         continue;
       }
       if (headers.find("\r\ncontent-encoding: gzip\r\n") != std::string::npos) {
-        body = inflated(body);
+        body = QENGzip::decompress(body).value_or("not gzip");
       }
       const Answer answer = behaviour_(index);
       {
@@ -176,24 +177,6 @@ class QENLoopbackHTTPServer {
 
   static void send(int connection, const std::string& data) {
     [[maybe_unused]] const auto sent = ::send(connection, data.data(), data.size(), MSG_NOSIGNAL);
-  }
-
-  static std::string inflated(const std::string& gzipped) {
-    z_stream stream{};
-    inflateInit2(&stream, 15 + 16);  // gzip wrapper
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(gzipped.data()));
-    stream.avail_in = static_cast<uInt>(gzipped.size());
-    std::string out;
-    char buffer[65536];
-    int result = Z_OK;
-    while (result == Z_OK) {
-      stream.next_out = reinterpret_cast<Bytef*>(buffer);
-      stream.avail_out = sizeof buffer;
-      result = inflate(&stream, Z_NO_FLUSH);
-      out.append(buffer, sizeof buffer - stream.avail_out);
-    }
-    inflateEnd(&stream);
-    return result == Z_STREAM_END ? out : "not gzip";
   }
 
   // The header block (lower-cased, ending in "\r\n") and the body.
