@@ -24,24 +24,20 @@ struct CompletionProbe {
 
   Metric::CompletionBlock block() {
     return [this](bool valid) {
-      if (++calls == 1) {
+      if (++calls == 1)
         promise.set_value({valid, std::this_thread::get_id()});
-      }
     };
   }
 };
 
 TEST(MetricLifecycle, AFreshMetricIsUnstartedValidAndReportsNowPlusOne) {
   const auto metric = Metric::initWithName("fresh", 0.25);
-  EXPECT_FALSE(metric->isStarted());
-  EXPECT_FALSE(metric->isFinished());
-  EXPECT_FALSE(metric->isInFlight());
+  EXPECT_FALSE(metric->isStarted() || metric->isFinished() || metric->isInFlight());
   EXPECT_TRUE(metric->isValid());
-  EXPECT_EQ(metric->invalidateReason(), -1);
-  EXPECT_EQ(metric->metricCause(), -1);
-  EXPECT_EQ(metric->viewType(), -1);
-  EXPECT_EQ(metric->viewParameter(), -1);
-  EXPECT_EQ(metric->invalidatingQenLogEventType(), -1);
+  EXPECT_EQ((std::vector<std::int64_t>{metric->invalidateReason(), metric->metricCause(),
+                                       metric->viewType(), metric->viewParameter(),
+                                       metric->invalidatingQenLogEventType()}),
+            std::vector<std::int64_t>(5, -1));
   EXPECT_EQ(metric->completingEvent(), 0u);
   EXPECT_EQ(metric->identifier(), "fresh");
   EXPECT_EQ(metric->uploadFraction(), 0.25);
@@ -72,7 +68,8 @@ TEST(MetricLifecycle, TheFirstStartWinsAndEveryStartPostsWillStart) {
   QENNotificationCenter::defaultCenter().removeObserver(observer.get());
 }
 
-TEST(MetricLifecycle, StopIsIgnoredBeforeStartAndAfterTheFirstStop) {
+// Only the first stop after the start counts; one before the start is clamped to it.
+TEST(MetricLifecycle, StopIsIgnoredBeforeStartAndAfterTheFirstStopAndClampedToTheStart) {
   QENCapturedAssertions captured;
   const auto metric = Metric::initLeafMetricWithName("leaf");
   CompletionProbe probe;
@@ -80,7 +77,6 @@ TEST(MetricLifecycle, StopIsIgnoredBeforeStartAndAfterTheFirstStop) {
   metric->stopMetric();
   EXPECT_EQ(metric->stopTime(), kUnsetTime);
   EXPECT_NE(metric->completionBlocks(), nullptr) << "no callback taken out by an ignored stop";
-
   const double now = QENMonotonicTimeGetCurrent();
   metric->startMetricWithTime(now);
   metric->stopMetricWithTime(now + 0.5);
@@ -89,17 +85,13 @@ TEST(MetricLifecycle, StopIsIgnoredBeforeStartAndAfterTheFirstStop) {
   EXPECT_TRUE(probe.future.get().first);
   EXPECT_EQ(metric->completionBlocks(), nullptr);
   EXPECT_TRUE(captured.records().empty());
-}
 
-TEST(MetricLifecycle, AStopBeforeTheStartIsReportedAndClampedToTheStart) {
-  QENCapturedAssertions captured;
-  const auto metric = Metric::initLeafMetricWithName("leaf");
-  const double now = QENMonotonicTimeGetCurrent();
-  metric->startMetricWithTime(now);
-  metric->stopMetricWithTime(now - 2);
-  EXPECT_EQ(metric->stopTime(), now);
-  EXPECT_EQ(metric->metricTime(), 0.0);
-  EXPECT_TRUE(metric->isFinished());
+  const auto early = Metric::initLeafMetricWithName("leaf");
+  early->startMetricWithTime(now);
+  early->stopMetricWithTime(now - 2);
+  EXPECT_EQ(early->stopTime(), now);
+  EXPECT_EQ(early->metricTime(), 0.0);
+  EXPECT_TRUE(early->isFinished());
   ASSERT_EQ(captured.records().size(), 1u);
   EXPECT_EQ(captured.records()[0].message,
             "Metric stop time must be greater than or equal to start time");
@@ -116,12 +108,11 @@ TEST(MetricLifecycle, TimesFarFromNowAreReportedAndUsedAnywayButANaNStartIsIgnor
   metric->stopMetricWithTime(NAN);
   EXPECT_EQ(metric->startTime(), now + 4000);
   EXPECT_EQ(metric->stopTime(), now + 4000) << "NaN is not after the start: clamped to it";
-  EXPECT_TRUE(metric->isFinished());
-  const std::string startMessage =
+  const std::string start =
       "Invalid parameter not satisfying: ABS(startTime - QENMonotonicTimeGetCurrent()) < 3600";
   EXPECT_EQ(captured.messages(),
             (std::vector<std::string>{
-                startMessage, startMessage,
+                start, start,
                 "Invalid parameter not satisfying: ABS(stopTime - QENMonotonicTimeGetCurrent()) "
                 "< 3600"}));
 }
@@ -156,14 +147,9 @@ TEST(MetricLifecycle, CallbacksRunOnceInOrderOnTheGlobalQueueEvenPastOneThatThro
   EXPECT_TRUE(setProbe.future.get().first);
 
   // Added after the end: runs at once, here, with the validity at that moment.
-  bool lateValid = true;
-  std::thread::id lateThread;
-  metric->addCompletionBlock([&](bool valid) {
-    lateValid = valid;
-    lateThread = std::this_thread::get_id();
-  });
-  EXPECT_FALSE(lateValid);
-  EXPECT_EQ(lateThread, std::this_thread::get_id());
+  std::optional<std::pair<bool, std::thread::id>> late;
+  metric->addCompletionBlock([&](bool valid) { late.emplace(valid, std::this_thread::get_id()); });
+  EXPECT_EQ(late, std::pair(false, std::this_thread::get_id()));
 
   // An empty callback is a programmer error, reported and ignored in every state.
   metric->addCompletionBlock(nullptr);
@@ -220,11 +206,9 @@ TEST(MetricLifecycle, InvalidationBeforeStartKeepsLaterCallbacksForever) {
   metric->addCompletionBlock(late.block());
   EXPECT_EQ(metric->completionBlocks()->size(), 1u) << "stored, and no stop will ever take it";
   EXPECT_EQ(late.calls, 0);
-
-  // A start after the stored stop time does not make it finished.
   metric->startMetricWithTime(metric->stopTime() + 1);
   EXPECT_TRUE(metric->isStarted());
-  EXPECT_FALSE(metric->isFinished());
+  EXPECT_FALSE(metric->isFinished()) << "a start after the stored stop time";
 }
 
 TEST(MetricLifecycle, UploadFollowsTheWholePercentageDrawAndSkipsUnknownInvalidations) {
@@ -257,13 +241,11 @@ TEST(MetricLifecycle, PerformanceTestModeUploadsEverythingButUnknownInvalidation
 
 TEST(MetricLifecycle, FactoriesSetTimesAndIdentifiersWithoutSideEffects) {
   const auto measured = Metric::initWithName("measured", 10.0, 12.5);
-  EXPECT_TRUE(measured->isFinished());
+  EXPECT_TRUE(measured->isFinished() && measured->isObservingMetricWillStart());
   EXPECT_EQ(measured->metricTime(), 2.5);
-  EXPECT_TRUE(measured->isObservingMetricWillStart());
   const auto leaf = Metric::initLeafMetricWithName("leaf", 3.0, 1.0);
   EXPECT_FALSE(leaf->isFinished()) << "times are stored unchecked";
   EXPECT_FALSE(leaf->isObservingMetricWillStart());
-
   const auto identified = Metric::initWithName("ids", std::int64_t{-7}, std::int64_t{42});
   EXPECT_EQ(identified->traceId(), -7);
   EXPECT_EQ(identified->spanId(), 42);

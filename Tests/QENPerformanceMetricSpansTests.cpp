@@ -7,7 +7,6 @@
 
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
-#include "QENParentPerformanceMetric.h"
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceSendsTraceInHeader.h"
 #include "Span+DebugDescription.h"
@@ -188,23 +187,6 @@ TEST(SpanExport, AMetricThatSentTraceHeadersReportsTheSpanIdItSent) {
   plain->generateAndStoreSpanIdForURL(url);
   EXPECT_EQ(plain->overriddenSpanId(), 0);
   EXPECT_EQ(plain->spanId(), ownId);
-}
-
-TEST(ParentPerformanceMetric, TracesTheURLsItWasGivenUnderItsOwnSpanId) {
-  const auto parent = QENParentPerformanceMetric::initWithName("feed");
-  static_assert(
-      std::is_same_v<decltype(parent), const std::shared_ptr<QENParentPerformanceMetric>>);
-  const auto feed = QENURL::URLWithString("https://api.example.com/feed?page=2");
-  EXPECT_FALSE(parent->shouldIncludeTraceIdForURL(feed));
-  parent->addTracedURL(feed);
-  parent->addTracedURL(nullptr);
-  EXPECT_TRUE(parent->shouldIncludeTraceIdForURL(
-      QENURL::URLWithString("https://api.example.com/feed?page=2")));
-  EXPECT_FALSE(
-      parent->shouldIncludeTraceIdForURL(QENURL::URLWithString("https://api.example.com/")));
-  EXPECT_FALSE(parent->shouldIncludeTraceIdForURL(nullptr));
-  EXPECT_EQ(parent->parentSpanIdForURL(feed), parent->spanId());
-  EXPECT_EQ(parent->parentSpanIdForURL(nullptr), parent->spanId());
 }
 
 // A German locale writes decimal commas and lower-cases Latin-1 letters; what the library writes

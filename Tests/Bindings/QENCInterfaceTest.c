@@ -1,5 +1,5 @@
-/* The C interface driven from C: every function, bad handles and arguments, and a completion
- * callback that releases its own metric. Exits 0 when every check holds. */
+// The C interface driven from C: every function, bad handles and arguments, and a completion
+// callback that releases its own metric. Exits 0 when every check holds.
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -19,6 +19,7 @@ static int failures = 0;
   } while (0)
 
 #define TEXT(literal) literal, sizeof(literal) - 1
+#define OK(call) CHECK((call) == QENCStatusOK)
 
 static int contains(const QENCBuffer* buffer, const char* text) {
   const size_t length = strlen(text);
@@ -30,7 +31,7 @@ static int contains(const QENCBuffer* buffer, const char* text) {
   return 0;
 }
 
-/* A completion that releases the metric it completes, then tells the test. */
+// A completion that releases the metric it completes, then tells the test.
 struct Completion {
   pthread_mutex_t mutex;
   pthread_cond_t done;
@@ -54,20 +55,17 @@ static void completeAndRelease(void* userData, bool valid) {
 static void checkCompletionReleasingItsMetric(void) {
   struct Completion completion = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, {0}, 0, 0,
                                   QENCStatusFailed};
-  CHECK(QENCMetricCreate(TEXT("upload"), 1.0, &completion.metric) == QENCStatusOK);
-  CHECK(QENCMetricAddCompletion(completion.metric, completeAndRelease, &completion) ==
-        QENCStatusOK);
+  OK(QENCMetricCreate(TEXT("upload"), 1.0, &completion.metric));
+  OK(QENCMetricAddCompletion(completion.metric, completeAndRelease, &completion));
   CHECK(QENCMetricAddCompletion(completion.metric, NULL, NULL) == QENCStatusInvalidArgument);
-  CHECK(QENCMetricStart(completion.metric) == QENCStatusOK);
-  CHECK(QENCMetricInvalidate(completion.metric, 1) == QENCStatusOK);
+  OK(QENCMetricStart(completion.metric));
+  OK(QENCMetricInvalidate(completion.metric, 1));
   pthread_mutex_lock(&completion.mutex);
   while (completion.calls == 0) {
     pthread_cond_wait(&completion.done, &completion.mutex);
   }
   pthread_mutex_unlock(&completion.mutex);
-  CHECK(completion.calls == 1);
-  CHECK(!completion.valid);
-  CHECK(completion.releaseStatus == QENCStatusOK);
+  CHECK(completion.calls == 1 && !completion.valid && completion.releaseStatus == QENCStatusOK);
   CHECK(QENCMetricStart(completion.metric) == QENCStatusInvalidHandle);
 }
 
@@ -83,41 +81,43 @@ static void collectHeader(void* userData, const char* name, size_t nameLength, c
            (int)valueLength, value);
 }
 
-/* A tree measured with explicit times, every kind of tag and annotation, and its headers. */
+static int hasHeader(const struct Headers* headers, const char* name, int64_t id) {
+  char expected[64];
+  snprintf(expected, sizeof expected, "%s=%016llx;", name, (unsigned long long)id);
+  return strstr(headers->text, expected) != NULL;
+}
+
+// A tree measured with explicit times, every kind of tag and annotation, and its headers.
 static QENCMetric measuredTree(QENCMetric* request) {
   QENCMetric root;
-  CHECK(QENCMetricCreate(TEXT("home_feed_render"), 1.0, &root) == QENCStatusOK);
-  CHECK(QENCMetricCreate(TEXT("feed_request"), 1.0, request) == QENCStatusOK);
+  OK(QENCMetricCreate(TEXT("home_feed_render"), 1.0, &root));
+  OK(QENCMetricCreate(TEXT("feed_request"), 1.0, request));
   const double now = QENCMonotonicTimeNow();
-  CHECK(QENCMetricStartWithTime(root, now - 1.0) == QENCStatusOK);
-  CHECK(QENCMetricAddChild(root, *request) == QENCStatusOK);
-  CHECK(QENCMetricStartWithTime(*request, now - 0.5) == QENCStatusOK);
-  CHECK(QENCMetricAddAnnotation(*request, TEXT("first_byte"), now - 0.25) == QENCStatusOK);
-  CHECK(QENCMetricAddStringTag(*request, TEXT("http.path"), TEXT("/feed")) == QENCStatusOK);
-  CHECK(QENCMetricAddBoolTag(*request, TEXT("cached"), true) == QENCStatusOK);
-  CHECK(QENCMetricAddInt16Tag(*request, TEXT("retries"), -2) == QENCStatusOK);
-  CHECK(QENCMetricAddInt32Tag(*request, TEXT("status"), 200) == QENCStatusOK);
-  CHECK(QENCMetricAddInt64Tag(*request, TEXT("bytes"), 5000000000) == QENCStatusOK);
+  OK(QENCMetricStartWithTime(root, now - 1.0));
+  OK(QENCMetricAddChild(root, *request));
+  OK(QENCMetricStartWithTime(*request, now - 0.5));
+  OK(QENCMetricAddAnnotation(*request, TEXT("first_byte"), now - 0.25));
+  OK(QENCMetricAddStringTag(*request, TEXT("http.path"), TEXT("/feed")));
+  OK(QENCMetricAddBoolTag(*request, TEXT("cached"), true));
+  OK(QENCMetricAddInt16Tag(*request, TEXT("retries"), -2));
+  OK(QENCMetricAddInt32Tag(*request, TEXT("status"), 200));
+  OK(QENCMetricAddInt64Tag(*request, TEXT("bytes"), 5000000000));
   CHECK(QENCMetricAddStringTag(*request, NULL, 3, TEXT("x")) == QENCStatusInvalidArgument);
-  CHECK(QENCMetricAddStringTag(*request, TEXT("empty"), NULL, 0) == QENCStatusOK);
+  OK(QENCMetricAddStringTag(*request, TEXT("empty"), NULL, 0));
 
   int64_t rootTrace = 0, rootSpan = 0, requestTrace = 0, requestSpan = 0;
-  CHECK(QENCMetricIdentifiers(root, &rootTrace, &rootSpan) == QENCStatusOK);
-  CHECK(QENCMetricIdentifiers(*request, &requestTrace, &requestSpan) == QENCStatusOK);
+  OK(QENCMetricIdentifiers(root, &rootTrace, &rootSpan));
+  OK(QENCMetricIdentifiers(*request, &requestTrace, &requestSpan));
   CHECK(QENCMetricIdentifiers(root, NULL, &rootSpan) == QENCStatusInvalidArgument);
   struct Headers headers = {""};
-  CHECK(QENCMetricPropagationHeaders(*request, collectHeader, &headers) == QENCStatusOK);
-  char expected[64];
-  snprintf(expected, sizeof expected, "X-B3-SpanId=%016llx;", (unsigned long long)requestSpan);
-  CHECK(strstr(headers.text, expected) != NULL);
-  snprintf(expected, sizeof expected, "X-B3-ParentSpanId=%016llx;", (unsigned long long)rootSpan);
-  CHECK(strstr(headers.text, expected) != NULL);
-  snprintf(expected, sizeof expected, "X-B3-TraceId=%016llx;", (unsigned long long)rootTrace);
-  CHECK(strstr(headers.text, expected) != NULL);
+  OK(QENCMetricPropagationHeaders(*request, collectHeader, &headers));
+  CHECK(hasHeader(&headers, "X-B3-SpanId", requestSpan) &&
+        hasHeader(&headers, "X-B3-ParentSpanId", rootSpan) &&
+        hasHeader(&headers, "X-B3-TraceId", rootTrace));
   CHECK(QENCMetricPropagationHeaders(*request, NULL, NULL) == QENCStatusInvalidArgument);
 
-  CHECK(QENCMetricStopWithTime(*request, now - 0.1) == QENCStatusOK);
-  CHECK(QENCMetricStop(root) == QENCStatusOK);
+  OK(QENCMetricStopWithTime(*request, now - 0.1));
+  OK(QENCMetricStop(root));
   bool upload = false;
   CHECK(QENCMetricShouldUpload(root, &upload) == QENCStatusOK && upload);
   return root;
@@ -135,9 +135,8 @@ static void checkExport(QENCTrace trace) {
                   {QENCFormatChromeTrace, "\"traceEvents\""}};
   for (size_t index = 0; index < sizeof kFormats / sizeof kFormats[0]; ++index) {
     QENCBuffer encoded = {NULL, 0};
-    CHECK(QENCTraceEncode(trace, kFormats[index].format, TEXT("c-app"), &encoded) == QENCStatusOK);
-    CHECK(contains(&encoded, kFormats[index].mustContain));
-    CHECK(contains(&encoded, "c-app"));
+    OK(QENCTraceEncode(trace, kFormats[index].format, TEXT("c-app"), &encoded));
+    CHECK(contains(&encoded, kFormats[index].mustContain) && contains(&encoded, "c-app"));
     QENCBufferRelease(&encoded);
     CHECK(encoded.data == NULL);
   }
@@ -148,9 +147,9 @@ static void checkExport(QENCTrace trace) {
 
 static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   QENCSpool spool;
-  CHECK(QENCSpoolCreate(spoolPath, strlen(spoolPath), 0, 60, &spool) == QENCStatusOK);
+  OK(QENCSpoolCreate(spoolPath, strlen(spoolPath), 0, 60, &spool));
   const QENCHeader header = {TEXT("Authorization"), TEXT("Bearer c")};
-  /* Nothing listens on port 9 of loopback: every attempt fails, and the spool keeps the spans. */
+  // Nothing listens on port 9 of loopback: every attempt fails, and the spool keeps the spans.
   QENCReporterOptions options = {TEXT("http://127.0.0.1:9/api/v2/spans"),
                                  QENCFormatZipkinV2JSON,
                                  TEXT("c-app"),
@@ -159,44 +158,41 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
                                  1,
                                  spool};
   QENCReporter reporter;
-  CHECK(QENCReporterCreate(&options, &reporter) == QENCStatusOK);
-  CHECK(QENCSpoolRelease(spool) == QENCStatusOK); /* the reporter keeps it open */
-  /* Offline and pending: nothing is tried, and the spool keeps the spans all the same. */
+  OK(QENCReporterCreate(&options, &reporter));
+  OK(QENCSpoolRelease(spool));  // the reporter keeps it open
+  // Offline and pending: nothing is tried, and the spool keeps the spans all the same.
   const QENCDeviceConditions offline = {false, false, false, -1, false};
-  CHECK(QENCReporterSetDeviceConditions(reporter, &offline) == QENCStatusOK);
+  OK(QENCReporterSetDeviceConditions(reporter, &offline));
   CHECK(QENCReporterSetDeviceConditions(reporter, NULL) == QENCStatusInvalidArgument);
-  CHECK(QENCReporterSetConsent(reporter, QENCConsentPending) == QENCStatusOK);
+  OK(QENCReporterSetConsent(reporter, QENCConsentPending));
   CHECK(QENCReporterSetConsent(reporter, (QENCConsent)3) == QENCStatusInvalidArgument);
-  CHECK(QENCReporterReport(reporter, trace) == QENCStatusOK);
+  OK(QENCReporterReport(reporter, trace));
   bool delivered = true;
   CHECK(QENCReporterShutdown(reporter, 1000, &delivered) == QENCStatusOK && !delivered);
   QENCReporterCounters counters;
-  CHECK(QENCReporterGetCounters(reporter, &counters) == QENCStatusOK);
+  OK(QENCReporterGetCounters(reporter, &counters));
   CHECK(counters.accepted == 2 && counters.persisted == 2 && counters.delivered == 0);
   CHECK(QENCReporterGetCounters(reporter, NULL) == QENCStatusInvalidArgument);
-  CHECK(QENCReporterRelease(reporter) == QENCStatusOK);
+  OK(QENCReporterRelease(reporter));
 
   options.format = QENCFormatChromeTrace;
   CHECK(QENCReporterCreate(&options, &reporter) == QENCStatusInvalidArgument);
   options.format = QENCFormatZipkinV2JSON;
-  CHECK(QENCReporterCreate(&options, &reporter) == QENCStatusInvalidHandle); /* released spool */
+  CHECK(QENCReporterCreate(&options, &reporter) == QENCStatusInvalidHandle);  // released spool
   CHECK(QENCReporterCreate(NULL, &reporter) == QENCStatusInvalidArgument);
 }
 
-/* A request timed by a network stack, traced under a screen that hears the app go to the
- * background: its span carries the id its headers sent, and a child per phase. */
+// A request timed by a network stack, traced under a screen that hears the app go to the
+// background: its span carries the id its headers sent, and a child per phase.
 static void checkEndpointAndApplicationEvents(void) {
   QENCMetric screen, endpoint;
-  CHECK(QENCMetricCreate(TEXT("screen"), 1.0, &screen) == QENCStatusOK);
-  CHECK(QENCMetricStart(screen) == QENCStatusOK);
-  CHECK(QENCMetricObserveApplicationEvents(screen) == QENCStatusOK);
+  OK(QENCMetricCreate(TEXT("screen"), 1.0, &screen));
+  OK(QENCMetricStart(screen));
+  OK(QENCMetricObserveApplicationEvents(screen));
   int64_t sentSpanId = 0;
   struct Headers headers = {""};
-  CHECK(QENCPropagationHeadersForRequest(screen, &sentSpanId, collectHeader, &headers) ==
-        QENCStatusOK);
-  char expected[64];
-  snprintf(expected, sizeof expected, "X-B3-SpanId=%016llx;", (unsigned long long)sentSpanId);
-  CHECK(strstr(headers.text, expected) != NULL);
+  OK(QENCPropagationHeadersForRequest(screen, &sentSpanId, collectHeader, &headers));
+  CHECK(hasHeader(&headers, "X-B3-SpanId", sentSpanId));
   CHECK(QENCPropagationHeadersForRequest(screen, NULL, collectHeader, &headers) ==
         QENCStatusInvalidArgument);
 
@@ -206,45 +202,42 @@ static void checkEndpointAndApplicationEvents(void) {
   const QENCRequestTiming timing = {t,        t + 0.01, t + 0.02, t + 0.03, t + 0.04,
                                     t + 0.05, t + 0.05, t + 0.06, t + 0.07, t + 0.1,
                                     t + 0.2,  200,      300,      4000,     false};
-  CHECK(QENCEndpointMetricCreate(TEXT("https://api.example.com/v3/feed"), TEXT("GET"), &timing,
-                                 sentSpanId, &endpoint) == QENCStatusOK);
+  OK(QENCEndpointMetricCreate(TEXT("https://api.example.com/v3/feed"), TEXT("GET"), &timing,
+                              sentSpanId, &endpoint));
   CHECK(QENCEndpointMetricCreate(TEXT("https://x"), TEXT("GET"), NULL, 0, &endpoint) ==
         QENCStatusInvalidArgument);
-  CHECK(QENCMetricAddChild(screen, endpoint) == QENCStatusOK);
-  CHECK(QENCPostApplicationEvent(QENCApplicationDidEnterBackground) == QENCStatusOK);
+  OK(QENCMetricAddChild(screen, endpoint));
+  OK(QENCPostApplicationEvent(QENCApplicationDidEnterBackground));
   CHECK(QENCPostApplicationEvent((QENCApplicationEvent)9) == QENCStatusInvalidArgument);
-  CHECK(QENCMetricStop(screen) == QENCStatusOK);
+  OK(QENCMetricStop(screen));
 
   QENCTrace trace;
   QENCBuffer json = {NULL, 0};
-  CHECK(QENCTraceCreate(screen, NULL, 0, TEXT("c"), &trace) == QENCStatusOK);
-  CHECK(QENCTraceEncode(trace, QENCFormatZipkinV2JSON, TEXT("c-app"), &json) == QENCStatusOK);
+  OK(QENCTraceCreate(screen, NULL, 0, TEXT("c"), &trace));
+  OK(QENCTraceEncode(trace, QENCFormatZipkinV2JSON, TEXT("c-app"), &json));
+  char expected[64];
   snprintf(expected, sizeof expected, "\"id\":\"%016llx\"", (unsigned long long)sentSpanId);
-  CHECK(contains(&json, expected));
-  CHECK(contains(&json, "\"name\":\"resource_/v3/feed\""));
-  static const char* const kPhases[] = {"dns", "conn", "tls", "req", "resp"};
-  for (size_t index = 0; index < 5; ++index) {
-    snprintf(expected, sizeof expected, "\"name\":\"%s\"", kPhases[index]);
+  CHECK(contains(&json, expected) && contains(&json, "app.enter.background"));
+  static const char* const kNames[] = {"resource_/v3/feed", "dns", "conn", "tls", "req", "resp"};
+  for (size_t index = 0; index < 6; ++index) {
+    snprintf(expected, sizeof expected, "\"name\":\"%s\"", kNames[index]);
     CHECK(contains(&json, expected));
   }
-  CHECK(contains(&json, "app.enter.background"));
   QENCBufferRelease(&json);
-  CHECK(QENCTraceRelease(trace) == QENCStatusOK);
-  CHECK(QENCMetricRelease(endpoint) == QENCStatusOK);
-  CHECK(QENCMetricRelease(screen) == QENCStatusOK);
+  OK(QENCTraceRelease(trace));
+  OK(QENCMetricRelease(endpoint));
+  OK(QENCMetricRelease(screen));
 }
 
-/* Zero, released and wrong-kind handles are refused, and nothing happens. */
+// Zero, released and wrong-kind handles are refused, and nothing happens.
 static void checkBadHandles(QENCMetric released, QENCTrace trace) {
   const QENCMetric zero = {0};
-  const QENCMetric traceAsMetric = {trace.id};
-  const QENCReporter metricAsReporter = {released.id};
   CHECK(QENCMetricStart(zero) == QENCStatusInvalidHandle);
   CHECK(QENCMetricStop(released) == QENCStatusInvalidHandle);
-  CHECK(QENCMetricStartWithTime(traceAsMetric, 1.0) == QENCStatusInvalidHandle);
+  CHECK(QENCMetricStartWithTime((QENCMetric){trace.id}, 1.0) == QENCStatusInvalidHandle);
   CHECK(QENCMetricRelease(released) == QENCStatusInvalidHandle);
   CHECK(QENCMetricAddChild(zero, released) == QENCStatusInvalidHandle);
-  CHECK(QENCReporterShutdown(metricAsReporter, 0, NULL) == QENCStatusInvalidHandle);
+  CHECK(QENCReporterShutdown((QENCReporter){released.id}, 0, NULL) == QENCStatusInvalidHandle);
   CHECK(QENCTraceRelease((QENCTrace){released.id}) == QENCStatusInvalidHandle);
   CHECK(QENCSpoolRelease((QENCSpool){trace.id}) == QENCStatusInvalidHandle);
   CHECK(QENCMetricCreate(NULL, 4, 1.0, &released) == QENCStatusInvalidArgument);
@@ -256,34 +249,33 @@ int main(int argc, char** argv) {
     fprintf(stderr, "usage: %s <spool path>\n", argv[0]);
     return 2;
   }
-  char companion[4096];
-  remove(argv[1]); /* a spool left by an earlier run would send its batches first */
-  snprintf(companion, sizeof companion, "%s-wal", argv[1]);
-  remove(companion);
-  snprintf(companion, sizeof companion, "%s-shm", argv[1]);
-  remove(companion);
+  // A spool left by an earlier run would send its batches first.
+  static const char* const kSuffixes[] = {"", "-wal", "-shm"};
+  for (size_t index = 0; index < 3; ++index) {
+    char file[4096];
+    snprintf(file, sizeof file, "%s%s", argv[1], kSuffixes[index]);
+    remove(file);
+  }
   checkCompletionReleasingItsMetric();
   CHECK(QENCMetricHandleCount() == 0);
-  QENCMetric request;
+  QENCMetric request, running;
   const QENCMetric root = measuredTree(&request);
-  QENCTrace unfinished;
-  QENCMetric running;
-  CHECK(QENCMetricCreateLeaf(TEXT("running"), &running) == QENCStatusOK);
-  CHECK(QENCMetricStart(running) == QENCStatusOK);
-  CHECK(QENCTraceCreate(running, NULL, 0, TEXT("c"), &unfinished) == QENCStatusNotFinished);
-  CHECK(QENCMetricInvalidateWithTime(running, 0, QENCMonotonicTimeNow()) == QENCStatusOK);
-  CHECK(QENCMetricRelease(running) == QENCStatusOK);
-
   QENCTrace trace;
-  CHECK(QENCTraceCreate(root, TEXT("42"), TEXT("c"), &trace) == QENCStatusOK);
-  CHECK(QENCMetricRelease(request) == QENCStatusOK); /* the root keeps it in the tree */
-  CHECK(QENCMetricRelease(root) == QENCStatusOK);
+  OK(QENCMetricCreateLeaf(TEXT("running"), &running));
+  OK(QENCMetricStart(running));
+  CHECK(QENCTraceCreate(running, NULL, 0, TEXT("c"), &trace) == QENCStatusNotFinished);
+  OK(QENCMetricInvalidateWithTime(running, 0, QENCMonotonicTimeNow()));
+  OK(QENCMetricRelease(running));
+
+  OK(QENCTraceCreate(root, TEXT("42"), TEXT("c"), &trace));
+  OK(QENCMetricRelease(request));  // the root keeps it in the tree
+  OK(QENCMetricRelease(root));
   CHECK(QENCMetricHandleCount() == 0);
   checkExport(trace);
   checkDelivery(trace, argv[1]);
   checkBadHandles(root, trace);
   checkEndpointAndApplicationEvents();
-  CHECK(QENCTraceRelease(trace) == QENCStatusOK);
+  OK(QENCTraceRelease(trace));
   if (failures != 0) {
     fprintf(stderr, "%d checks failed\n", failures);
   }

@@ -1,26 +1,9 @@
 #!/usr/bin/python3
-"""Reads back the library's Zipkin and OTLP encodings with readers the library did not write.
-
-1. Generates Python code for Zipkin's core IDL with thrift-compiler, decodes spans.thrift with
-   Apache Thrift's binary protocol, and checks every field against expected.json.
-2. Decodes the backend-safe spans-safe.thrift the same way, converts each span as Zipkin converts
-   v1 spans to v2 (below), has py_zipkin's own v2 JSON encoder write it, and compares the result
-   field by field with spans-v2.json. py_zipkin carries times as float seconds and truncates when
-   it writes microseconds, so times may differ by one microsecond; everything else must be equal.
-3. Requires spans-otlp.json to say what spans-v2.json says of every span: service, kind,
-   endpoints, times, events and tags.
-4. Requires that no encoding carries a time at the saturated 64-bit value.
-
-Zipkin's v1-to-v2 rules, as far as these spans use them: the span's timestamp and duration carry
-over (0 means absent); client-send and client-receive make the kind CLIENT and their host the
-local endpoint; other annotations stay, as events; a server-address binary annotation names the
-remote endpoint; the local component's host is the local endpoint when no core annotation named
-one, and its value is a tag; every other binary annotation is a tag, its value as text. Service
-names are lower-cased; a parent id of 0 is absent.
-
-Usage: check_zipkin_interop.py WRITER_PROGRAM ZIPKIN_CORE_THRIFT
-Prints "N passed, M failed" and exits non-zero on any failure.
-"""
+# Reads back our encodings with readers we did not write: Apache Thrift decodes both Thrift forms;
+# py_zipkin writes the backend-safe spans, converted by Zipkin's v1-to-v2 rules (as_py_zipkin), as
+# v2 JSON equal to ours (times within the microsecond it truncates); our OTLP says what our v2
+# says; no encoding carries the saturated time.
+# Usage: check_zipkin_interop.py WRITER_PROGRAM ZIPKIN_CORE_THRIFT   Prints "N passed, M failed".
 import importlib
 import json
 import os
@@ -93,7 +76,8 @@ def endpoint(host):
 
 
 def as_py_zipkin(span):
-    """The v2 span Zipkin makes of a v1 span, as py_zipkin's builder takes it."""
+    """The v2 span Zipkin makes of a v1 span: core annotations make a client and name the local
+    endpoint, "sa" the remote one, "lc" the local one otherwise; other binary annotations are tags."""
     hex_id = lambda value: format(value & (2**64 - 1), "016x")
     core = {a.value: a for a in span.annotations if a.value in ("cs", "cr")}
     local = core["cs"].host if "cs" in core else None
