@@ -97,14 +97,4 @@ TEST(AssertionFailureReport, NamesTheLibraryAsTheModuleOfItsOwnSources) {
   EXPECT_EQ(records[1].fileID(), "QENPerformanceLogger/File.cpp");
 }
 
-TEST(AssertionMacros, AreSilentWhenAssertionLoggingIsOff) {
-  evaluations = 0;
-  QENCapturedAssertions captured;
-  QENFoundationDevLogger::setFoundationAssertsLoggingEnabled(false);
-  QENAssert(false, "-[X y]", "silent %d", countedValue());
-  QENFoundationDevLogger::setFoundationAssertsLoggingEnabled(true);
-  EXPECT_TRUE(captured.records().empty());
-  EXPECT_EQ(evaluations, 0);
-}
-
 }  // namespace

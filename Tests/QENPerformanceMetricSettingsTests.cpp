@@ -10,22 +10,6 @@ namespace {
 
 using Metric = QENPerformanceMetric;
 
-TEST(MetricClassSettings, StartWithTheirDefaultsAndKeepACopyOfTheNames) {
-  EXPECT_TRUE(Metric::shouldCheckPerformanceTestLogging());
-  EXPECT_FALSE(Metric::enablePerformanceTestLogging());
-  EXPECT_EQ(Metric::uwtMetricNames(), nullptr);
-
-  Metric::MetricNameSet names = {"home_feed_render"};
-  Metric::setUwtMetricNames(names);
-  names.insert("profile_load");
-  const auto stored = Metric::uwtMetricNames();
-  ASSERT_NE(stored, nullptr);
-  EXPECT_EQ(*stored, Metric::MetricNameSet{"home_feed_render"});
-  Metric::setUwtMetricNames(std::nullopt);
-  EXPECT_EQ(Metric::uwtMetricNames(), nullptr);
-  EXPECT_EQ(*stored, Metric::MetricNameSet{"home_feed_render"}) << "readers keep their set";
-}
-
 TEST(MetricFactories, CreateWithABlockMeasuresTheWorkOnce) {
   int runs = 0;
   double workTime = 0;
@@ -41,16 +25,6 @@ TEST(MetricFactories, CreateWithABlockMeasuresTheWorkOnce) {
   const auto timed = Metric::createWithName("timed", 5.0, 4.0);
   EXPECT_EQ(timed->startTime(), 5.0);
   EXPECT_EQ(timed->stopTime(), 4.0);
-}
-
-TEST(MetricDebugDescription, NamesEveryReasonAndFallsBackToUnknown) {
-  EXPECT_EQ(Metric::debugNameForStopReason(-1), "Complete");
-  EXPECT_EQ(Metric::debugNameForStopReason(0), "Unknown");
-  EXPECT_EQ(Metric::debugNameForStopReason(4), "ResponseTimeout");
-  EXPECT_EQ(Metric::debugNameForStopReason(5), "ClientError");
-  EXPECT_EQ(Metric::debugNameForStopReason(42), "Unknown");
-  EXPECT_EQ(Metric::debugNameForStopReason(-2), "Unknown");
-  EXPECT_EQ(Metric::debugNameForStopReason(std::numeric_limits<std::int64_t>::max()), "Unknown");
 }
 
 TEST(MetricDebugDescription, PrintsOneIndentedLinePerMetricInInsertionOrder) {

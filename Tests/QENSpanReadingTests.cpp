@@ -164,12 +164,6 @@ TEST(SpanReading, KeysAlikeOnceWrittenAndNonFiniteDoublesReadTheSameInEveryForma
   EXPECT_EQ(attributes, expected);
 }
 
-TEST(SpanReading, ServiceIsTheOptionLowerCasedOrElseTheHostPlatform) {
-  EXPECT_EQ(QENSpanReading().serviceName(), QENDevice::platformName());
-  EXPECT_NE(QENSpanReading().serviceName(), "ios") << "this test runs on Linux";
-  EXPECT_EQ(QENSpanReading({.serviceName = "Feed-App"}).serviceName(), "feed-app");
-}
-
 TEST(SpanScrubber, URLsLoseUserInformationFragmentAndQueryValuesButTheKeptKeysValues) {
   const QENSpanScrubber scrubber({.keptQueryKeys = {"size", "debug"}});
   const struct {
@@ -344,21 +338,6 @@ TEST(TracePropagationPolicy, AllowsTheListedHostsAndTheirSubdomainsOnly) {
   EXPECT_EQ(captured.messages(),
             std::vector<std::string>(
                 4, "Invalid parameter not satisfying: a host suffix is a host name or its end"));
-}
-
-TEST(TracePropagationHeaders, AVideoPreloadKeepsItsOwnHeadersAndAddsTheOtherForms) {
-  const auto url = QENURL::URLWithString("https://video.example.com/v.mp4");
-  for (const bool cdnLogging : {false, true}) {
-    const auto signal =
-        QENPerformanceSignal::initWithVideoUrl(url, std::int64_t{255}, false, cdnLogging);
-    const auto headers = QENTracePropagationHeaders::headersForVideoPreload(*signal, false);
-    for (const auto& [name, value] : signal->getHeaderFields()) {
-      EXPECT_EQ(headers.at(name), value);
-    }
-    EXPECT_EQ(headers.count("X-B3-Sampled"), cdnLogging ? 0u : 1u);
-    EXPECT_EQ(headers.at("traceparent").substr(0, 35), "00-000000000000000000000000000000ff");
-    EXPECT_EQ(headers.at("traceparent").substr(52), cdnLogging ? "-01" : "-00");
-  }
 }
 
 }  // namespace

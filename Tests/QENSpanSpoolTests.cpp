@@ -1,16 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <mutex>
 #include <random>
 #include <set>
 #include <thread>
 
-#include "BinaryAnnotation+QENAdditions.h"
 #include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENSpanSpool.h"
@@ -19,12 +16,18 @@
 #include "Support/QENLoopbackHTTPServer.h"
 #include "Support/QENScriptedCollectorTransport.h"
 #include "Support/QENSpoolKillRound.h"
+#include "Support/QENTestSpans.h"
 
 namespace {
 
-using Batch = QENEncodedBatch;
+using namespace std::chrono_literals;
 using Answer = QENLoopbackHTTPServer::Answer;
-using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+using Consent = QENTelemetryConsent;
+
+std::string contentsOf(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 class SpanSpool : public testing::Test {
  protected:
@@ -35,8 +38,19 @@ class SpanSpool : public testing::Test {
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
   std::string path() const { return (folder_ / "spool.sqlite").string(); }
-  static Batch batch(std::uint64_t spans, std::size_t bytes = 16) {
-    return Batch{std::string(bytes, 'x'), "application/json", false, spans};
+  static QENEncodedBatch batch(std::uint64_t spans, std::size_t bytes = 16) {
+    return {std::string(bytes, 'x'), "application/json", false, spans};
+  }
+  // A reporter's settings as the next process on this spool would have them.
+  QENSpanReporterOptions spooled(const std::string& url) const {
+    QENSpanReporterOptions options;
+    options.collectorURL = url;
+    options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
+    options.flushInterval = 0ms;
+    return options;
+  }
+  bool onDisk(const char* text) const {
+    return (contentsOf(path()) + contentsOf(path() + "-wal")).find(text) != std::string::npos;
   }
 
   std::filesystem::path folder_;
@@ -51,7 +65,7 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
   const char* asked = std::getenv("QEN_KILL_ROUNDS");  // 500 for a stress run
   for (int round = asked != nullptr ? std::atoi(asked) : 20; round > 0; --round) {
     SCOPED_TRACE("round " + std::to_string(round));
-    QENLoopbackHTTPServer server([](int) { return QENLoopbackHTTPServer::Answer{}; });
+    QENLoopbackHTTPServer server([](int) { return Answer{}; });
     std::int64_t persisted = 0;
     {
       QENChildProcess child(spoolKillChild(path(), server.url(), "spans"));
@@ -66,9 +80,8 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
     EXPECT_EQ(integrityOf(path()), "ok");
     const std::uint64_t retried = drainSpool(path(), server.url()).retried;
     const auto acknowledged = server.acknowledgedSpanIds();
-    for (std::int64_t id = 1; id <= persisted; ++id) {
+    for (std::int64_t id = 1; id <= persisted; ++id)
       ASSERT_TRUE(acknowledged.contains(QENFoundation::qen_networkEndianHexString(id))) << id;
-    }
     std::uint64_t duplicates = 0;
     for (const auto& [id, times] : acknowledged)
       duplicates += static_cast<std::uint64_t>(times - 1);
@@ -79,7 +92,7 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
 }
 
 TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
-  QENLoopbackHTTPServer server([](int) { return QENLoopbackHTTPServer::Answer{}; });
+  QENLoopbackHTTPServer server([](int) { return Answer{}; });
   {
     QENChildProcess child(spoolKillChild(path(), server.url(), "trees"));
     ASSERT_EQ(child.readLine(), "ready");
@@ -87,9 +100,8 @@ TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
   drainSpool(path(), server.url());
   std::map<std::string, nlohmann::json> spans;
   for (const auto& request : server.requests()) {
-    for (const auto& span : nlohmann::json::parse(request.body)) {
+    for (const auto& span : nlohmann::json::parse(request.body))
       spans[span["name"]] = span;
-    }
   }
   ASSERT_EQ(spans.size(), 4u) << "the completed tree leaves nothing behind";
   const auto& root = spans.at("abandoned_cold_start");
@@ -97,9 +109,8 @@ TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
   EXPECT_EQ(spans.at("abandoned_done")["parentId"], root["id"]);
   EXPECT_EQ(running["parentId"], root["id"]);
   EXPECT_EQ(spans.at("abandoned_inner")["parentId"], running["id"]);
-  for (const auto& [name, span] : spans) {
+  for (const auto& [name, span] : spans)
     EXPECT_EQ(span["tags"]["qen.recovered"], "true") << name;
-  }
   const auto end = [](const nlohmann::json& span) {
     return span["timestamp"].get<std::int64_t>() + span["duration"].get<std::int64_t>();
   };
@@ -109,13 +120,12 @@ TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
 TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItCompletes) {
   const auto spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
   std::vector<std::size_t> storedTrees;
-  QENUnfinishedTraceWatcher watcher(
-      spool, QENSpanEncoding{}, QENPerformanceMetricAppContext("1", "x"),
-      std::chrono::milliseconds(0), [&](std::size_t trees) { storedTrees.push_back(trees); });
+  QENUnfinishedTraceWatcher watcher(spool, QENSpanEncoding{},
+                                    QENPerformanceMetricAppContext("1", "x"), 0ms,
+                                    [&](std::size_t trees) { storedTrees.push_back(trees); });
   const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
-  const auto idle = QENPerformanceMetric::initWithName("idle", 1.0);
   watcher.watch(feed);
-  watcher.watch(idle);
+  watcher.watch(QENPerformanceMetric::initWithName("idle", 1.0));
   QENApplicationLifecycle::postDidEnterBackground();
   feed->startMetric();
   QENApplicationLifecycle::postDidEnterBackground();
@@ -126,69 +136,39 @@ TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItComp
   EXPECT_EQ(QENSpanSpool({.path = path()}).counters().recovered, 0u);
 }
 
-void runSQL(const std::string& path, const char* sql, bool keepWriteAheadLog = false) {
-  sqlite3* db = nullptr;
-  sqlite3_open(path.c_str(), &db);
-  sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
-  if (keepWriteAheadLog) {  // as a process killed before its checkpoint leaves it
-    sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-  }
-  sqlite3_close(db);
-}
-
-std::string contentsOf(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-QENSpanReporter::SpanList spansNamed(const std::string& name, std::int64_t firstId, int count) {
-  QENSpanReporter::SpanList spans;
-  for (std::int64_t id = firstId; id < firstId + count; ++id) {
-    spans.push_back(std::make_shared<QENThrift::Span>());
-    spans.back()->setId(id);
-    spans.back()->setName(name);
-  }
-  return spans;
-}
-
-// Four reporters in turn on one spool, each as the next process would be.
+// Reporters in turn on one spool, each as the next process would be; bodies unzipped so that the
+// file can be searched.
 TEST_F(SpanSpool, PendingConsentKeepsSpansUnsentGrantedSendsThemAllAndNotGrantedErasesThem) {
   QENLoopbackHTTPServer server([](int) { return Answer{202}; });
   std::shared_ptr<QENSpanSpool> spool;
-  const auto reporterWith = [&](QENTelemetryConsent consent) {
-    QENSpanReporterOptions options;
-    options.collectorURL = server.url();
-    spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
-    options.spool = spool;
-    options.encoding.gzip = false;  // so that the file can be searched
-    options.flushInterval = std::chrono::milliseconds(0);
+  const auto reporterWith = [&](Consent consent) {
+    auto options = spooled(server.url());
+    spool = options.spool;
+    options.encoding.gzip = false;
     options.consent = consent;
     return std::make_unique<QENSpanReporter>(options);
   };
-  const auto onDisk = [&](const char* name) {
-    return (contentsOf(path()) + contentsOf(path() + "-wal")).find(name) != std::string::npos;
-  };
-  auto pending = reporterWith(QENTelemetryConsent::kPending);
-  pending->report(spansNamed("asked-span", 1, 5));
-  EXPECT_FALSE(pending->shutdown(std::chrono::seconds(5)));
+  auto pending = reporterWith(Consent::kPending);
+  pending->report(testSpans(5, 1, "asked-span"));
+  EXPECT_FALSE(pending->shutdown(5s));
   EXPECT_EQ(pending->counters().persisted, 5u);
   EXPECT_TRUE(server.requests().empty());
-  auto granted = reporterWith(QENTelemetryConsent::kPending);
-  granted->setConsent(QENTelemetryConsent::kGranted);
-  EXPECT_TRUE(granted->shutdown(std::chrono::seconds(20)));
+  auto granted = reporterWith(Consent::kPending);
+  granted->setConsent(Consent::kGranted);
+  EXPECT_TRUE(granted->shutdown(20s));
   EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
 
-  reporterWith(QENTelemetryConsent::kPending)->report(spansNamed("refused-span", 6, 5));
+  reporterWith(Consent::kPending)->report(testSpans(5, 6, "refused-span"));
   ASSERT_TRUE(onDisk("refused-span"));
-  auto refused = reporterWith(QENTelemetryConsent::kNotGranted);
+  auto refused = reporterWith(Consent::kNotGranted);
   EXPECT_FALSE(onDisk("refused-span"));
-  refused->report(spansNamed("refused-span", 11, 2));
-  EXPECT_FALSE(spool->storeSnapshot("tree", {"refused-snapshot", "application/json", false, 1}))
+  refused->report(testSpans(2, 11, "refused-span"));
+  EXPECT_FALSE(spool->storeSnapshot("tree", batch(1)))
       << "nor does a watcher on the same spool keep anything";
-  refused->shutdown(std::chrono::seconds(5));
+  refused->shutdown(5s);
   EXPECT_FALSE(onDisk("refused-span"));
-  refused->setConsent(QENTelemetryConsent::kPending);
-  EXPECT_TRUE(spool->storeSnapshot("tree", {"kept-again", "application/json", false, 1}));
+  refused->setConsent(Consent::kPending);
+  EXPECT_TRUE(spool->storeSnapshot("tree", batch(1)));
   const auto counters = refused->counters();
   EXPECT_EQ(counters.droppedSpoolCleared + counters.droppedNoConsent, 5u + 2u);
   EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
@@ -211,23 +191,20 @@ class SpanSpoolDevice : public SpanSpool, public testing::WithParamInterface<Dev
 TEST_P(SpanSpoolDevice, SendingPausesOnlyWhenTheDeviceCannotAffordItAndResumesAtOnce) {
   const DeviceCase& row = GetParam();
   QENLoopbackHTTPServer server([](int) { return Answer{202}; });
-  QENSpanReporterOptions options;
-  options.collectorURL = server.url();
-  options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
-  options.flushInterval = std::chrono::milliseconds(0);
-  options.pausesOnMeteredNetwork = true;
-  {
+  for (const bool first : {true, false}) {
+    auto options = spooled(server.url());
+    options.pausesOnMeteredNetwork = true;
     QENSpanReporter reporter(options);
     reporter.setDeviceConditions(row.conditions);
-    reporter.report(spansNamed("span", 1, 5));
-    EXPECT_EQ(reporter.shutdown(std::chrono::seconds(20)), !row.pauses);
+    if (first) {
+      reporter.report(testSpans(5));
+      EXPECT_EQ(reporter.shutdown(20s), !row.pauses);
+      EXPECT_EQ(server.requests().empty(), row.pauses);
+    } else {
+      reporter.setDeviceConditions({});
+      EXPECT_TRUE(reporter.shutdown(20s));
+    }
   }
-  EXPECT_EQ(server.requests().empty(), row.pauses);
-  options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
-  QENSpanReporter next(options);
-  next.setDeviceConditions(row.conditions);
-  next.setDeviceConditions({});
-  EXPECT_TRUE(next.shutdown(std::chrono::seconds(20)));
   EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
 }
 
@@ -246,15 +223,15 @@ INSTANTIATE_TEST_SUITE_P(
 // five goes plain, then in halves, down to span 3 alone, with a spool or without.
 TEST_F(SpanSpool, ABatchTooLargeGoesInHalvesDownToOneSpanAndAGzipBodyRefusedGoesPlain) {
   using Outcome = QENCollectorTransport::Outcome;
-  for (const bool spooled : {false, true}) {
-    SCOPED_TRACE(spooled ? "spooled" : "not spooled");
+  for (const bool withSpool : {false, true}) {
+    SCOPED_TRACE(withSpool ? "spooled" : "not spooled");
     QENCapturedAssertions captured;
     std::shared_ptr<QENScriptedCollectorTransport> transport;
     int gzipped = 0;
     transport = std::make_shared<QENScriptedCollectorTransport>([&](int index) {
       const auto post = transport->posts().at(static_cast<std::size_t>(index));
-      const std::pair<std::string, std::string> gzip("Content-Encoding", "gzip");
-      if (std::count(post.headers.begin(), post.headers.end(), gzip) > 0) {
+      if (std::count(post.headers.begin(), post.headers.end(),
+                     std::pair<std::string, std::string>("Content-Encoding", "gzip")) > 0) {
         ++gzipped;
         return Outcome::kUnsupportedEncoding;
       }
@@ -264,32 +241,35 @@ TEST_F(SpanSpool, ABatchTooLargeGoesInHalvesDownToOneSpanAndAGzipBodyRefusedGoes
       });
       return spans.size() > 2 || third ? Outcome::kTooLarge : Outcome::kDelivered;
     });
-    QENSpanReporterOptions options;
+    auto options = spooled("");
     options.transport = transport;
-    options.flushInterval = std::chrono::milliseconds(0);
-    if (spooled) {
-      options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
-    }
+    if (!withSpool)
+      options.spool = nullptr;
     QENSpanReporter reporter(options);
-    reporter.report(spansNamed("span", 1, 5));
-    reporter.shutdown(std::chrono::seconds(20));
-    const auto counters = reporter.counters();
-    EXPECT_EQ(counters.delivered, 4u);
-    EXPECT_EQ(counters.droppedTooLarge, 1u);
-    EXPECT_EQ(counters.dropped(), 1u);
+    reporter.report(testSpans(5));
+    reporter.shutdown(20s);
+    EXPECT_EQ(reporter.counters().delivered, 4u);
+    EXPECT_EQ(reporter.counters().droppedTooLarge, 1u);
+    EXPECT_EQ(reporter.counters().dropped(), 1u);
     EXPECT_EQ(gzipped, 1) << "once refused, gzip is not tried again";
     EXPECT_EQ(captured.messages().size(), 2u) << "the 415, and the span undelivered";
   }
+}
+
+void runSQL(const std::string& path, const char* sql, bool keepWriteAheadLog = false) {
+  sqlite3* db = nullptr;
+  sqlite3_open(path.c_str(), &db);
+  sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+  if (keepWriteAheadLog)  // as a process killed before its checkpoint leaves it
+    sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  sqlite3_close(db);
 }
 
 // Whatever is at the spool's path and is not a spool of this version is moved aside untouched,
 // with the files SQLite keeps beside it, under a name no earlier file took.
 TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideUntouchedAndAFreshOneMade) {
   const std::function<void(const std::string&)> makers[] = {
-      [](const std::string& path) { runSQL(path, "CREATE TABLE photos(id INTEGER)"); },
-      [](const std::string& path) {
-        std::ofstream(path, std::ios::binary) << std::string(8192, '\x5a');
-      },
+      [](const std::string& path) { std::ofstream(path) << std::string(8192, 'Z'); },
       [](const std::string& path) {  // written ahead, not yet checkpointed
         runSQL(path,
                "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;"
@@ -307,16 +287,14 @@ TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideUntouchedAndAFreshOneMade) {
     make(path());
     std::set<std::string> original;
     for (const char* suffix : {"", "-wal"}) {
-      if (std::filesystem::exists(path() + suffix)) {
+      if (std::filesystem::exists(path() + suffix))
         original.insert(contentsOf(path() + suffix));
-      }
     }
     const auto now = std::chrono::duration_cast<std::chrono::seconds>(
                          std::chrono::system_clock::now().time_since_epoch())
                          .count();
-    for (auto second = now - 1; second <= now + 2; ++second) {  // earlier files moved aside
+    for (auto second = now - 1; second <= now + 2; ++second)  // earlier files moved aside
       std::ofstream(path() + ".unreadable-" + std::to_string(second)) << "earlier";
-    }
     QENSpanSpool spool({.path = path()});
     EXPECT_EQ(spool.counters().filesMovedAside, 1u);
     EXPECT_TRUE(spool.append(batch(3)));
@@ -324,9 +302,8 @@ TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideUntouchedAndAFreshOneMade) {
     for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
       const std::string name = entry.path().filename().string();
       if (name.find(".unreadable-") != std::string::npos && !name.ends_with("-shm") &&
-          contentsOf(entry.path()) != "earlier") {
+          contentsOf(entry.path()) != "earlier")
         aside.insert(contentsOf(entry.path()));
-      }
     }
     EXPECT_EQ(aside, original) << "kept, byte for byte, the write-ahead log included";
   }
@@ -338,36 +315,15 @@ TEST_F(SpanSpool, ASpoolThatCannotBeWrittenDropsAndCountsWithoutBlockingTheCalle
   for (const std::string& place :
        {(folder_ / "missing" / "spool.sqlite").string(), std::string("/proc/qen-spool.sqlite")}) {
     QENSpanReporterOptions options;
-    options.collectorURL = QENLoopbackHTTPServer::refusingURL();
+    options.collectorURL = "http://127.0.0.1:9/api/v2/spans";  // nothing listens
     options.spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = place});
     EXPECT_FALSE(options.spool->isOpen()) << place;
     QENSpanReporter reporter(options);
-    QENSpanReporter::SpanList spans(25, std::make_shared<QENThrift::Span>());
-    reporter.report(spans);
-    EXPECT_FALSE(reporter.shutdown(std::chrono::seconds(20)));
-    const auto counters = reporter.counters();
-    EXPECT_EQ(counters.droppedSpoolWriteFailed, 25u) << place;
-    EXPECT_EQ(counters.accepted, counters.persisted + counters.droppedSpoolWriteFailed);
+    reporter.report(QENSpanReporter::SpanList(25, std::make_shared<QENThrift::Span>()));
+    EXPECT_FALSE(reporter.shutdown(20s));
+    EXPECT_EQ(reporter.counters().droppedSpoolWriteFailed, 25u) << place;
+    EXPECT_EQ(reporter.counters().accepted, reporter.counters().droppedSpoolWriteFailed);
   }
-}
-
-TEST_F(SpanSpool, AFullDiskFailsTheWriteKeepsWhatWasWrittenAndCountsTheRest) {
-  QENSpanSpool spool({.path = path(), .maximumFileBytes = 96 * 1024});
-  std::mt19937_64 random(7);
-  std::uint64_t written = 0;
-  std::uint64_t failed = 0;
-  for (int index = 0; index < 40; ++index) {
-    Batch incompressible = batch(2, 0);
-    for (int byte = 0; byte < 8192; ++byte)
-      incompressible.body.push_back(static_cast<char>(random()));
-    (spool.append(incompressible) ? written : failed) += 2;
-  }
-  EXPECT_GT(written, 0u);
-  EXPECT_GT(failed, 0u);
-  EXPECT_EQ(spool.counters().persisted, written);
-  EXPECT_EQ(spool.counters().droppedWriteFailed, failed);
-  EXPECT_EQ(integrityOf(path()), "ok");
-  EXPECT_TRUE(spool.oldest().has_value());
 }
 
 TEST_F(SpanSpool, TheOldestBatchesGoPastTheByteAndAgeBounds) {
@@ -379,7 +335,6 @@ TEST_F(SpanSpool, TheOldestBatchesGoPastTheByteAndAgeBounds) {
   const auto third = spool.oldest();
   ASSERT_TRUE(third.has_value());
   spool.remove(third->id);
-
   runSQL(path(), "UPDATE batches SET created = created - 8 * 24 * 3600");
   EXPECT_FALSE(spool.oldest().has_value());
   EXPECT_EQ(spool.counters().droppedExpired, 4u) << "older than a week";
@@ -397,10 +352,8 @@ TEST_F(SpanSpool, TwoProcessesOnOneSpoolTakeTurnsAndLoseNothing) {
   other.join();
   EXPECT_EQ(first.counters().persisted + second.counters().persisted, 100u);
   int left = 0;
-  while (const auto oldest = first.oldest()) {
+  for (; const auto oldest = first.oldest(); ++left)
     first.remove(oldest->id);
-    ++left;
-  }
   EXPECT_EQ(left, 100);
 }
 

@@ -14,6 +14,7 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENSpanReporter.h"
 #include "QENUnfinishedTraceWatcher.h"
+#include "Support/QENTestSpans.h"
 
 namespace {
 
@@ -33,14 +34,8 @@ QENSpanReporterOptions reporterOptions(const char* path, const char* collector) 
   std::uint64_t reported = 0;
   std::uint64_t printed = 0;
   for (;;) {
-    QENSpanReporter::SpanList spans;
-    for (int index = 0; index < 10; ++index) {
-      auto span = std::make_shared<QENThrift::Span>();
-      span->setId(static_cast<std::int64_t>(++reported));
-      span->setName("kill_test");
-      spans.push_back(span);
-    }
-    reporter.report(spans);
+    reporter.report(testSpans(10, static_cast<std::int64_t>(reported) + 1, "kill_test"));
+    reported += 10;
     std::uint64_t persisted = reporter.counters().persisted;
     while (persisted + 100 < reported) {  // keeps the queue short: nothing is dropped
       std::this_thread::yield();

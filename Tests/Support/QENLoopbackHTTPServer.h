@@ -41,22 +41,25 @@ class QENLoopbackHTTPServer {
     std::string body;
     Answer answer;
     std::string headers;  // the request line and header fields, lower-cased
-    bool hasHeader(std::string field) const {
-      std::transform(field.begin(), field.end(), field.begin(),
-                     [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-      return headers.find("\r\n" + field + "\r\n") != std::string::npos;
+    bool hasHeader(const std::string& field) const {
+      return headers.find("\r\n" + lowerCased(field) + "\r\n") != std::string::npos;
     }
     // Whether the client was told its batch was taken.
     bool acknowledged() const {
-      const bool whole = answer.fault == Fault::kNone || answer.fault == Fault::kTrickle;
-      return whole && answer.status >= 200 && answer.status < 300;
+      return (answer.fault == Fault::kNone || answer.fault == Fault::kTrickle) &&
+             answer.status >= 200 && answer.status < 300;
     }
   };
 
   explicit QENLoopbackHTTPServer(std::function<Answer(int requestIndex)> behaviour)
       : behaviour_(std::move(behaviour)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    port_ = bindToAnyLoopbackPort(listener_);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length);
+    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+    port_ = ntohs(address.sin_port);
     ::listen(listener_, 16);
     thread_ = std::thread([this] { serve(); });
   }
@@ -70,14 +73,6 @@ class QENLoopbackHTTPServer {
   }
 
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/api/v2/spans"; }
-
-  // A URL on which nobody listens: every connection is refused.
-  static std::string refusingURL() {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    const int port = bindToAnyLoopbackPort(socket);
-    ::close(socket);
-    return "http://127.0.0.1:" + std::to_string(port) + "/api/v2/spans";
-  }
 
   std::vector<Request> requests() const {
     const std::lock_guard guard(mutex_);
@@ -103,75 +98,61 @@ class QENLoopbackHTTPServer {
   }
 
  private:
-  static int bindToAnyLoopbackPort(int socket) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(socket, reinterpret_cast<sockaddr*>(&address), length);
-    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
+  static std::string lowerCased(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
   }
 
   void serve() {
     for (int index = 0; !stopping_; ++index) {
       const int connection = ::accept(listener_, nullptr, nullptr);
-      if (connection < 0) {
+      if (connection < 0)
         return;
-      }
       connection_ = connection;
       auto [headers, body] = readRequest(connection);
-      if (headers.empty()) {  // the client went away mid-request: nothing to record or answer
-        connection_ = -1;
-        ::close(connection);
-        continue;
+      if (!headers.empty()) {  // else the client went away mid-request
+        if (headers.find("\r\ncontent-encoding: gzip\r\n") != std::string::npos)
+          body = QENGzip::decompress(body).value_or("not gzip");
+        const Answer answer = behaviour_(index);
+        {
+          const std::lock_guard guard(mutex_);
+          requests_.push_back({body, answer, headers});
+        }
+        recorded_.notify_all();
+        respond(connection, answer);
       }
-      if (headers.find("\r\ncontent-encoding: gzip\r\n") != std::string::npos) {
-        body = QENGzip::decompress(body).value_or("not gzip");
-      }
-      const Answer answer = behaviour_(index);
-      {
-        const std::lock_guard guard(mutex_);
-        requests_.push_back({body, answer, headers});
-      }
-      recorded_.notify_all();
-      this->answer(connection, answer);
       connection_ = -1;
       ::close(connection);
     }
   }
 
-  void answer(int connection, const Answer& answer) const {
-    const std::string retryAfter = answer.retryAfter != nullptr
-                                       ? "Retry-After: " + std::string(answer.retryAfter) + "\r\n"
-                                       : "";
-    const std::string response = "HTTP/1.1 " + std::to_string(answer.status) + " X\r\n" +
-                                 retryAfter + "Content-Length: 0\r\nConnection: close\r\n\r\n";
+  void respond(int connection, const Answer& answer) const {
+    const std::string statusLine = "HTTP/1.1 " + std::to_string(answer.status) + " X\r\n";
+    const std::string response =
+        statusLine +
+        (answer.retryAfter ? "Retry-After: " + std::string(answer.retryAfter) + "\r\n" : "") +
+        "Content-Length: 0\r\nConnection: close\r\n\r\n";
+    char ignored[256];
+    const linger abortive{1, 0};
     switch (answer.fault) {
       case Fault::kNone:
-        send(connection, response);
-        break;
-      case Fault::kReset: {
-        const linger abortive{1, 0};
+        return send(connection, response);
+      case Fault::kReset:
         ::setsockopt(connection, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
-        break;
-      }
-      case Fault::kStall: {
-        char ignored[256];
+        return;
+      case Fault::kStall:
         while (!stopping_ && ::recv(connection, ignored, sizeof ignored, 0) > 0) {
         }
-        break;
-      }
+        return;
       case Fault::kTrickle:
         for (const char byte : response) {
           send(connection, std::string(1, byte));
           std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the slowness itself
         }
-        break;
+        return;
       case Fault::kCloseMidBody:
-        send(connection, "HTTP/1.1 " + std::to_string(answer.status) +
-                             " X\r\nContent-Length: 64\r\nConnection: close\r\n\r\npartial");
-        break;
+        return send(connection, statusLine + "Content-Length: 64\r\nConnection: close\r\n\r\nhalf");
     }
   }
 
@@ -179,23 +160,16 @@ class QENLoopbackHTTPServer {
     [[maybe_unused]] const auto sent = ::send(connection, data.data(), data.size(), MSG_NOSIGNAL);
   }
 
-  // The header block (lower-cased, ending in "\r\n") and the body.
+  // The header block (lower-cased, ending in "\r\n") and the body; nothing if the client left.
   static std::pair<std::string, std::string> readRequest(int connection) {
     std::string data;
     char buffer[65536];
     std::size_t headerEnd = std::string::npos;
     std::size_t contentLength = 0;
-    for (;;) {
-      if (headerEnd != std::string::npos && data.size() >= headerEnd + 4 + contentLength) {
-        std::string headers = data.substr(0, headerEnd + 2);
-        std::transform(headers.begin(), headers.end(), headers.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        return {headers, data.substr(headerEnd + 4, contentLength)};
-      }
+    while (headerEnd == std::string::npos || data.size() < headerEnd + 4 + contentLength) {
       const ssize_t received = ::recv(connection, buffer, sizeof buffer, 0);
-      if (received <= 0) {
+      if (received <= 0)
         return {};
-      }
       data.append(buffer, static_cast<std::size_t>(received));
       if (headerEnd == std::string::npos &&
           (headerEnd = data.find("\r\n\r\n")) != std::string::npos) {
@@ -203,10 +177,11 @@ class QENLoopbackHTTPServer {
         contentLength = field < headerEnd ? std::stoul(data.substr(field + 16)) : 0;
       }
     }
+    return {lowerCased(data.substr(0, headerEnd + 2)), data.substr(headerEnd + 4, contentLength)};
   }
 
   std::function<Answer(int)> behaviour_;
-  int listener_ = -1;
+  int listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
   int port_ = 0;
   std::atomic<int> connection_{-1};
   std::atomic<bool> stopping_{false};
