@@ -8,10 +8,8 @@
 #include <set>
 #include <thread>
 
-#include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENSpanSpool.h"
-#include "QENUnfinishedTraceWatcher.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
 #include "Support/QENScriptedCollectorTransport.h"
@@ -115,25 +113,6 @@ TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
     return span["timestamp"].get<std::int64_t>() + span["duration"].get<std::int64_t>();
   };
   EXPECT_NEAR(end(running), end(root), 1) << "both unfinished: both end at the snapshot";
-}
-
-TEST_F(SpanSpool, AWatchedTreeIsSnapshottedInTheBackgroundAndForgottenOnceItCompletes) {
-  const auto spool = std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()});
-  std::vector<std::size_t> storedTrees;
-  QENUnfinishedTraceWatcher watcher(spool, QENSpanEncoding{},
-                                    QENPerformanceMetricAppContext("1", "x"), 0ms,
-                                    [&](std::size_t trees) { storedTrees.push_back(trees); });
-  const auto feed = QENPerformanceMetric::initWithName("feed", 1.0);
-  watcher.watch(feed);
-  watcher.watch(QENPerformanceMetric::initWithName("idle", 1.0));
-  QENApplicationLifecycle::postDidEnterBackground();
-  feed->startMetric();
-  QENApplicationLifecycle::postDidEnterBackground();
-  watcher.snapshotNow();
-  feed->stopMetric();
-  watcher.snapshotNow();
-  EXPECT_EQ(storedTrees, (std::vector<std::size_t>{0, 1, 1, 0})) << "the idle tree is never stored";
-  EXPECT_EQ(QENSpanSpool({.path = path()}).counters().recovered, 0u);
 }
 
 // Reporters in turn on one spool, each as the next process would be; bodies unzipped so that the

@@ -5,12 +5,13 @@
 //       reports spans with ids 1, 2, 3, ... in batches of ten, printing "persisted N" each time
 //       the spool's count of persisted spans changes (spans are persisted in id order);
 //   QENSpoolKillChild SPOOL_PATH COLLECTOR_URL trees
-//       watches two cold-start trees, one left running and one completed, snapshots both, and
-//       prints "ready".
+//       watches two cold-start trees, snapshots both, completes one, snapshots again as the app
+//       goes to the background, and prints "ready".
 #include <cstdio>
 #include <cstring>
 #include <thread>
 
+#include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENSpanReporter.h"
 #include "QENUnfinishedTraceWatcher.h"
@@ -69,7 +70,7 @@ QENSpanReporterOptions reporterOptions(const char* path, const char* collector) 
   watcher.watch(completed);
   watcher.snapshotNow();
   completed->stopMetricWithTime(now);
-  watcher.snapshotNow();
+  QENApplicationLifecycle::postDidEnterBackground();  // snapshots again, now without it
   std::printf("ready\n");
   std::fflush(stdout);
   for (;;) {
