@@ -8,6 +8,7 @@
 #include "QENBundle/QENBundle.h"
 #include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENMonotonicTime.h"
+#include "QENNumericConversion.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENThrift/tracing_clientConstants.h"
 #include "Support/QENAnnotationReaders.h"
@@ -155,6 +156,22 @@ TEST(BinaryAnnotationVocabulary, TopLevelAnnotationsCarryFixedNetworkViewAndUser
   EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(later[3]), "iphone");
   EXPECT_EQ(&Vocabulary::fixedAnnotationsWithQenPlatform("x"),
             &Vocabulary::fixedAnnotationsWithQenPlatform("y"));
+}
+
+// The user id a top-level span carries is the text's leading integer, saturated at either end.
+TEST(NumericConversion, TheLeadingIntegerOfATextSaturatesAtEitherEnd) {
+  constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
+  constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
+  const std::pair<const char*, std::int64_t> table[] = {
+      {" \t+7x", 7},
+      {"9000000000000000000", 9000000000000000000},
+      {"9223372036854775808", kMax},
+      {"-9223372036854775808", kMin},
+      {"-99999999999999999999", kMin},
+      {"x1", 0},
+      {"", 0}};
+  for (const auto& [text, value] : table)
+    EXPECT_EQ(QENLeadingInt64(text), value) << text;
 }
 
 TEST(AnnotationVocabulary, TimestampsAreRoundedSaturatedMicrosecondsSince1970) {

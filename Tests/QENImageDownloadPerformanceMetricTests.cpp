@@ -47,6 +47,9 @@ TEST(ImageDownloadMetric, TimesACacheMissThenTheNetworkLoad) {
   const auto network = metric->loadImageFromNetworkMetric();
   metric->imageNodeWillLoadImageFromNetworkWithStartTime(t + 0.02);
   EXPECT_EQ(metric->loadImageFromNetworkMetric(), network) << "made once";
+  metric->setLoadImageFromNetworkMetric(nullptr);
+  EXPECT_EQ(metric->loadImageFromNetworkMetric(), nullptr);
+  metric->setLoadImageFromNetworkMetric(network);
   metric->imageNodeDidLoadImage({}, nullptr, 1, {{"x-cdn", "edge"}, {"x-morvane-cache", ""}}, 200,
                                 t + 0.3);
 
@@ -133,6 +136,7 @@ TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
   const auto total = child(*averaged, "image_network_total");
   ASSERT_NE(total, nullptr);
   EXPECT_EQ(total->childMetrics().size(), 2u) << "one response child per transaction";
+  EXPECT_NEAR(total->childMetrics().front()->metricTime(), 0.125, 1e-6);
   EXPECT_EQ(integer(*averaged, "ip.version"), 4);
   EXPECT_NE(integer(*averaged, "dns_start"), std::nullopt);
 

@@ -40,6 +40,12 @@ TEST(QENNotificationCenter, DeliversByNameAndSenderInRegistrationOrder) {
   center.removeObserver(observer.get());
   center.postNotificationName("B");
   EXPECT_EQ(calls.size(), 1u);
+  // An observer destroyed without removing itself is skipped, and its registration freed.
+  center.addObserver(observer, "B", nullptr, [&](const QENNotification&) { calls.push_back("B"); });
+  observer.reset();
+  center.postNotificationName("B");
+  EXPECT_EQ(calls.size(), 1u);
+  EXPECT_EQ(center.registrationCount("B"), 0u);
 }
 
 TEST(QENNotificationCenter, HandlersMayPostAndRegisterWithoutDeadlock) {
