@@ -82,6 +82,12 @@ TEST(AssertionMacros, BuildTheThreeMessageFormsAndNothingWhenTheConditionHolds) 
   EXPECT_EQ(records[0].fileID(), executableName() + "/QENAssertionFailureReportTests.cpp");
   EXPECT_EQ(records[1].message, "Invalid parameter not satisfying: metricName");
   EXPECT_EQ(records[2].message, "Metric stop time 1.500000 must be greater than 1");
+
+  QENFoundationDevLogger::setFoundationAssertsLoggingEnabled(false);
+  QENAssert(false, "-[X y]", "silent %d", countedValue());
+  QENFoundationDevLogger::setFoundationAssertsLoggingEnabled(true);
+  EXPECT_EQ(captured.records().size(), 3u) << "nothing logged or built while logging is off";
+  EXPECT_EQ(evaluations, 1);
 }
 
 // Wherever the checkout lies, even below a folder named like a marker.

@@ -22,6 +22,12 @@ using Metric = QENPerformanceMetric;
 template <class Subclass>
 concept HasANameOnlyFactory = requires {
   Subclass::initLeafMetricWithName(std::string());
+}
+|| requires {
+  Subclass::createWithName(std::string(), 0.0, 0.0);
+}
+|| requires {
+  Subclass::initWithName(std::string(), 1.0);
 };
 static_assert(HasANameOnlyFactory<QENAnimationMetric> &&
               HasANameOnlyFactory<QENParentPerformanceMetric>);

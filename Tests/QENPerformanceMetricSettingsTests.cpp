@@ -45,6 +45,9 @@ TEST(MetricDebugDescription, PrintsOneIndentedLinePerMetricInInsertionOrder) {
             "Invalidating event: nil\n"
             "    Metric: grandchild; Stop reason: ClientError; Timing: 0.500000 (2.000000 - "
             "2.500000); Invalidating event: Event(eventType:102,context:unset)\n");
+  for (const auto& [reason, name] : std::vector<std::pair<std::int64_t, std::string>>{
+           {0, "Unknown"}, {4, "ResponseTimeout"}, {42, "Unknown"}, {-2, "Unknown"}})
+    EXPECT_EQ(Metric::debugNameForStopReason(reason), name) << reason;
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 
 #include "Annotation+QENAdditions.h"
 #include "BinaryAnnotation+QENAdditions.h"
-#include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENImageDownloadPerformanceMetric.h"
@@ -261,6 +260,7 @@ TEST(SpanReading, AReportersThriftCarriesNoSaturatedClientTime) {
   reporters.format = QENSpanEncodingFormat::kZipkinV1Thrift;
   EXPECT_EQ(reporters.encode(spans).find(saturated), std::string::npos);
 }
+
 // The interop readers check every form against its ids and decision; these are the edges they do
 // not reach.
 TEST(TracePropagationHeaders, NoParentNamesNoneAndATraceIdOfZeroSendsOnlyTheB3Headers) {
@@ -338,6 +338,20 @@ TEST(TracePropagationPolicy, AllowsTheListedHostsAndTheirSubdomainsOnly) {
   EXPECT_EQ(captured.messages(),
             std::vector<std::string>(
                 4, "Invalid parameter not satisfying: a host suffix is a host name or its end"));
+}
+
+TEST(TracePropagationHeaders, AVideoPreloadKeepsItsOwnHeadersAndAddsTheOtherForms) {
+  const auto url = QENURL::URLWithString("https://video.example.com/v.mp4");
+  for (const bool cdnLogging : {false, true}) {
+    const auto signal =
+        QENPerformanceSignal::initWithVideoUrl(url, std::int64_t{255}, false, cdnLogging);
+    const auto headers = QENTracePropagationHeaders::headersForVideoPreload(*signal, false);
+    for (const auto& [name, value] : signal->getHeaderFields())
+      EXPECT_EQ(headers.at(name), value);
+    EXPECT_EQ(headers.count("X-B3-Sampled"), cdnLogging ? 0u : 1u);
+    EXPECT_EQ(headers.at("traceparent").substr(0, 35), "00-000000000000000000000000000000ff");
+    EXPECT_EQ(headers.at("traceparent").substr(52), cdnLogging ? "-01" : "-00");
+  }
 }
 
 }  // namespace
