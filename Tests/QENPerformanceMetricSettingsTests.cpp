@@ -10,6 +10,17 @@ namespace {
 
 using Metric = QENPerformanceMetric;
 
+TEST(MetricClassSettings, KeepWhatTheHostSetsThem) {
+  EXPECT_TRUE(Metric::shouldCheckPerformanceTestLogging());
+  EXPECT_FALSE(Metric::enablePerformanceTestLogging());
+  Metric::setShouldCheckPerformanceTestLogging(false);
+  Metric::setEnablePerformanceTestLogging(true);
+  EXPECT_FALSE(Metric::shouldCheckPerformanceTestLogging());
+  EXPECT_TRUE(Metric::enablePerformanceTestLogging());
+  Metric::setShouldCheckPerformanceTestLogging(true);
+  Metric::setEnablePerformanceTestLogging(false);
+}
+
 TEST(MetricFactories, CreateWithABlockMeasuresTheWorkOnce) {
   int runs = 0;
   double workTime = 0;

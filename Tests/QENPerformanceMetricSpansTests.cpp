@@ -158,6 +158,12 @@ TEST(SpanExport, ScalesEachTimeThenRoundsHalfAwayFromZeroAndSaturatesOnExtremeTi
   unset->setInvalidatingQenLogEventType(std::int64_t{1} << 33);
   const auto viewType = find(*unset->spansWithAppContext(kAppContext)[0], "view.type");
   EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(viewType) >> 32, 5) << "wraps to 32 bits";
+  QENThrift::Span logged;
+  logged.setBinary_annotations({Vocabulary::annotationWithKeyInt64("n", 5)});
+  EXPECT_NE(
+      QENThrift::SpanDebugDescription::debugDescription(logged).find("{n:<00000000 00000005>}"),
+      std::string::npos)
+      << "a log line shows a value's bytes in groups of four";
 }
 
 // A host's metric whose request carried trace headers to a fixed URL: adopting the protocol is

@@ -164,6 +164,7 @@ TEST(VideoPreloadSignal, RoundsItsDurationAndBuildsB3HeadersForTheCdnChildSpan) 
   EXPECT_TRUE(ready->isStopped()) << "ready to play ends the preload";
   const auto forTest = QENPerformanceSignal::initWithVideoUrlForTest(url, "session");
   EXPECT_TRUE(forTest->isStopped() && !forTest->isCachedAsset());
+  EXPECT_EQ(forTest->startTime(), forTest->stopTime()) << "started and stopped at once";
   EXPECT_EQ(forTest->getHeaderFields().size(), 3u) << "no CDN logging";
   EXPECT_EQ(forTest->playbackSessionId(), "session");
 }
