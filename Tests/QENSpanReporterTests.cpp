@@ -186,12 +186,12 @@ TEST(SpanReporter, ABatchIsPostedOnceAndThenOncePerRetryWithTheSameBytes) {
 
 // A collector's Retry-After and the back-off each hold the retry back: the longer one wins.
 TEST(SpanReporter, NoRetryComesBeforeTheRetryAfterOrTheBackOffHasPassed) {
-  for (const auto& [retryAfter, backoff] :
-       {std::pair{"3600", 1ms}, std::pair{"0", std::chrono::milliseconds(1h)}}) {
+  for (const auto& row : {std::pair{"3600", 1ms}, std::pair{"0", std::chrono::milliseconds(1h)}}) {
+    const char* const retryAfter = row.first;  // clang 14 captures no structured binding
     QENLoopbackHTTPServer server([&](int) { return Answer{429, Fault::kNone, retryAfter}; });
     auto settings = options(server.url());
     settings.maximumRetryAfter = 2h;
-    settings.initialBackoff = settings.maximumBackoff = backoff;
+    settings.initialBackoff = settings.maximumBackoff = row.second;
     QENSpanReporter reporter(settings);
     reporter.report(spans(1));
     server.waitForRequests(1);
