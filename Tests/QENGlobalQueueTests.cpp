@@ -57,8 +57,8 @@ TEST(QENGlobalQueue, WorkThatWaitsForOtherWorkNeverStarves) {
   }
 }
 
-// Four threads submit at once; a task that throws is reported and the next still runs; idle
-// workers retire.
+// Four threads submit at once to workers that idle for seconds, so each must wake for new work; a
+// task that throws is reported and the next still runs; idle workers retire.
 TEST(QENThreadPoolExecutor, RunsEveryTaskOnceWithinItsThreadLimitReportsThrowsAndRetires) {
   std::vector<std::string> messages;
   std::mutex messagesMutex;
@@ -69,7 +69,7 @@ TEST(QENThreadPoolExecutor, RunsEveryTaskOnceWithinItsThreadLimitReportsThrowsAn
   constexpr int kTasks = 2000;
   std::atomic<int> runs{0};
   std::latch allRan(kTasks + 1);
-  QENThreadPoolExecutor executor(3, std::chrono::milliseconds(1));
+  QENThreadPoolExecutor executor(3);
   executor.execute([] { throw std::runtime_error("host bug"); });
   std::vector<std::thread> submitters;
   for (int submitter = 0; submitter < 4; ++submitter) {
@@ -88,8 +88,12 @@ TEST(QENThreadPoolExecutor, RunsEveryTaskOnceWithinItsThreadLimitReportsThrowsAn
   allRan.wait();
   EXPECT_EQ(runs, kTasks);
   EXPECT_LE(executor.threadCount(), 3u);
+  QENThreadPoolExecutor retiring(2, std::chrono::milliseconds(1));
+  std::latch ran(1);
+  retiring.execute([&] { ran.count_down(); });
+  ran.wait();
   // Retirement is the event awaited here; it follows a millisecond of idleness.
-  while (executor.threadCount() != 0)
+  while (retiring.threadCount() != 0)
     std::this_thread::yield();
   QENFoundationDevLogger::sharedInstance().remote().setSink(nullptr);
   EXPECT_EQ(messages, std::vector<std::string>{"Work on the global queue threw: host bug"});
