@@ -144,12 +144,15 @@ TEST_F(SpanSpool, PendingConsentKeepsSpansUnsentGrantedSendsThemAllAndNotGranted
   refused->report(testSpans(2, 11, "refused-span"));
   EXPECT_FALSE(spool->storeSnapshot("tree", batch(1)))
       << "nor does a watcher on the same spool keep anything";
-  refused->shutdown(5s);
-  EXPECT_FALSE(onDisk("refused-span"));
   refused->setConsent(Consent::kPending);
-  EXPECT_TRUE(spool->storeSnapshot("tree", batch(1)));
+  EXPECT_TRUE(spool->storeSnapshot("tree", {"pending-snapshot", "application/json", false, 1}));
+  refused->report(testSpans(3, 13, "late-span"));
+  refused->setConsent(Consent::kNotGranted);  // a refusal given later erases as much
+  EXPECT_FALSE(spool->storeSnapshot("tree", batch(1)));
+  refused->shutdown(5s);
+  EXPECT_FALSE(onDisk("refused-span") || onDisk("late-span") || onDisk("pending-snapshot"));
   const auto counters = refused->counters();
-  EXPECT_EQ(counters.droppedSpoolCleared + counters.droppedNoConsent, 5u + 2u);
+  EXPECT_EQ(counters.droppedSpoolCleared + counters.droppedNoConsent, 5u + 2u + 3u);
   EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
 }
 
