@@ -48,20 +48,6 @@ TEST(QENNotificationCenter, DeliversByNameAndSenderInRegistrationOrder) {
   EXPECT_EQ(center.registrationCount("B"), 0u);
 }
 
-TEST(QENNotificationCenter, HandlersMayPostAndRegisterWithoutDeadlock) {
-  QENNotificationCenter center;
-  auto observer = std::make_shared<int>(0);
-  int nestedDeliveries = 0;
-  center.addObserver(observer, "outer", nullptr, [&](const QENNotification&) {
-    center.addObserver(observer, "inner", nullptr,
-                       [&](const QENNotification&) { ++nestedDeliveries; });
-    center.postNotificationName("inner");
-  });
-  center.postNotificationName("outer");
-  center.postNotificationName("outer");
-  EXPECT_EQ(nestedDeliveries, 1 + 2) << "first post: one inner observer; second: two";
-}
-
 // More observers than one post takes under the centre's lock at a time, so that the removals
 // below land both in the batch being called and in later ones.
 TEST(QENNotificationCenter, APostSkipsRegistrationsRemovedBeforeTheirTurnAndThoseMadeAfterItBegan) {

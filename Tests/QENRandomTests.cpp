@@ -53,12 +53,6 @@ void expectReferenceKeystream(QENChaCha20Implementation implementation) {
   EXPECT_EQ(hex(keystream.data(), 64),
             "10f1e7e4d13b5915500fdd1fa32071c4c7d1f4c733c068030422aa9ac3d46c4e"
             "d2826446079faa0914c2d705d98b02a2b5129cd1de164eb9cbd083e8a2503c4e");
-  EXPECT_EQ(blockPrefixes(stateWithCounter(1, 0x09000000, 0x4a000000), implementation),
-            (std::vector<std::string>{
-                "10f1e7e4d13b5915500fdd1fa32071c4", "0a88837739d7bf4ef8ccacb0ea2bb9d6",
-                "dcbfbdcb83be65862ed5c20eae5a4324", "69d09f0d336478ca9068335ae2b30909",
-                "a919bfe7a39def0c7c74981952cd16b7", "182b358e096f14b1a4bbdc69357a4c4c",
-                "cadfa21657898aac16038885f602a5eb", "4304f78488f1160008e9185df3a6223d"}));
   EXPECT_EQ(blockPrefixes(stateWithCounter(0xffffffff, 7, 0), implementation),
             (std::vector<std::string>{
                 "14f88aa61e2ed8575ba8882863b6d720", "523ca906198fedcb67d08f3bb50e4f34",

@@ -2,7 +2,7 @@
 # Reads back our encodings with readers we did not write: Apache Thrift decodes both Thrift forms;
 # py_zipkin writes the backend-safe spans, converted by Zipkin's v1-to-v2 rules (as_py_zipkin), as
 # v2 JSON equal to ours (times within the microsecond it truncates); our OTLP says what our v2
-# says; no encoding carries the saturated time.
+# says.
 # Usage: check_zipkin_interop.py WRITER_PROGRAM ZIPKIN_CORE_THRIFT   Prints "N passed, M failed".
 import importlib
 import json
@@ -66,9 +66,8 @@ def tag_text(annotation):
     value, kind = annotation.value, TYPE_NAMES[annotation.annotation_type]
     if kind == "BOOL":
         return "true" if value[0] else "false"
-    if kind in ("I16", "I32", "I64"):
-        return str(int.from_bytes(value, "big", signed=True))
-    return value.decode("utf-8", errors="replace")
+    signed = kind in ("I16", "I32", "I64")
+    return str(int.from_bytes(value, "big", signed=True)) if signed else value.decode(errors="replace")
 
 
 def endpoint(host):
@@ -120,10 +119,9 @@ def check_v2_json(spans, ours):
                 check(abs(mine[key] - reference[key]) <= 1, f"{name}.{key}")
             elif key == "annotations":
                 pairs = lambda items: sorted((a["value"], a["timestamp"]) for a in items)
-                check(len(mine[key]) == len(reference[key]), f"{name}.annotations count")
-                check(all(m[0] == r[0] and abs(m[1] - r[1]) <= 1
-                          for m, r in zip(pairs(mine[key]), pairs(reference[key]))),
-                      f"{name}.annotations")
+                check(len(mine[key]) == len(reference[key]) and all(
+                    m[0] == r[0] and abs(m[1] - r[1]) <= 1
+                    for m, r in zip(pairs(mine[key]), pairs(reference[key]))), f"{name}.annotations")
             else:
                 check(mine[key] == reference[key], f"{name}.{key}: {mine[key]} vs {reference[key]}")
 
@@ -159,15 +157,6 @@ def check_otlp_agrees(otlp, ours):
               f"{name}: OTLP events")
 
 
-def check_no_saturated_time(safe_spans, ours, otlp):
-    times = [t for s in safe_spans for t in [s.timestamp] + [a.timestamp for a in s.annotations]]
-    times += [t for s in ours for t in [s.get("timestamp")] + [a["timestamp"] for a in s.get("annotations", [])]]
-    for span in otlp["resourceSpans"][0]["scopeSpans"][0]["spans"]:
-        times += [int(span.get("startTimeUnixNano", 0)) // 1000]
-        times += [int(e["timeUnixNano"]) // 1000 for e in span.get("events", [])]
-    check(bool(times) and SATURATED not in times, "no encoding carries the saturated time")
-
-
 def main():
     # The writer may be preceded by an emulator and its arguments (a cross build's tests).
     *writer, idl = sys.argv[1:]
@@ -183,7 +172,6 @@ def main():
         ours = read("spans-v2.json")
         check_v2_json(safe, ours)
         check_otlp_agrees(read("spans-otlp.json"), ours)
-        check_no_saturated_time(safe, ours, read("spans-otlp.json"))
     print(f"{checks['passed']} passed, {checks['failed']} failed")
     return 1 if checks["failed"] or not checks["passed"] else 0
 
