@@ -1,22 +1,15 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
 
-#include "QENCommandLineOptions/QENCommandLineOptions.h"
 #include "QENFoundation/QENDate.h"
 #include "QENFoundation/QENJSONSerialization.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
-#include "QENHost/Linux/QENLinuxNetworkInterfaces.h"
-#include "QENReachability/QENNetworkingReachabilityManager.h"
 #include "QENURLLoading/QENURL.h"
 #include "Support/QENRandomText.h"
 
@@ -58,26 +51,6 @@ TEST(MonotonicTime, MapsToTheWallClockAndBackAsAFixedTranslation) {
                QENIsValidMonotonicTime(INFINITY));
 }
 
-TEST(CommandLineOptions, ReadTheEnvironmentUntilTheHostSetsThem) {
-  ::setenv(QENCommandLineOptions::kPerformanceTestModeVariable, "Yes", 1);
-  ::setenv(QENCommandLineOptions::kPerformanceTestNameVariable, "feed_scroll", 1);
-  EXPECT_TRUE(QENCommandLineOptions::isPerformanceTestMode());
-  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), "feed_scroll");
-
-  QENCommandLineOptions::setPerformanceTestMode(false);
-  QENCommandLineOptions::setPerformanceTestName(std::nullopt);
-  EXPECT_FALSE(QENCommandLineOptions::isPerformanceTestMode());
-  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), std::nullopt);
-
-  QENCommandLineOptions::resetToEnvironment();
-  EXPECT_TRUE(QENCommandLineOptions::isPerformanceTestMode()) << "the environment again";
-  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), "feed_scroll");
-  ::unsetenv(QENCommandLineOptions::kPerformanceTestModeVariable);
-  ::unsetenv(QENCommandLineOptions::kPerformanceTestNameVariable);
-  EXPECT_FALSE(QENCommandLineOptions::isPerformanceTestMode());
-  EXPECT_EQ(QENCommandLineOptions::performanceTestName(), std::nullopt);
-}
-
 struct URLParts {
   const char* text;
   const char* host;
@@ -113,30 +86,6 @@ TEST(URL, FindsThePartsOfTheTextAsGivenWithoutRewritingIt) {
   EXPECT_EQ(QENURL::URLWithString("http://exa mple.com/"), nullptr);
   EXPECT_EQ(QENURL::URLWithString(""), nullptr);
 }
-TEST(Reachability, LinuxProbeTellsWiFiFromWiredAndIgnoresLoopback) {
-  namespace fs = std::filesystem;
-  const fs::path folder = fs::temp_directory_path() / ("qen-net-" + std::to_string(::getpid()));
-  const auto addInterface = [&](const std::string& name, const std::string& state, bool wireless) {
-    fs::create_directories(folder / name);
-    std::ofstream(folder / name / "operstate") << state << "\n";
-    if (wireless) {
-      fs::create_directories(folder / name / "wireless");
-    }
-  };
-  const auto status = [&] {
-    return QENLinuxNetworkInterfaces::reachabilityStatus(folder.string());
-  };
-  addInterface("lo", "unknown", false);
-  EXPECT_EQ(status(), QENNetworkingReachabilityStatusUnknown);
-  addInterface("wlan0", "down", true);
-  addInterface("eth0", "up", false);
-  EXPECT_EQ(status(), QENNetworkingReachabilityStatusWired);
-  addInterface("wlan1", "up", true);
-  EXPECT_EQ(status(), QENNetworkingReachabilityStatusWiFi);
-  fs::remove_all(folder);
-  EXPECT_EQ(status(), QENNetworkingReachabilityStatusUnknown) << "no folder, no network";
-}
-
 // Random text, valid and invalid UTF-8 alike: the writer must agree with nlohmann-json on every
 // document it can write and refuse the ones nlohmann cannot.
 TEST(JSONSerialization, WritesWhatNlohmannWritesAndRefusesInvalidUTF8) {

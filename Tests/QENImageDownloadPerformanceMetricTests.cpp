@@ -183,21 +183,6 @@ TEST(ImageDownloadMetricManager, MatchesOnTheCDNByPathAndElsewhereByEqualURL) {
             offCDN);
 }
 
-TEST(ImageDownloadMetricManager, TakesAListAndALockInPlaceOfItsOwnAndReportsAbsentOnes) {
-  QENCapturedAssertions captured;
-  Manager manager;
-  const auto metric = imageMetric("https://c.example.com/listed.jpg");
-  manager.setMonitoredMetrics({metric, metric, nullptr});
-  EXPECT_EQ(manager.monitoredMetrics(), std::vector<std::shared_ptr<ImageMetric>>{metric});
-  const auto hostLock = std::make_shared<QENLock>("host lock");
-  manager.setLock(hostLock);
-  manager.setLock(nullptr);
-  EXPECT_EQ(manager.lock(), hostLock);
-  EXPECT_EQ(manager.removeMetricForProcessingWithURL(metric->imageURL()), metric);
-  EXPECT_EQ(captured.messages(), (std::vector<std::string>{"A monitored metric should not be nil",
-                                                           "The lock should not be nil"}));
-}
-
 // Threads register metrics and others match them as soon as they are registered, while a host
 // replaces the manager's lock meanwhile (under ThreadSanitizer: no operation touches the list
 // under a lock that is no longer the manager's).

@@ -74,15 +74,6 @@ TEST(MeasuredTask, ExecutesAtOnceAndHandsOverTheFinishedMetric) {
   EXPECT_TRUE(completed->isFinished()) << "measured all the same, and handed over";
 }
 
-TEST(MeasuredTask, GivesSignpostCodesOnlyToTheExportedNameObjects) {
-  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(QENMeasuredTaskAppStartupFacebook), 6u);
-  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(QENMeasuredTaskAppStartupImageManager), 4u);
-  const std::string sameText = std::string("app_startup_") + "facebook";
-  EXPECT_EQ(sameText, QENMeasuredTaskAppStartupFacebook);
-  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(sameText), 0u);
-  EXPECT_EQ(QENMeasuredTask::signpostNameForTaskName(QENMeasuredTaskAppStartupHomeFeed), 0u);
-}
-
 class LocalPerformanceManager : public ::testing::Test {
  protected:
   ~LocalPerformanceManager() override { QENCommandLineOptions::resetToEnvironment(); }
@@ -103,23 +94,6 @@ TEST_F(LocalPerformanceManager, WithoutATestOnlyTheHomeFeedRenderCounts) {
   EXPECT_FALSE(target("home_feed_render"));
   QENCommandLineOptions::setPerformanceTestName("UnknownTest");
   EXPECT_FALSE(target("home_feed_render") || logged("home_feed_render"));
-}
-
-TEST_F(LocalPerformanceManager, SubspanTestsMatchExactlyAndCriticalPathsBySubstring) {
-  QENCommandLineOptions::setPerformanceTestName("ColdStartupSubspans");
-  EXPECT_TRUE(logged("feed_response_handling"));
-  EXPECT_FALSE(target("feed_response_handling"));
-  EXPECT_TRUE(target("home_feed_render_image_loading") && logged("home_feed_render_image_loading"));
-  EXPECT_FALSE(target("home_feed_render") || logged("home_feed_render"));
-
-  QENCommandLineOptions::setPerformanceTestName("ColdStartupLinearCriticalPathAppInitSubspansV2");
-  EXPECT_TRUE(logged("c_config_preload"));
-  EXPECT_FALSE(target("c_network_preload")) << "the target table matches exact names only";
-  QENCommandLineOptions::setPerformanceTestName("xColdStartupLinearCriticalPathQensLoadSubspans");
-  EXPECT_TRUE(logged("c_grid_img_placeholder"));
-  EXPECT_FALSE(logged("c_config_preload"));
-  QENCommandLineOptions::setPerformanceTestName("ColdStartupSubspansV2");
-  EXPECT_FALSE(logged("feed_response_handling")) << "the subspan test matches exactly";
 }
 
 }  // namespace

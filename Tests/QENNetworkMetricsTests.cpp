@@ -93,7 +93,7 @@ TEST(NetworkMetrics, CalculatedAnnotationsCarryTheLow32Bits) {
   EXPECT_EQ(integersOf(Metrics::getConnectionMetrics(record)).back().second, 3000000000);
 }
 
-TEST(NetworkMetrics, SpeedBytesAddressAndEndpoint) {
+TEST(NetworkMetrics, SpeedBytesAndAddress) {
   Record record;
   record.responseStartDate = at(0);
   record.responseEndDate = at(1);
@@ -120,16 +120,7 @@ TEST(NetworkMetrics, SpeedBytesAddressAndEndpoint) {
   EXPECT_EQ(Metrics::localAddressIPVersion(record), 4);
   record.localAddress = "fe80::1";
   EXPECT_EQ(Metrics::localAddressIPVersion(record), 6);
-
   EXPECT_EQ(Metrics::absoluteEndpointId(record), "");
-  const auto request = [](std::string_view url) {
-    Record withRequest;
-    withRequest.request = std::make_shared<QENURLRequest>(QENURL::URLWithString(url), "GET");
-    return Metrics::absoluteEndpointId(withRequest);
-  };
-  EXPECT_EQ(request("https://user:pw@api.example.com:8443/v3/feed/?fields=a,b#top"),
-            "https://user:pw@api.example.com:8443/v3/feed/#top");
-  EXPECT_EQ(request("http://example.com/a%20b/c"), "http://example.com/a%20b/c");
 }
 
 }  // namespace

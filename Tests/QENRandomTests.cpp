@@ -84,20 +84,6 @@ TEST(QENRandom, UniformStaysInRangeAndReachesEveryValue) {
   EXPECT_LT(QENFoundation::arc4random_uniform(0x80000001u), 0x80000001u);
 }
 
-TEST(QENRandom, BytesAreEvenlySpreadAcrossReseeds) {
-  // More than one reseed interval, drawn in odd-sized pieces across batch boundaries.
-  std::vector<unsigned char> bytes(3 << 20);
-  for (std::size_t offset = 0; offset < bytes.size(); offset += 1000)
-    QENFoundation::arc4random_buf(&bytes[offset],
-                                  std::min<std::size_t>(1000, bytes.size() - offset));
-  std::array<std::size_t, 256> histogram{};
-  for (const unsigned char byte : bytes)
-    ++histogram[byte];
-  const double expected = bytes.size() / 256.0;
-  for (const std::size_t count : histogram)
-    EXPECT_NEAR(count, expected, expected * 0.05);
-}
-
 TEST(QENRandom, AForkedChildDrawsOtherBytesThanItsParent) {
   std::uint64_t warmUp = 0;
   QENFoundation::arc4random_buf(&warmUp, sizeof warmUp);

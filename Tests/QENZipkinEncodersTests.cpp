@@ -32,26 +32,6 @@ std::shared_ptr<const QENThrift::BinaryAnnotation> tag(std::string key,
   return std::make_shared<const QENThrift::BinaryAnnotation>(std::move(key), value, type, nullptr);
 }
 
-// Bytes as base64, a short integer and an absent value: what the random spans below cannot
-// check, as they compare with the reading the encoders share.
-TEST(ZipkinEncoders, WriteBytesAsBase64AndSkipAbsentSpansAndMalformedTags) {
-  auto span = std::make_shared<QENThrift::Span>();
-  span->setName("bad \xff name");
-  span->setBinary_annotations({nullptr, tag("absent", std::nullopt, Type::STRING),
-                               tag("short", std::vector{1}, Type::I64),
-                               tag("bytes", std::vector{0xfb, 0xff}, Type::BYTES)});
-  const Spans spans = {span, nullptr};
-  const auto json = nlohmann::json::parse(QENZipkinV2JSONEncoder::encodeSpans(spans));
-  ASSERT_EQ(json.size(), 1u);
-  EXPECT_EQ(json[0]["name"], "bad \xef\xbf\xbd name");
-  EXPECT_EQ(json[0]["tags"], (nlohmann::json{{"bytes", "+/8="}}));
-  EXPECT_FALSE(json[0].contains("parentId") || json[0].contains("timestamp"));
-  const auto thrift = QENZipkinThriftEncoder::encodeSpans(spans);
-  EXPECT_EQ(std::vector<std::uint8_t>(thrift.begin(), thrift.begin() + 5),
-            (std::vector<std::uint8_t>{12, 0, 0, 0, 1}))
-      << "a list of one struct";
-}
-
 TEST(ChromeTraceEncoder, PutsSpansOnTheTrackOfTheirDepthWithTheirAnnotations) {
   const auto span = [](std::int64_t id, std::optional<std::int64_t> parent) {
     auto made = std::make_shared<QENThrift::Span>();

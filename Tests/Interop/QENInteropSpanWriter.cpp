@@ -1,9 +1,7 @@
 // Exports a small measured tree and writes, into the folder given as argument:
-//   spans.thrift       the Zipkin v1 Thrift encoding, as the library made the spans
-//   spans-safe.thrift  the same in the backend-safe form
+//   spans-safe.thrift  the Zipkin v1 Thrift encoding, in the backend-safe form a reporter sends
 //   spans-v2.json      the Zipkin v2 JSON encoding
 //   spans-otlp.json    the OTLP/HTTP JSON encoding
-//   expected.json      every field of every exported span, written field by field (no encoder)
 //   headers.json       propagation headers with the ids and decisions they carry
 // for check_zipkin_interop.py (Apache Thrift, py_zipkin) and check_otlp_interop.js
 // (OpenTelemetry JS's OTLP protobuf types and propagators) to read back.
@@ -25,27 +23,6 @@
 namespace {
 
 using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
-
-nlohmann::json fieldsOf(const QENThrift::Span& span) {
-  nlohmann::json fields = {{"trace_id", span.trace_id()},
-                           {"id", span.id()},
-                           {"name", span.name()},
-                           {"timestamp", span.timestamp()},
-                           {"duration", span.duration()}};
-  fields["parent_id"] = span.parent_idIsSet() ? nlohmann::json(span.parent_id()) : nlohmann::json();
-  for (const auto& annotation : span.annotations()) {
-    fields["annotations"].push_back({{"timestamp", annotation->timestamp()},
-                                     {"value", annotation->value()},
-                                     {"host", annotation->host()->service_name()}});
-  }
-  for (const auto& annotation : span.binary_annotations()) {
-    fields["binary_annotations"].push_back(
-        {{"key", annotation->key()},
-         {"value", QENFoundation::qen_hexString(*annotation->value())},
-         {"annotation_type", static_cast<int>(annotation->annotation_type())}});
-  }
-  return fields;
-}
 
 QENPerformanceMetric::SpanList exportTree() {
   QENPerformanceMetric::setUwtMetricNames(QENPerformanceMetric::MetricNameSet{"home_feed_render"});
@@ -111,16 +88,10 @@ int main(int argc, char** argv) {
   }
   const std::string folder = argv[1];
   const auto spans = exportTree();
-  write(folder + "/spans.thrift", QENZipkinThriftEncoder::encodeSpans(spans));
   write(folder + "/spans-safe.thrift",
         QENZipkinThriftEncoder::encodeSpans(spans, QENZipkinThriftEncoder::Form::kBackendSafe));
   std::ofstream(folder + "/spans-v2.json") << QENZipkinV2JSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/spans-otlp.json") << QENOTLPJSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/headers.json") << headerCases().dump(2);
-  nlohmann::json expected = nlohmann::json::array();
-  for (const auto& span : spans) {
-    expected.push_back(fieldsOf(*span));
-  }
-  std::ofstream(folder + "/expected.json") << expected.dump(2);
   return 0;
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-# Reads back our encodings with readers we did not write: Apache Thrift decodes both Thrift forms;
-# py_zipkin writes the backend-safe spans, converted by Zipkin's v1-to-v2 rules (as_py_zipkin), as
+# Reads back our encodings with readers we did not write: Apache Thrift decodes the Thrift a reporter
+# sends, and py_zipkin writes those spans, converted by Zipkin's v1-to-v2 rules (as_py_zipkin), as
 # v2 JSON equal to ours (times within the microsecond it truncates); our OTLP says what our v2
 # says.
 # Usage: check_zipkin_interop.py WRITER_PROGRAM ZIPKIN_CORE_THRIFT   Prints "N passed, M failed".
@@ -27,9 +27,6 @@ def check(condition, what):
         print("FAILED:", what)
 
 
-SATURATED = 2**63 - 1
-
-
 def load_ttypes(folder, idl):
     subprocess.run(["thrift", "--gen", "py", "-out", folder, idl], check=True)
     sys.path.insert(0, folder)
@@ -47,19 +44,6 @@ def decode_spans(path, ttypes):
         spans.append(span)
     protocol.readListEnd()
     return spans
-
-
-def check_thrift_fields(spans, expected):
-    check(len(spans) == len(expected), "span count")
-    for span, fields in zip(spans, expected):
-        for name in ("trace_id", "id", "name", "timestamp", "duration", "parent_id"):
-            check(getattr(span, name) == fields[name], f"{fields['name']}.{name}")
-        decoded = [(a.timestamp, a.value, a.host.service_name) for a in span.annotations]
-        wanted = [(a["timestamp"], a["value"], a["host"]) for a in fields["annotations"]]
-        check(decoded == wanted, f"{fields['name']}.annotations")
-        decoded = [(b.key, b.value.hex(), b.annotation_type, b.host) for b in span.binary_annotations]
-        wanted = [(b["key"], b["value"], b["annotation_type"], None) for b in fields["binary_annotations"]]
-        check(decoded == wanted, f"{fields['name']}.binary_annotations")
 
 
 def tag_text(annotation):
@@ -164,10 +148,6 @@ def main():
         subprocess.run([*writer, folder], check=True)
         ttypes = load_ttypes(folder, idl)
         read = lambda name: json.load(open(os.path.join(folder, name)))
-        as_made = decode_spans(os.path.join(folder, "spans.thrift"), ttypes)
-        check_thrift_fields(as_made, read("expected.json"))
-        check(SATURATED in [a.timestamp for a in as_made[0].annotations],
-              "as made, client-send keeps the library's saturated time")
         safe = decode_spans(os.path.join(folder, "spans-safe.thrift"), ttypes)
         ours = read("spans-v2.json")
         check_v2_json(safe, ours)
