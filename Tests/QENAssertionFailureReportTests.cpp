@@ -86,17 +86,4 @@ TEST(AssertionMacros, BuildTheThreeMessageFormsAndNothingWhenTheConditionHolds) 
   EXPECT_EQ(evaluations, 1);
 }
 
-// Wherever the checkout lies, even below a folder named like a marker.
-TEST(AssertionFailureReport, NamesTheLibraryAsTheModuleOfItsOwnSources) {
-  QENCapturedAssertions captured;
-  QENPerformanceMetric::initLeafMetricWithName("leaf")->invalidateWithReason(
-      QENPerformanceMetricStopReasonDefault);
-  AssertionFailureReport("message", "-[X y]", 1, "/home/Platform/ci/QENPerformanceLogger/File.cpp",
-                         "File.cpp", "QENPerformanceLogger");
-  const auto records = captured.records();
-  ASSERT_EQ(records.size(), 2u);
-  EXPECT_EQ(records[0].fileID(), "QENPerformanceLogger/QENPerformanceMetric.cpp");
-  EXPECT_EQ(records[1].fileID(), "QENPerformanceLogger/File.cpp");
-}
-
 }  // namespace

@@ -189,19 +189,6 @@ TEST(EndpointMetric, FallsBackToTheAnnouncedLengthAndDefaultsWhatIsMissing) {
   EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*metric, "http.method")), "");
 }
 
-TEST(EndpointMetric, SerialisesOnlyTheAppsOwnFrames) {
-  QENBundle::setMainBundleInfoValue("CFBundleName", "MyApp");
-  const std::string trace = Metric::serializeStackTrace(
-      {"0   MyApp      0x1a2b   -[FeedLoader load] + 52",
-       "1   UIKitCore  0x3c4d   -[UIView layout] + 20", "12\tMyApp\t0x9\tmain + 8",
-       "7 MyApp 0x2 go +", "8 MyApp 0x3 go"});  // five columns are enough, four are not
-  EXPECT_EQ(trace,
-            "{\n    \"trace\": [\n        \"00 MyApp -[FeedLoader load]\",\n"
-            "        \"12 MyApp main +\",\n        \"07 MyApp go +\"\n    ]\n}");
-  EXPECT_EQ(Metric::serializeStackTrace({}), "{\n    \"trace\": []\n}");
-  EXPECT_EQ(Metric::serializeStackTrace({"0 MyApp 0x1 \xff\xfe + 1"}), "Serialization Failed");
-}
-
 // Thousands of generated task metrics: random class, transaction count, fetch type, dates
 // (present or not, in any order, sometimes absurd) and byte counts. None may crash or trip a
 // sanitizer, and a started metric is valid exactly when it names no reason to be invalid.

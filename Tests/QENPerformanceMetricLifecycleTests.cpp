@@ -247,4 +247,21 @@ TEST(MetricLifecycle, FactoriesSetTimesAndIdentifiersWithoutSideEffects) {
   EXPECT_NE(Metric::initWithName("a")->traceId(), Metric::initWithName("b")->traceId());
 }
 
+TEST(MetricFactories, CreateWithABlockMeasuresTheWorkOnce) {
+  int runs = 0;
+  double workTime = 0;
+  const auto metric = Metric::createWithName("decode", [&] {
+    ++runs;
+    workTime = QENMonotonicTimeGetCurrent();
+  });
+  EXPECT_EQ(runs, 1);
+  EXPECT_TRUE(metric->isFinished() && metric->isValid());
+  EXPECT_LE(metric->startTime(), workTime);
+  EXPECT_GE(metric->stopTime(), workTime);
+  EXPECT_FALSE(metric->shouldPostMetricWillStart() || metric->isObservingMetricWillStart());
+  const auto timed = Metric::createWithName("timed", 5.0, 4.0);
+  EXPECT_EQ(timed->startTime(), 5.0);
+  EXPECT_EQ(timed->stopTime(), 4.0);
+}
+
 }  // namespace

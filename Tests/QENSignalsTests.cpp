@@ -2,7 +2,6 @@
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENAnimationMetric.h"
-#include "QENDefaultContentTypePerformanceSignal.h"
 #include "QENPerformanceSignal.h"
 #include "QENScrollVelocityUtility.h"
 #include "Support/QENCapturedAssertions.h"
@@ -103,24 +102,6 @@ TEST(ScrollVelocityUtility, MeasuresFromTheReferencePointUntilTheThresholdMovesI
   utility.scrollingStarted();
   EXPECT_EQ(utility.maxScrollVelocity(), QENScrollVelocityUtility::kResetMaximum);
   EXPECT_EQ(utility.lastScrollTime(), -1.0);
-}
-
-TEST(ContentTypeSignal, SubtractsOnlyWithoutShortfallAndMergesWithWraparound) {
-  using Signal = QENDefaultContentTypePerformanceSignal;
-  const auto counts = [](const QENContentTypePerformanceSignal::Pointer& signal) {
-    return std::dynamic_pointer_cast<const Signal>(signal)->counts();
-  };
-  const auto five = std::make_shared<const Signal>(5, 0, 0, 0, 0, 0, 0, 0, 0);
-  EXPECT_EQ(counts(five->signalBySubstractingFromSignal(five)), Signal::Counts{});
-  const auto receiver = std::make_shared<const Signal>(5, 1, 0, 0, 0, 0, 0, 0, 0);
-  EXPECT_EQ(receiver->signalBySubstractingFromSignal(
-                std::make_shared<const Signal>(4, 2, 0, 0, 0, 0, 0, 0, 0)),
-            nullptr);
-  EXPECT_EQ(counts(receiver->signalBySubstractingFromSignal(std::make_shared<const Signal>())),
-            receiver->counts());
-  const auto largest = std::make_shared<const Signal>(UINT64_MAX, 0, 0, 0, 0, 0, 0, 0, 2);
-  const auto merged = counts(largest->signalByMergingWithSignal(receiver));
-  EXPECT_EQ(merged, (Signal::Counts{4, 1, 0, 0, 0, 0, 0, 0, 2})) << "wraps around";
 }
 
 TEST(VideoPreloadSignal, RoundsItsDurationAndBuildsB3HeadersForTheCdnChildSpan) {
