@@ -10,7 +10,6 @@
 
 #include "QENCurlCollectorTransport.h"
 #include "QENSpanReporter.h"
-#include "QENTokenBucket.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
 #include "Support/QENScriptedCollectorTransport.h"
@@ -197,16 +196,6 @@ TEST(SpanReporter, AReportPastItsCapKeepsTheTopLevelsAndTheRateLimitTheFirstAndB
   expectBooksBalance(reporter.counters(), nullptr);
 }
 
-TEST(TokenBucket, LetsABurstOfAMinutesTakesThenRefillsEvenlyUpToTheBurst) {
-  const QENTokenBucket::Clock::time_point start;
-  QENTokenBucket bucket(2, start);
-  const std::pair<std::chrono::seconds, bool> takes[] = {{0s, true},   {0s, true},   {0s, false},
-                                                         {29s, false}, {30s, true},  {30s, false},
-                                                         {600s, true}, {600s, true}, {600s, false}};
-  for (const auto& [at, taken] : takes)
-    EXPECT_EQ(bucket.take(start + at), taken) << at.count();
-}
-
 TEST(SpanReporter, AFullQueueDropsTheOldestAndCountsThem) {
   const auto delivering = collector();
   auto small = options(delivering);
@@ -222,8 +211,8 @@ TEST(SpanReporter, AFullQueueDropsTheOldestAndCountsThem) {
       << "the oldest were dropped";
 }
 
-// Settings that once crashed (an empty queue popped), hung (a batch of nothing) or spun (no
-// flush interval) are reported and raised to their floors; the reporter then works.
+// Settings that once crashed (an empty queue popped) or hung (a batch of nothing) are reported and
+// raised to their floors; the reporter then works.
 TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
   QENCapturedAssertions captured;
   QENLoopbackHTTPServer server([](int) { return Answer{202}; });
@@ -258,21 +247,11 @@ TEST(SpanReporter, SettingsBelowTheirFloorsAreReportedAndRaised) {
     reporter.report(spans(1, index));
     server.waitForRequests(static_cast<std::size_t>(index) + 1);
   }
-  // Idle with no flush interval: the worker must sleep, not spin. A spinning worker burns the
-  // whole interval below in CPU time; an idle one next to nothing.
-  const auto cpuTime = [] {
-    timespec now{};
-    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
-  };
-  const auto cpuBefore = cpuTime();
-  std::this_thread::sleep_for(200ms);  // the idle stretch being measured, not a wait for an event
-  EXPECT_LT(cpuTime() - cpuBefore, 50ms);
   EXPECT_TRUE(reporter.shutdown(20s));
   expectBooksBalance(reporter.counters(), &server);
   const auto sent = server.requests().front();
   EXPECT_TRUE(sent.hasHeader("X-Ok: 1"));
-  EXPECT_EQ(sent.headers.find("x-injected"), std::string::npos);
+  EXPECT_EQ(sent.headers.find("X-Injected"), std::string::npos);
 }
 
 // Five threads stop one reporter at once while a transfer hangs on a collector that never

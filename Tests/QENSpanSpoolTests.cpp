@@ -6,7 +6,6 @@
 #include <fstream>
 #include <random>
 #include <set>
-#include <thread>
 
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENSpanSpool.h"
@@ -297,23 +296,6 @@ TEST_F(SpanSpool, TheOldestBatchesGoPastTheByteAndAgeBounds) {
   runSQL(path(), "UPDATE batches SET created = created - 8 * 24 * 3600");
   EXPECT_FALSE(spool.oldest().has_value());
   EXPECT_EQ(spool.counters().droppedExpired, 4u) << "older than a week";
-}
-
-TEST_F(SpanSpool, TwoProcessesOnOneSpoolTakeTurnsAndLoseNothing) {
-  QENSpanSpool first({.path = path()});
-  QENSpanSpool second({.path = path()});  // a connection of its own, as another process has
-  const auto fill = [](QENSpanSpool& spool) {
-    for (int index = 0; index < 50; ++index)
-      spool.append(batch(1));
-  };
-  std::thread other(fill, std::ref(second));
-  fill(first);
-  other.join();
-  EXPECT_EQ(first.counters().persisted + second.counters().persisted, 100u);
-  int left = 0;
-  for (; const auto oldest = first.oldest(); ++left)
-    first.remove(oldest->id);
-  EXPECT_EQ(left, 100);
 }
 
 }  // namespace

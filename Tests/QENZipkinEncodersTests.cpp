@@ -5,7 +5,6 @@
 
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENChromeTraceEncoder.h"
-#include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENOTLPJSONEncoder.h"
 #include "QENSpanEncoding.h"
@@ -19,48 +18,6 @@ namespace {
 using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
 using Spans = std::vector<std::shared_ptr<QENThrift::Span>>;
 using Type = QENThrift::AnnotationType;
-
-std::shared_ptr<const QENThrift::BinaryAnnotation> tag(std::string key,
-                                                       std::optional<std::vector<int>> bytes,
-                                                       Type type) {
-  std::optional<QENThrift::BinaryAnnotation::Bytes> value;
-  if (bytes) {
-    value.emplace();
-    for (const int byte : *bytes)
-      value->push_back(static_cast<std::byte>(byte));
-  }
-  return std::make_shared<const QENThrift::BinaryAnnotation>(std::move(key), value, type, nullptr);
-}
-
-TEST(ChromeTraceEncoder, PutsSpansOnTheTrackOfTheirDepthWithTheirAnnotations) {
-  const auto span = [](std::int64_t id, std::optional<std::int64_t> parent) {
-    auto made = std::make_shared<QENThrift::Span>();
-    made->setId(id);
-    made->setTimestamp(1000 * id);
-    made->setDuration(10);
-    if (parent)
-      made->setParent_id(*parent);
-    made->setAnnotations({std::make_shared<const QENThrift::Annotation>(5, "cs", nullptr),
-                          std::make_shared<const QENThrift::Annotation>(7, "first_byte", nullptr)});
-    return made;
-  };
-  const Spans spans = {span(1, std::nullopt), span(2, 1), span(3, 2), span(4, 99)};
-  const auto trace = nlohmann::json::parse(QENChromeTraceEncoder::encodeSpans(spans));
-  EXPECT_EQ(trace["traceEvents"][0]["args"]["name"], QENDevice::platformName())
-      << "the process is named after the service";
-  std::vector<int> tracks;
-  std::vector<std::string> instants;
-  for (const auto& event : trace["traceEvents"]) {
-    if (event["ph"] == "X") {
-      tracks.push_back(event["tid"]);
-      EXPECT_EQ(event["dur"], 10);
-    } else if (event["ph"] != "M") {
-      instants.push_back(event["name"]);
-    }
-  }
-  EXPECT_EQ(tracks, (std::vector<int>{0, 1, 2, 0})) << "an unknown parent starts a new tree";
-  EXPECT_EQ(instants, std::vector<std::string>(4, "first_byte")) << "client-send is left out";
-}
 
 // Spans of any bytes and field values, present or absent, extremes often.
 class RandomSpans {
@@ -83,13 +40,14 @@ class RandomSpans {
   std::shared_ptr<const QENThrift::BinaryAnnotation> binary() {
     if (chance(15))  // a request's URL, which makes a client span
       return Vocabulary::annotationWithKeyString("endpoint_id", "https://" + text() + "/p");
-    std::optional<std::vector<int>> bytes;
+    std::optional<QENThrift::BinaryAnnotation::Bytes> value;
     if (!chance(10)) {
-      bytes.emplace(random_() % 10);
-      for (int& byte : *bytes)
-        byte = static_cast<int>(random_() % 256);
+      value.emplace();
+      for (auto bytes = random_() % 10; bytes > 0; --bytes)
+        value->push_back(static_cast<std::byte>(random_()));
     }
-    return tag(text(), bytes, static_cast<Type>(random_() % 8));
+    return std::make_shared<const QENThrift::BinaryAnnotation>(
+        text(), value, static_cast<Type>(random_() % 8), nullptr);
   }
   std::shared_ptr<QENThrift::Span> span() {
     auto made = std::make_shared<QENThrift::Span>();
@@ -103,16 +61,14 @@ class RandomSpans {
     if (chance(80))
       made->setDuration(number());
     QENThrift::Span::AnnotationList annotations(random_() % 4);
-    for (auto& annotation : annotations) {
-      if (!chance(10))
-        annotation = std::make_shared<const QENThrift::Annotation>(number(), text(), nullptr);
-    }
+    for (auto& annotation : annotations)
+      annotation = chance(10)
+                       ? nullptr
+                       : std::make_shared<const QENThrift::Annotation>(number(), text(), nullptr);
     made->setAnnotations(annotations);
     QENThrift::Span::BinaryAnnotationList binaries(random_() % 6);
-    for (auto& annotation : binaries) {
-      if (!chance(10))
-        annotation = binary();
-    }
+    for (auto& annotation : binaries)
+      annotation = chance(10) ? nullptr : binary();
     made->setBinary_annotations(binaries);
     return made;
   }

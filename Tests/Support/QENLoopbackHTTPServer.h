@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -40,9 +39,9 @@ class QENLoopbackHTTPServer {
   struct Request {
     std::string body;
     Answer answer;
-    std::string headers;  // the request line and header fields, lower-cased
+    std::string headers;  // the request line and header fields, as sent
     bool hasHeader(const std::string& field) const {
-      return headers.find("\r\n" + lowerCased(field) + "\r\n") != std::string::npos;
+      return headers.find("\r\n" + field + "\r\n") != std::string::npos;
     }
     // Whether the client was told its batch was taken.
     bool acknowledged() const {
@@ -98,12 +97,6 @@ class QENLoopbackHTTPServer {
   }
 
  private:
-  static std::string lowerCased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-  }
-
   void serve() {
     for (int index = 0; !stopping_; ++index) {
       const int connection = ::accept(listener_, nullptr, nullptr);
@@ -112,7 +105,7 @@ class QENLoopbackHTTPServer {
       connection_ = connection;
       auto [headers, body] = readRequest(connection);
       if (!headers.empty()) {  // else the client went away mid-request
-        if (headers.find("\r\ncontent-encoding: gzip\r\n") != std::string::npos)
+        if (headers.find("\r\nContent-Encoding: gzip\r\n") != std::string::npos)
           body = QENGzip::decompress(body).value_or("not gzip");
         const Answer answer = behaviour_(index);
         {
@@ -160,7 +153,7 @@ class QENLoopbackHTTPServer {
     [[maybe_unused]] const auto sent = ::send(connection, data.data(), data.size(), MSG_NOSIGNAL);
   }
 
-  // The header block (lower-cased, ending in "\r\n") and the body; nothing if the client left.
+  // The header block (ending in "\r\n") and the body; nothing if the client left.
   static std::pair<std::string, std::string> readRequest(int connection) {
     std::string data;
     char buffer[65536];
@@ -177,7 +170,7 @@ class QENLoopbackHTTPServer {
         contentLength = field < headerEnd ? std::stoul(data.substr(field + 16)) : 0;
       }
     }
-    return {lowerCased(data.substr(0, headerEnd + 2)), data.substr(headerEnd + 4, contentLength)};
+    return {data.substr(0, headerEnd + 2), data.substr(headerEnd + 4, contentLength)};
   }
 
   std::function<Answer(int)> behaviour_;
