@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -9,26 +8,10 @@
 #include "QENFoundation/QENDate.h"
 #include "QENFoundation/QENJSONSerialization.h"
 #include "QENFoundation/QENMonotonicTime.h"
-#include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENURLLoading/QENURL.h"
 #include "Support/QENRandomText.h"
 
 namespace {
-
-using QENFoundation::qen_networkEndianHexString;
-
-TEST(NetworkEndianHexString, RendersTheBigEndianValueWithLeadingZeros) {
-  EXPECT_EQ(qen_networkEndianHexString(std::int64_t{0x0102030405060708}), "0102030405060708");
-  EXPECT_EQ(qen_networkEndianHexString(std::int64_t{0xab}), "00000000000000ab");
-  EXPECT_EQ(qen_networkEndianHexString(std::int64_t{-1}), "ffffffffffffffff");
-  EXPECT_EQ(qen_networkEndianHexString(std::numeric_limits<std::int64_t>::min()),
-            "8000000000000000");
-  const std::uint16_t shortValue = 0x0a0b;
-  EXPECT_EQ(qen_networkEndianHexString(std::as_bytes(std::span(&shortValue, 1))), "0a0b");
-  EXPECT_EQ(qen_networkEndianHexString(std::span<const std::byte>()), "");
-  EXPECT_EQ(QENFoundation::qen_hexString(std::as_bytes(std::span(&shortValue, 1))), "0b0a")
-      << "bytes as they stand in memory (little-endian here)";
-}
 
 TEST(MonotonicTime, MapsToTheWallClockAndBackAsAFixedTranslation) {
   const double now = QENMonotonicTimeGetCurrent();

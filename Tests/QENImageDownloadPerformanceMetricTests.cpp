@@ -160,11 +160,8 @@ TEST(ImageDownloadMetricManager, AveragesTheTransactionsThatHaveSpeedAndSize) {
   // (never undefined behaviour): nine times 2^60 - 1 wraps to -8070450532247928841, whose ninth
   // truncates to -896716725805325426.
   const auto huge = imageMetric("https://i.example.com/huge.jpg");
-  std::vector<std::shared_ptr<const Transaction>> nine;
-  for (int index = 0; index < 9; ++index) {
-    nine.push_back(transfer(-2, 1000, (std::int64_t{1} << 60) - 1));
-  }
-  Manager::processMetrics(task(nine), huge->imageURL());
+  Manager::processMetrics(task({9, transfer(-2, 1000, (std::int64_t{1} << 60) - 1)}),
+                          huge->imageURL());
   EXPECT_EQ(integer(*huge, "net.expected_size"), -896716725805325426);
 }
 

@@ -80,19 +80,6 @@ TEST(NetworkMetrics, MissingDatesReadAsTheFetchStart) {
   EXPECT_EQ(plainDurations.at("tls_time"), 60);
 }
 
-TEST(NetworkMetrics, CalculatedAnnotationsCarryTheLow32Bits) {
-  Record record;
-  record.fetchStartDate = at(0);
-  record.responseEndDate = at(3000000);  // 3,000,000,000 ms after a response start of 0
-  EXPECT_EQ(Metrics::getCalculatedConnectionMetricsInMilliseconds(record).at("ttlb"), 3000000000);
-  for (const auto& [key, value] : integersOf(Metrics::getCalculatedConnectionMetrics(record))) {
-    if (key == "ttlb") {
-      EXPECT_EQ(value, -1294967296);
-    }
-  }
-  EXPECT_EQ(integersOf(Metrics::getConnectionMetrics(record)).back().second, 3000000000);
-}
-
 TEST(NetworkMetrics, SpeedBytesAndAddress) {
   Record record;
   record.responseStartDate = at(0);

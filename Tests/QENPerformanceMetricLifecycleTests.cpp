@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "QENCommandLineOptions/QENCommandLineOptions.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENPerformanceMetric.h"
@@ -218,19 +217,6 @@ TEST(MetricLifecycle, UploadFollowsTheWholePercentageDrawAndSkipsUnknownInvalida
     metric->invalidate();
     EXPECT_FALSE(metric->shouldUpload());
   }
-}
-
-TEST(MetricLifecycle, PerformanceTestModeUploadsEverythingButUnknownInvalidations) {
-  // The mode is read once per process, so the check runs in a fresh one.
-  EXPECT_EXIT(
-      {
-        QENCommandLineOptions::setPerformanceTestMode(true);
-        const auto never = Metric::initWithName("never", 0.0);
-        const auto unknown = Metric::initWithName("unknown", 1.0);
-        unknown->invalidate();
-        std::exit(never->shouldUpload() && !unknown->shouldUpload() ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
 }
 
 TEST(MetricLifecycle, FactoriesSetTimesAndIdentifiersWithoutSideEffects) {

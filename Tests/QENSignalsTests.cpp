@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "BinaryAnnotation+QENAdditions.h"
 #include "QENAnimationMetric.h"
 #include "QENPerformanceSignal.h"
 #include "QENScrollVelocityUtility.h"
+#include "Support/QENAnnotationReaders.h"
 #include "Support/QENCapturedAssertions.h"
 
 namespace {
-
-using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
 
 TEST(AnimationMetric, AnnotatesSixteenBitCountsOrInvalidatesWhenOneIsMissing) {
   QENCapturedAssertions captured;
@@ -26,12 +24,7 @@ TEST(AnimationMetric, AnnotatesSixteenBitCountsOrInvalidatesWhenOneIsMissing) {
     metric->stopMetric();
   }
   EXPECT_TRUE(animation->isValid());
-  std::vector<std::pair<std::string, std::int64_t>> annotations;
-  for (const auto& annotation : animation->binaryAnnotations()) {
-    annotations.emplace_back(annotation->key(),
-                             Vocabulary::int64ValueFromBinaryAnnotation(annotation) >> 48);
-  }
-  EXPECT_EQ(annotations,
+  EXPECT_EQ(QENTest::integersOf(animation->binaryAnnotations()),
             (std::vector<std::pair<std::string, std::int64_t>>{{"small_frame_drop_count", 0},
                                                                {"large_frame_drop_count", 0},
                                                                {"total_frames_dropped", -32768},
