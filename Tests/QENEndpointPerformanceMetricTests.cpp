@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
 #include "QENBundle/QENBundle.h"
 #include "QENEndpointPerformanceMetric.h"
@@ -187,41 +186,6 @@ TEST(EndpointMetric, FallsBackToTheAnnouncedLengthAndDefaultsWhatIsMissing) {
   EXPECT_EQ(Vocabulary::int64ValueFromBinaryAnnotation(find(*metric, "net.response_status")), 0);
   EXPECT_EQ(find(*metric, "cdn.name"), nullptr);
   EXPECT_EQ(Vocabulary::stringValueFromBinaryAnnotation(find(*metric, "http.method")), "");
-}
-
-// Thousands of generated task metrics: random class, transaction count, fetch type, dates
-// (present or not, in any order, sometimes absurd) and byte counts. None may crash or trip a
-// sanitizer, and a started metric is valid exactly when it names no reason to be invalid.
-TEST(EndpointMetric, AbsorbsAnyGeneratedRecord) {
-  QENCapturedAssertions captured;  // keeps the expected reports off the console
-  std::mt19937_64 random(20261122);
-  const auto chance = [&](int percent) { return static_cast<int>(random() % 100) < percent; };
-  const auto date = [&]() -> std::optional<QENDate> {
-    const double absurd[] = {1e300, -1e300, NAN, 1e12};
-    const double seconds =
-        chance(5) ? absurd[random() % 4] : static_cast<double>(random() % 4000) / 1000.0 - 2.0;
-    return chance(15) ? std::nullopt : std::optional(at(seconds));
-  };
-  const char* classes[] = {"NSURLSessionTaskMetrics", "CronetMetrics", "Other"};
-  for (int round = 0; round < 3000; ++round) {
-    std::vector<std::shared_ptr<const Transaction>> transactions;
-    for (int index = chance(80) ? 1 : static_cast<int>(random() % 3) * 2; index > 0; --index) {
-      auto record = networkLoad();
-      record->resourceFetchType = chance(80) ? 1 : static_cast<std::int64_t>(random() % 5) - 1;
-      for (std::optional<QENDate>* slot :
-           {&record->fetchStartDate, &record->domainLookupStartDate, &record->connectStartDate,
-            &record->secureConnectionStartDate, &record->connectEndDate, &record->requestStartDate,
-            &record->responseStartDate, &record->responseEndDate}) {
-        *slot = date();
-      }
-      record->countOfResponseBodyBytesReceived = static_cast<std::int64_t>(random());
-      transactions.push_back(std::move(record));
-    }
-    auto metrics = taskMetrics(transactions, classes[random() % 3]);
-    metrics->taskInterval = {at(-1.0 + static_cast<double>(random() % 100) / 100), at(-0.5)};
-    const auto metric = Metric::initWithRequest(nullptr, std::nullopt, metrics);
-    EXPECT_TRUE(!metric->isStarted() || metric->isValid() == !invalidReason(*metric)) << round;
-  }
 }
 
 }  // namespace

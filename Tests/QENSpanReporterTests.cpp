@@ -104,7 +104,6 @@ TEST_P(SpanReporterFaults, EveryFaultOfTheFirstBatchEndsAsItsKindSaysAndTheBooks
 INSTANTIATE_TEST_SUITE_P(
     Collector, SpanReporterFaults,
     testing::Values(FaultCase{"ServerError", {503}, FirstBatch::kRetried},
-                    FaultCase{"InternalServerError", {500}, FirstBatch::kRetried},
                     FaultCase{"Reset", {200, Fault::kReset}, FirstBatch::kRetried},
                     FaultCase{"Stall", {200, Fault::kStall}, FirstBatch::kRetried},
                     FaultCase{"ClosedMidBody", {200, Fault::kCloseMidBody}, FirstBatch::kRetried},

@@ -79,19 +79,4 @@ class OkHttpTracingTest {
       https.stop(0);
     }
   }
-
-  @Test
-  void theLifecycleBridgeAnnotatesObservingMetrics() {
-    try (Metric metric = new Metric("session")) {
-      metric.observeApplicationEvents();
-      metric.start();
-      new AppLifecycleBridge().onStop();
-      metric.stop();
-      try (Trace trace = metric.export(null, "android")) {
-        String json =
-            new String(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"), StandardCharsets.UTF_8);
-        assertTrue(json.contains("app.enter.background"), json);
-      }
-    }
-  }
 }
