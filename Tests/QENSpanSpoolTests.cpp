@@ -65,7 +65,7 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
     QENLoopbackHTTPServer server([](int) { return Answer{}; });
     std::int64_t persisted = 0;
     {
-      QENChildProcess child(spoolKillChild(path(), server.url(), "spans"));
+      QENChildProcess child(path(), server.url(), "spans");
       for (auto lines = 1 + random() % 30; lines > 0; --lines) {
         const auto line = child.readLine();
         if (!line)
@@ -91,7 +91,7 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
 TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
   QENLoopbackHTTPServer server([](int) { return Answer{}; });
   {
-    QENChildProcess child(spoolKillChild(path(), server.url(), "trees"));
+    QENChildProcess child(path(), server.url(), "trees");
     ASSERT_EQ(child.readLine(), "ready");
   }  // killed
   drainSpool(path(), server.url());

@@ -73,12 +73,6 @@ nlohmann::json headerCases() {
   return cases;
 }
 
-void write(const std::string& path, std::span<const std::uint8_t> bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -88,8 +82,11 @@ int main(int argc, char** argv) {
   }
   const std::string folder = argv[1];
   const auto spans = exportTree();
-  write(folder + "/spans-safe.thrift",
-        QENZipkinThriftEncoder::encodeSpans(spans, QENZipkinThriftEncoder::Form::kBackendSafe));
+  const auto thrift =
+      QENZipkinThriftEncoder::encodeSpans(spans, QENZipkinThriftEncoder::Form::kBackendSafe);
+  std::ofstream(folder + "/spans-safe.thrift", std::ios::binary)
+      .write(reinterpret_cast<const char*>(thrift.data()),
+             static_cast<std::streamsize>(thrift.size()));
   std::ofstream(folder + "/spans-v2.json") << QENZipkinV2JSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/spans-otlp.json") << QENOTLPJSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/headers.json") << headerCases().dump(2);

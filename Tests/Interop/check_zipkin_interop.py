@@ -36,13 +36,9 @@ def load_ttypes(folder, idl):
 def decode_spans(path, ttypes):
     with open(path, "rb") as encoded:
         protocol = TBinaryProtocol.TBinaryProtocol(TTransport.TMemoryBuffer(encoded.read()))
-    _, size = protocol.readListBegin()
-    spans = []
-    for _ in range(size):
-        span = ttypes.Span()
+    spans = [ttypes.Span() for _ in range(protocol.readListBegin()[1])]
+    for span in spans:
         span.read(protocol)
-        spans.append(span)
-    protocol.readListEnd()
     return spans
 
 
@@ -112,9 +108,7 @@ def check_v2_json(spans, ours):
 
 def otlp_value_text(value):
     (kind, content), = value.items()
-    if kind == "boolValue":
-        return "true" if content else "false"
-    return str(content)
+    return ("true" if content else "false") if kind == "boolValue" else str(content)
 
 
 def check_otlp_agrees(otlp, ours):
@@ -128,10 +122,9 @@ def check_otlp_agrees(otlp, ours):
               and mine.get("parentSpanId") == v2.get("parentId"), f"{name}: OTLP ids")
         check(service == v2["localEndpoint"]["serviceName"], f"{name}: OTLP service")
         check((mine.get("kind") == 3) == (v2.get("kind") == "CLIENT"), f"{name}: OTLP kind")
-        start = int(mine.get("startTimeUnixNano", 0))
-        check(start == v2.get("timestamp", 0) * 1000, f"{name}: OTLP start")
-        check(int(mine.get("endTimeUnixNano", 0)) - start == v2.get("duration", 0) * 1000,
-              f"{name}: OTLP end")
+        start, end = (int(mine.get(field, 0)) for field in ("startTimeUnixNano", "endTimeUnixNano"))
+        check((start, end - start) == (v2.get("timestamp", 0) * 1000, v2.get("duration", 0) * 1000),
+              f"{name}: OTLP times")
         attributes = {a["key"]: otlp_value_text(a["value"]) for a in mine.get("attributes", [])}
         remote = v2.get("remoteEndpoint", {}).get("serviceName")
         check(attributes.pop("server.address", None) == remote, f"{name}: OTLP server.address")

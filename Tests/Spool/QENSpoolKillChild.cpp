@@ -1,5 +1,6 @@
 // The process a kill test kills: it reports spans to a collector through a reporter with a
-// spool, and says on its standard output what it has persisted, until it is killed.
+// spool, and says on its standard output what it has persisted, until it is killed. Its first
+// line is its process id, by which the test kills it.
 //
 //   QENSpoolKillChild SPOOL_PATH COLLECTOR_URL spans
 //       reports spans with ids 1, 2, 3, ... in batches of ten, printing "persisted N" each time
@@ -7,6 +8,8 @@
 //   QENSpoolKillChild SPOOL_PATH COLLECTOR_URL trees
 //       watches two cold-start trees, snapshots both, completes one, snapshots again as the app
 //       goes to the background, and prints "ready".
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <thread>
@@ -85,6 +88,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s SPOOL_PATH COLLECTOR_URL spans|trees\n", argv[0]);
     return 2;
   }
+  std::printf("%d\n", static_cast<int>(::getpid()));
+  std::fflush(stdout);
   const QENSpanReporterOptions options = reporterOptions(argv[1], argv[2]);
   if (std::strcmp(argv[3], "trees") == 0) {
     watchTrees(options);

@@ -2,44 +2,30 @@
 
 // What the kill tests need: the child process they kill, the reporter that drains its spool
 // afterwards, and SQLite's own check of the file it left.
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "QENSpanReporter.h"
 
-extern char** environ;
-
-// A child program with its standard output on a pipe; killed, if still running, when destroyed.
+// The kill test's child program (under the emulator of a cross build), its standard output on a
+// pipe; killed, if still running, when destroyed. The child's first line is its process id.
 class QENChildProcess {
  public:
-  explicit QENChildProcess(std::vector<std::string> command) {
-    int pipeEnds[2];
-    ::pipe(pipeEnds);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, pipeEnds[0]);
-    std::vector<char*> arguments;
-    for (auto& argument : command)
-      arguments.push_back(argument.data());
-    arguments.push_back(nullptr);
-    ::posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(pipeEnds[1]);
-    output_ = ::fdopen(pipeEnds[0], "r");
-  }
+  QENChildProcess(const std::string& spoolPath, const std::string& collectorURL,
+                  const std::string& mode)
+      : output_(::popen(("exec " + std::string(QEN_TEST_EMULATOR) + " " + QEN_SPOOL_KILL_CHILD +
+                         " " + spoolPath + " " + collectorURL + " " + mode)
+                            .c_str(),
+                        "r")),
+        pid_(std::stoi(readLine().value_or("-1"))) {}
   ~QENChildProcess() {
-    kill();
-    std::fclose(output_);
+    if (pid_ > 0)
+      ::kill(pid_, SIGKILL);
+    ::pclose(output_);
   }
   QENChildProcess(const QENChildProcess&) = delete;
   QENChildProcess& operator=(const QENChildProcess&) = delete;
@@ -55,29 +41,10 @@ class QENChildProcess {
     return text;
   }
 
-  void kill() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-      pid_ = -1;
-    }
-  }
-
  private:
-  pid_t pid_ = -1;
-  std::FILE* output_ = nullptr;
+  std::FILE* output_;
+  pid_t pid_;
 };
-
-// The command that starts the kill test's child program (under the emulator of a cross build).
-inline std::vector<std::string> spoolKillChild(const std::string& spoolPath,
-                                               const std::string& collectorURL,
-                                               const std::string& mode) {
-  std::vector<std::string> command;
-  if (std::string(QEN_TEST_EMULATOR).size() > 0)
-    command.push_back(QEN_TEST_EMULATOR);
-  command.insert(command.end(), {QEN_SPOOL_KILL_CHILD, spoolPath, collectorURL, mode});
-  return command;
-}
 
 inline std::string integrityOf(const std::string& spoolPath) {
   sqlite3* db = nullptr;
