@@ -8,7 +8,6 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "QENPerformanceMetric.h"
-#include "QENPerformanceSendsTraceInHeader.h"
 #include "Span+DebugDescription.h"
 #include "Support/QENAnnotationReaders.h"
 #include "Support/QENCapturedAssertions.h"
@@ -144,35 +143,6 @@ TEST(SpanExport, ScalesEachTimeThenRoundsHalfAwayFromZeroAndSaturatesOnExtremeTi
       QENThrift::SpanDebugDescription::debugDescription(logged).find("{n:<00000000 00000005>}"),
       std::string::npos)
       << "a log line shows a value's bytes in groups of four";
-}
-
-// A host's metric whose request carried trace headers to a fixed URL: adopting the protocol is
-// all it does.
-class TracedRequestMetric : public QENPerformanceMetric,
-                            public QENPerformanceSendsTraceInHeader,
-                            public QENPerformanceMetricFactories<TracedRequestMetric> {
- public:
-  using QENPerformanceMetricFactories<TracedRequestMetric>::initWithName;
-  using QENPerformanceMetric::QENPerformanceMetric;
-  std::shared_ptr<const QENURL> urlHeaderSentTo() const override {
-    return QENURL::URLWithString("https://api.example.com/feed");
-  }
-};
-
-TEST(SpanExport, AMetricThatSentTraceHeadersReportsTheSpanIdItSent) {
-  const auto request = TracedRequestMetric::initWithName("request", 1.0, 2.0);
-  const auto url = QENURL::URLWithString("https://api.example.com/feed");
-  request->generateAndStoreSpanIdForURL(url);
-  const std::int64_t sent = request->generateAndStoreSpanIdForURL(url);
-  request->generateAndStoreSpanIdForURL(QENURL::URLWithString("https://other.example.com/"));
-  EXPECT_EQ(request->overriddenSpanId(), sent);
-  EXPECT_EQ(request->spansWithAppContext(kAppContext)[0]->id(), sent);
-
-  const auto plain = Metric::initWithName("plain");
-  const std::int64_t ownId = plain->spanId();
-  plain->generateAndStoreSpanIdForURL(url);
-  EXPECT_EQ(plain->overriddenSpanId(), 0);
-  EXPECT_EQ(plain->spanId(), ownId);
 }
 
 // A German locale writes decimal commas and lower-cases Latin-1 letters; what the library writes
