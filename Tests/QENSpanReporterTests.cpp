@@ -1,14 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <ctime>
 #include <latch>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <ostream>
 #include <thread>
 
-#include "QENCurlCollectorTransport.h"
 #include "QENSpanReporter.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
@@ -106,31 +103,12 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(FaultCase{"ServerError", {503}, FirstBatch::kRetried},
                     FaultCase{"Reset", {200, Fault::kReset}, FirstBatch::kRetried},
                     FaultCase{"Stall", {200, Fault::kStall}, FirstBatch::kRetried},
-                    FaultCase{"ClosedMidBody", {200, Fault::kCloseMidBody}, FirstBatch::kRetried},
                     FaultCase{"Trickle", {200, Fault::kTrickle}, FirstBatch::kDelivered},
                     FaultCase{"TooManyRequests", {429, Fault::kNone, "3600"}, FirstBatch::kRetried},
                     FaultCase{"ClientError", {400}, FirstBatch::kRefused},
                     FaultCase{"Redirect", {301}, FirstBatch::kRefused},
                     FaultCase{"MultipleChoices", {300}, FirstBatch::kRefused}),
     [](const testing::TestParamInfo<FaultCase>& info) { return std::string(info.param.name); });
-
-TEST(CurlCollectorTransport, RetryAfterIsDelaySecondsOrAnHTTPDate) {
-  constexpr std::time_t kNow = 1445412480 - 90;  // 90 s before Wed, 21 Oct 2015 07:28:00 GMT
-  const struct {
-    const char* value;
-    std::optional<std::chrono::seconds> wait;
-  } table[] = {
-      {"120", 120s},
-      {"0", 0s},
-      {"99999999999999999999", std::chrono::seconds::max()},
-      {"Wed, 21 Oct 2015 07:28:00 GMT", 90s},
-      {"Tue, 20 Oct 2015 07:28:00 GMT", 0s},  // a date past is no wait
-      {"soon", std::nullopt},
-      {"", std::nullopt},
-  };
-  for (const auto& row : table)
-    EXPECT_EQ(QENCurlCollectorTransport::parseRetryAfter(row.value, kNow), row.wait) << row.value;
-}
 
 TEST(SpanReporter, SendsGzippedOTLPForTheServiceWithTheHostsHeadersAndItsUserAgent) {
   QENLoopbackHTTPServer server([](int) { return Answer{200}; });

@@ -25,11 +25,10 @@
 class QENLoopbackHTTPServer {
  public:
   enum class Fault {
-    kNone,          // answers with the status
-    kReset,         // resets the connection without answering
-    kStall,         // never answers; waits until the client gives up
-    kTrickle,       // answers with the status one byte at a time
-    kCloseMidBody,  // announces a body, sends part of it and closes
+    kNone,     // answers with the status
+    kReset,    // resets the connection without answering
+    kStall,    // never answers; waits until the client gives up
+    kTrickle,  // answers with the status one byte at a time
   };
   struct Answer {
     int status = 200;
@@ -144,8 +143,6 @@ class QENLoopbackHTTPServer {
           std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the slowness itself
         }
         return;
-      case Fault::kCloseMidBody:
-        return send(connection, statusLine + "Content-Length: 64\r\nConnection: close\r\n\r\nhalf");
     }
   }
 

@@ -2,6 +2,7 @@ package com.qen.performancelogger;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import com.qen.performancelogger.QENPerformanceLoggerException.Status;
 import com.sun.net.httpserver.HttpServer;
 import java.io.IOException;
 import java.net.InetSocketAddress;
@@ -10,10 +11,15 @@ import java.time.Duration;
 import java.util.*;
 import java.util.concurrent.*;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 
 class BindingTest {
   private static String text(byte[] bytes) {
     return new String(bytes, StandardCharsets.UTF_8);
+  }
+
+  private static Status thrown(Executable call) {
+    return assertThrows(QENPerformanceLoggerException.class, call).status();
   }
 
   @Test
@@ -50,22 +56,16 @@ class BindingTest {
   void misuseIsAClearErrorAndNothingCrashes() {
     Metric metric = Metric.leaf("closed");
     metric.start();
-    QENPerformanceLoggerException running =
-        assertThrows(QENPerformanceLoggerException.class, () -> metric.export(null, "android"));
-    assertEquals(QENPerformanceLoggerException.Status.NOT_FINISHED, running.status());
+    assertEquals(Status.NOT_FINISHED, thrown(() -> metric.export(null, "android")));
     metric.close();
     metric.close();
-    QENPerformanceLoggerException closed =
-        assertThrows(QENPerformanceLoggerException.class, metric::stop);
-    assertEquals(QENPerformanceLoggerException.Status.INVALID_HANDLE, closed.status());
-    NullPointerException nullName =
-        assertThrows(NullPointerException.class, () -> new Metric(null));
-    assertEquals("name must not be null", nullName.getMessage());
+    assertEquals(Status.INVALID_HANDLE, thrown(metric::stop));
+    assertEquals("name must not be null",
+        assertThrows(NullPointerException.class, () -> new Metric(null)).getMessage());
     Reporter.Options options = new Reporter.Options();
     options.collectorURL = "http://127.0.0.1:9/";
     options.format = Format.CHROME_TRACE;
-    assertEquals(QENPerformanceLoggerException.Status.INVALID_ARGUMENT,
-        assertThrows(QENPerformanceLoggerException.class, () -> new Reporter(options)).status());
+    assertEquals(Status.INVALID_ARGUMENT, thrown(() -> new Reporter(options)));
   }
 
   @Test
