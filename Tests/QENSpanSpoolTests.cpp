@@ -7,8 +7,11 @@
 #include <random>
 #include <set>
 
+#include "QENApplication/QENApplicationLifecycle.h"
+#include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENSpanSpool.h"
+#include "QENUnfinishedTraceWatcher.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
 #include "Support/QENScriptedCollectorTransport.h"
@@ -65,7 +68,7 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
     QENLoopbackHTTPServer server([](int) { return Answer{}; });
     std::int64_t persisted = 0;
     {
-      QENChildProcess child(path(), server.url(), "spans");
+      QENChildProcess child(path(), server.url());
       for (auto lines = 1 + random() % 30; lines > 0; --lines) {
         const auto line = child.readLine();
         if (!line)
@@ -88,12 +91,31 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
   }
 }
 
-TEST_F(SpanSpool, AKilledColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
+// Two cold-start trees are snapshotted, one completes, the app goes to the background; what the
+// next process finds is the other, whole.
+TEST_F(SpanSpool, AnAbandonedColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
   QENLoopbackHTTPServer server([](int) { return Answer{}; });
   {
-    QENChildProcess child(path(), server.url(), "trees");
-    ASSERT_EQ(child.readLine(), "ready");
-  }  // killed
+    QENUnfinishedTraceWatcher watcher(std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{path()}),
+                                      {}, QENPerformanceMetricAppContext("1", "x"), 0ms);
+    const double now = QENMonotonicTimeGetCurrent();
+    const auto coldStart = QENPerformanceMetric::initWithName("abandoned_cold_start", 1.0);
+    coldStart->startMetricWithTime(now - 1);
+    coldStart->addChildMetric(
+        QENPerformanceMetric::initLeafMetricWithName("abandoned_done", now - 0.9, now - 0.8));
+    const auto running = QENPerformanceMetric::initWithName("abandoned_running", 1.0);
+    running->startMetricWithTime(now - 0.7);
+    running->addChildMetric(
+        QENPerformanceMetric::initLeafMetricWithName("abandoned_inner", now - 0.6, now - 0.5));
+    coldStart->addChildMetric(running);
+    const auto completed = QENPerformanceMetric::initWithName("completed_feed", 1.0);
+    completed->startMetricWithTime(now - 1);
+    watcher.watch(coldStart);
+    watcher.watch(completed);
+    watcher.snapshotNow();
+    completed->stopMetricWithTime(now);
+    QENApplicationLifecycle::postDidEnterBackground();  // snapshots again, now without it
+  }
   drainSpool(path(), server.url());
   std::map<std::string, nlohmann::json> spans;
   for (const auto& request : server.requests()) {

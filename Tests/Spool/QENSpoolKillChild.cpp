@@ -1,23 +1,15 @@
-// The process a kill test kills: it reports spans to a collector through a reporter with a
-// spool, and says on its standard output what it has persisted, until it is killed. Its first
-// line is its process id, by which the test kills it.
+// The process the kill test kills: its first line is its process id, by which the test kills it;
+// then it reports spans with ids 1, 2, 3, ... in batches of ten through a reporter with a spool,
+// printing "persisted N" each time the spool's count of persisted spans changes (spans are
+// persisted in id order), until it is killed.
 //
-//   QENSpoolKillChild SPOOL_PATH COLLECTOR_URL spans
-//       reports spans with ids 1, 2, 3, ... in batches of ten, printing "persisted N" each time
-//       the spool's count of persisted spans changes (spans are persisted in id order);
-//   QENSpoolKillChild SPOOL_PATH COLLECTOR_URL trees
-//       watches two cold-start trees, snapshots both, completes one, snapshots again as the app
-//       goes to the background, and prints "ready".
+//   QENSpoolKillChild SPOOL_PATH COLLECTOR_URL
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <thread>
 
-#include "QENApplication/QENApplicationLifecycle.h"
-#include "QENFoundation/QENMonotonicTime.h"
 #include "QENSpanReporter.h"
-#include "QENUnfinishedTraceWatcher.h"
 #include "Support/QENTestSpans.h"
 
 namespace {
@@ -53,46 +45,14 @@ QENSpanReporterOptions reporterOptions(const char* path, const char* collector) 
   }
 }
 
-[[noreturn]] void watchTrees(const QENSpanReporterOptions& options) {
-  QENUnfinishedTraceWatcher watcher(options.spool, options.encoding,
-                                    QENPerformanceMetricAppContext("1", "x"),
-                                    std::chrono::milliseconds(0));
-  const double now = QENMonotonicTimeGetCurrent();
-  const auto coldStart = QENPerformanceMetric::initWithName("abandoned_cold_start", 1.0);
-  coldStart->startMetricWithTime(now - 1);
-  coldStart->addChildMetric(
-      QENPerformanceMetric::initLeafMetricWithName("abandoned_done", now - 0.9, now - 0.8));
-  const auto running = QENPerformanceMetric::initWithName("abandoned_running", 1.0);
-  running->startMetricWithTime(now - 0.7);
-  running->addChildMetric(
-      QENPerformanceMetric::initLeafMetricWithName("abandoned_inner", now - 0.6, now - 0.5));
-  coldStart->addChildMetric(running);
-  const auto completed = QENPerformanceMetric::initWithName("completed_feed", 1.0);
-  completed->startMetricWithTime(now - 1);
-  watcher.watch(coldStart);
-  watcher.watch(completed);
-  watcher.snapshotNow();
-  completed->stopMetricWithTime(now);
-  QENApplicationLifecycle::postDidEnterBackground();  // snapshots again, now without it
-  std::printf("ready\n");
-  std::fflush(stdout);
-  for (;;) {
-    std::this_thread::sleep_for(std::chrono::seconds(60));  // idles until it is killed
-  }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::fprintf(stderr, "usage: %s SPOOL_PATH COLLECTOR_URL spans|trees\n", argv[0]);
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: %s SPOOL_PATH COLLECTOR_URL\n", argv[0]);
     return 2;
   }
   std::printf("%d\n", static_cast<int>(::getpid()));
   std::fflush(stdout);
-  const QENSpanReporterOptions options = reporterOptions(argv[1], argv[2]);
-  if (std::strcmp(argv[3], "trees") == 0) {
-    watchTrees(options);
-  }
-  reportSpans(options);
+  reportSpans(reporterOptions(argv[1], argv[2]));
 }

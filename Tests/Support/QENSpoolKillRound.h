@@ -1,6 +1,6 @@
 #pragma once
 
-// What the kill tests need: the child process they kill, the reporter that drains its spool
+// What the kill test needs: the child process they kill, the reporter that drains its spool
 // afterwards, and SQLite's own check of the file it left.
 #include <signal.h>
 #include <sqlite3.h>
@@ -15,10 +15,9 @@
 // pipe; killed, if still running, when destroyed. The child's first line is its process id.
 class QENChildProcess {
  public:
-  QENChildProcess(const std::string& spoolPath, const std::string& collectorURL,
-                  const std::string& mode)
+  QENChildProcess(const std::string& spoolPath, const std::string& collectorURL)
       : output_(::popen(("exec " + std::string(QEN_TEST_EMULATOR) + " " + QEN_SPOOL_KILL_CHILD +
-                         " " + spoolPath + " " + collectorURL + " " + mode)
+                         " " + spoolPath + " " + collectorURL)
                             .c_str(),
                         "r")),
         pid_(std::stoi(readLine().value_or("-1"))) {}
