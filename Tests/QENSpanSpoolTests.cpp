@@ -177,49 +177,35 @@ TEST_F(SpanSpool, PendingConsentKeepsSpansUnsentGrantedSendsThemAllAndNotGranted
   EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
 }
 
-struct DeviceCase {
-  const char* name;
-  QENDeviceConditions conditions;
-  bool pauses;
-};
-
-void PrintTo(const DeviceCase& row, std::ostream* out) {
-  *out << row.name;
-}
-
-class SpanSpoolDevice : public SpanSpool, public testing::WithParamInterface<DeviceCase> {};
-
 // A paused reporter keeps its spans on disk and sends none; the next one, on the same spool, sends
 // them as soon as the device allows.
-TEST_P(SpanSpoolDevice, SendingPausesOnlyWhenTheDeviceCannotAffordItAndResumesAtOnce) {
-  const DeviceCase& row = GetParam();
-  QENLoopbackHTTPServer server([](int) { return Answer{202}; });
-  for (const bool first : {true, false}) {
-    auto options = spooled(server.url());
-    options.pausesOnMeteredNetwork = true;
-    QENSpanReporter reporter(options);
-    reporter.setDeviceConditions(row.conditions);
-    if (first) {
-      reporter.report(testSpans(5));
-      EXPECT_EQ(reporter.shutdown(20s), !row.pauses);
-      EXPECT_EQ(server.requests().empty(), row.pauses);
-    } else {
-      reporter.setDeviceConditions({});
-      EXPECT_TRUE(reporter.shutdown(20s));
+TEST_F(SpanSpool, SendingPausesOnlyWhenTheDeviceCannotAffordItAndResumesAtOnce) {
+  const struct {
+    QENDeviceConditions conditions;
+    bool pauses;
+  } table[] = {{{.online = false}, true},
+               {{.metered = true}, true},
+               {{.powerSave = true}, true},
+               {{.batteryLevel = 0.05}, true},
+               {{.batteryLevel = 0.05, .charging = true}, false},
+               {{.batteryLevel = 0.1}, false}};
+  for (const auto& row : table) {
+    QENLoopbackHTTPServer server([](int) { return Answer{202}; });
+    for (const bool first : {true, false}) {
+      auto options = spooled(server.url());
+      options.pausesOnMeteredNetwork = true;
+      QENSpanReporter reporter(options);
+      reporter.setDeviceConditions(row.conditions);
+      if (first)
+        reporter.report(testSpans(5));
+      else
+        reporter.setDeviceConditions({});
+      EXPECT_EQ(reporter.shutdown(20s), !first || !row.pauses);
+      EXPECT_EQ(server.requests().empty(), first && row.pauses);
     }
+    EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u) << &row - table;
   }
-  EXPECT_EQ(server.acknowledgedSpanIds().size(), 5u);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Conditions, SpanSpoolDevice,
-    testing::Values(DeviceCase{"Offline", {.online = false}, true},
-                    DeviceCase{"Metered", {.metered = true}, true},
-                    DeviceCase{"LowBattery", {.batteryLevel = 0.05}, true},
-                    DeviceCase{
-                        "LowBatteryCharging", {.batteryLevel = 0.05, .charging = true}, false},
-                    DeviceCase{"BatteryAtTheFloor", {.batteryLevel = 0.1}, false}),
-    [](const testing::TestParamInfo<DeviceCase>& info) { return std::string(info.param.name); });
 
 // The collector takes no more than two spans a batch, never span 3, and no gzip body: a batch of
 // five goes plain, then in halves, down to span 3 alone, with a spool or without.

@@ -48,10 +48,9 @@ function mapIds(value, convert) {
 function checkOTLP(ours) {
   const message = Request.fromObject(mapIds(ours, (hex) => Buffer.from(hex, 'hex')));
   check('OTLP request verifies', () => assert.strictEqual(Request.verify(message), null));
-  const decoded = Request.decode(Request.encode(message).finish());
-  const theirs = mapIds(
-    Request.toObject(decoded, { longs: String, enums: Number, bytes: String }),
-    (base64) => Buffer.from(base64, 'base64').toString('hex'));
+  const decoded = Request.toObject(Request.decode(Request.encode(message).finish()),
+    { longs: String, enums: Number, bytes: String });
+  const theirs = mapIds(decoded, (base64) => Buffer.from(base64, 'base64').toString('hex'));
   const spans = ours.resourceSpans[0].scopeSpans[0].spans;
   check('OTLP has spans', () => assert.ok(spans.length > 0));
   check('OTLP resource and scope', () => assert.deepStrictEqual(
@@ -67,9 +66,8 @@ function extract(propagator, headers) {
   return { span: api.trace.getSpanContext(context), debug: context.getValue(B3_DEBUG_FLAG_KEY) };
 }
 
-function only(headers, names) {
-  return Object.fromEntries(Object.entries(headers).filter(([name]) => names.includes(name)));
-}
+const only = (headers, names) =>
+  Object.fromEntries(Object.entries(headers).filter(([name]) => names.includes(name)));
 
 function checkHeaders(cases) {
   const b3 = new B3Propagator();
