@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(QENLock, ExcludesOtherThreadsAndLetsItsOwnerReenter) {
+TEST(QENLock, ExcludesOtherThreadsAndLetsItsOwnerReenterAndTryAgain) {
   QENLock lock("test.lock");
   EXPECT_STREQ(lock.label(), "test.lock");
   long counter = 0;
@@ -22,14 +22,10 @@ TEST(QENLock, ExcludesOtherThreadsAndLetsItsOwnerReenter) {
       }
     });
   }
-  for (auto& thread : threads) {
+  for (auto& thread : threads)
     thread.join();
-  }
   EXPECT_EQ(counter, 4 * 20000);
-}
-
-TEST(QENLock, TryLockFailsOnlyWhileAnotherThreadHoldsIt) {
-  QENLock lock("test.lock");
+  // A try fails only while another thread holds it.
   ASSERT_TRUE(lock.try_lock());
   ASSERT_TRUE(lock.try_lock());
   bool acquiredElsewhere = true;

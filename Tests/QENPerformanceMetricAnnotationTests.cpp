@@ -17,20 +17,15 @@ using QENTest::keysOf;
 using QENThrift::AnnotationType;
 
 Metric::BinaryAnnotationPointer binary(std::string key, bool withValue = true) {
-  std::optional<QENThrift::BinaryAnnotation::Bytes> value;
-  if (withValue) {
-    value = QENThrift::BinaryAnnotation::Bytes{std::byte{1}};
-  }
-  return std::make_shared<const QENThrift::BinaryAnnotation>(std::move(key), std::move(value),
-                                                             AnnotationType::BOOL, nullptr);
+  return std::make_shared<const QENThrift::BinaryAnnotation>(
+      std::move(key),
+      withValue ? std::optional(QENThrift::BinaryAnnotation::Bytes{std::byte{1}}) : std::nullopt,
+      AnnotationType::BOOL, nullptr);
 }
 
 TEST(MetricAnnotations, AbsentEntriesAreReportedAndEntriesWithoutValueDroppedSilently) {
   QENCapturedAssertions captured;
   const auto metric = Metric::initLeafMetricWithName("leaf");
-  EXPECT_TRUE(metric->annotations().empty());
-  EXPECT_TRUE(metric->binaryAnnotations().empty());
-
   metric->addAnnotation(nullptr);
   metric->addBinaryAnnotation(nullptr);
   metric->addBinaryAnnotation(binary("no_value", false));
@@ -57,9 +52,8 @@ bool isLockFreeElsewhere(const Metric& metric) {
   return std::async(std::launch::async,
                     [&] {
                       const bool taken = metric.propertyLock().try_lock();
-                      if (taken) {
+                      if (taken)
                         metric.propertyLock().unlock();
-                      }
                       return taken;
                     })
       .get();
@@ -113,6 +107,7 @@ TEST(MetricEventRouting, APerformanceEventStopsTheAcceptingRootAndThenPassesToCh
   EXPECT_EQ(root->stopTime(), now - 1);
   EXPECT_EQ(root->completingEvent(), 77u);
   EXPECT_GE(running->stopTime(), now) << "children stop at the current clock reading";
+  EXPECT_EQ(unstarted->stopTime(), kUnsetTime) << "a child never started is not stopped";
   EXPECT_EQ(offersToChild, 0) << "an accepted event goes no further";
 
   root->processPerformanceEventType(77, now);

@@ -2,7 +2,6 @@
 
 #include "QENAppLifecycleObservers.h"
 #include "QENApplication/QENApplicationLifecycle.h"
-#include "QENFoundation/QENMonotonicTime.h"
 #include "QENPerformanceMetric.h"
 #include "Support/QENAnnotationReaders.h"
 #include "Support/QENCapturedAssertions.h"
@@ -57,15 +56,6 @@ TEST(MetricConvenience, AnnotatesAppLifecycleChangesUntilRemoved) {
   const std::size_t before = QENAppLifecycleObservers::shared().count();
   Metric::initWithName("forgotten")->configureAppLifecycleNotificationObservation();
   EXPECT_EQ(QENAppLifecycleObservers::shared().count(), before);
-}
-
-TEST(MetricConvenience, StartsAndStopsAtWallClockDates) {
-  const auto metric = Metric::initLeafMetricWithName("dated");
-  const QENDate start = QENDate::date();
-  metric->startMetricWithDate(start, QENDate::dateWithTimeIntervalSinceReferenceDate(
-                                         start.timeIntervalSinceReferenceDate() + 0.25));
-  EXPECT_NEAR(metric->startTime(), start.monotonicTime(), 1e-9);
-  EXPECT_NEAR(metric->metricTime(), 0.25, 1e-6);
 }
 
 }  // namespace

@@ -52,28 +52,6 @@ TEST(MetricHierarchy, ARe_parentedChildIsReportedAndListedUnderBothParents) {
   EXPECT_EQ(spans.at(1)->parent_id(), second->spanId()) << "exported under its second parent";
 }
 
-TEST(MetricHierarchy, StoppingAParentStopsOnlyUnfinishedChildrenAtTheCurrentClock) {
-  const auto parent = Metric::initWithName("parent");
-  const auto finished = Metric::initLeafMetricWithName("finished");
-  const auto running = Metric::initLeafMetricWithName("running");
-  const auto unstarted = Metric::initLeafMetricWithName("unstarted");
-  for (const auto& child : {finished, running, unstarted}) {
-    parent->addChildMetric(child);
-  }
-  const double now = QENMonotonicTimeGetCurrent();
-  parent->startMetricWithTime(now - 10);
-  finished->startMetricWithTime(now - 9);
-  finished->stopMetricWithTime(now - 8);
-  running->startMetricWithTime(now - 7);
-
-  parent->stopMetricWithTime(now - 5);
-  EXPECT_EQ(parent->stopTime(), now - 5);
-  EXPECT_EQ(finished->stopTime(), now - 8);
-  EXPECT_GE(running->stopTime(), now) << "children stop at the clock, not at the parent's time";
-  EXPECT_FALSE(unstarted->isStarted());
-  EXPECT_EQ(unstarted->stopTime(), kUnsetTime) << "a stop before start is ignored";
-}
-
 TEST(MetricHierarchy, LeavesNeitherPostNorListenAndBaseHooksAdoptNothing) {
   const auto leaf = Metric::initLeafMetricWithName("leaf");
   const auto managing = Metric::initWithName("managing");

@@ -11,28 +11,6 @@ namespace {
 
 using Kind = QENCHandleKind;
 
-TEST(CHandleTable, AReleaseFreesAPinnedObjectOnlyWhenItsLastPinGoes) {
-  auto& table = QENCHandleTable::shared();
-  auto object = std::make_shared<int>(7);
-  const std::weak_ptr<int> watched = object;
-  const std::uint64_t id = table.insert(Kind::kTrace, std::move(object));
-  {
-    const auto pinned = table.find(id, Kind::kTrace);
-    ASSERT_TRUE(pinned);
-    EXPECT_FALSE(table.find(id, Kind::kMetric)) << "another kind";
-    EXPECT_TRUE(table.remove(id, Kind::kTrace));
-    EXPECT_FALSE(table.remove(id, Kind::kTrace)) << "released once";
-    EXPECT_FALSE(table.find(id, Kind::kTrace));
-    EXPECT_FALSE(watched.expired()) << "still alive under the pin";
-    EXPECT_EQ(*static_cast<int*>(pinned.object()), 7);
-  }
-  EXPECT_TRUE(watched.expired());
-  const std::uint64_t reused = table.insert(Kind::kTrace, std::make_shared<int>(8));
-  EXPECT_NE(reused, id) << "a slot used again has a new generation";
-  EXPECT_FALSE(table.find(id, Kind::kTrace));
-  EXPECT_TRUE(table.remove(reused, Kind::kTrace));
-}
-
 // Threads make, use and release their own objects while others look up every id they can see,
 // stale ones included: whatever a lookup finds is alive until it lets go.
 TEST(CHandleTable, LookupsRacingReleasesNeverSeeAFreedObject) {
