@@ -245,13 +245,6 @@ int main(int argc, char** argv) {
     fprintf(stderr, "usage: %s <spool path>\n", argv[0]);
     return 2;
   }
-  // A spool left by an earlier run would send its batches first.
-  static const char* const kSuffixes[] = {"", "-wal", "-shm"};
-  for (size_t index = 0; index < 3; ++index) {
-    char file[4096];
-    snprintf(file, sizeof file, "%s%s", argv[1], kSuffixes[index]);
-    remove(file);
-  }
   checkCompletionReleasingItsMetric();
   CHECK(QENCMetricHandleCount() == 0);
   QENCMetric request, running;
