@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <future>
 #include <latch>
 #include <mutex>
 #include <stdexcept>
@@ -12,32 +11,6 @@
 #include "QENFoundation/QENThreadPoolExecutor.h"
 
 namespace {
-
-// A host's executor: counts what it is given and runs it on a thread of its own.
-class CountingExecutor : public QENExecutor {
- public:
-  void execute(std::function<void()> work) override {
-    ++submitted;
-    std::thread(std::move(work)).detach();
-  }
-  std::atomic<int> submitted{0};
-};
-
-void dispatchAndWait() {
-  std::promise<void> ran;
-  QENGlobalQueue::dispatchAsync([&] { ran.set_value(); });
-  ran.get_future().get();
-}
-
-TEST(QENGlobalQueue, SubmitsToTheExecutorTheHostInstallsOrElseItsOwn) {
-  auto executor = std::make_shared<CountingExecutor>();
-  QENGlobalQueue::setExecutor(executor);
-  dispatchAndWait();
-  EXPECT_EQ(executor->submitted, 1);
-  QENGlobalQueue::setExecutor(nullptr);
-  dispatchAndWait();
-  EXPECT_EQ(executor->submitted, 1);
-}
 
 // Each task waits until all have started: only a worker per task lets them finish. Sixteen is
 // far above the core count of the machines this runs on; later rounds meet the idle workers of

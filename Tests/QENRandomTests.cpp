@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstring>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -67,21 +66,6 @@ TEST(QENChaCha20, MatchesTheReferenceKeystreamIncludingTheCounterCarry) {
       QENChaCha20Implementation::kWideVectors) {
     expectReferenceKeystream(QENChaCha20Implementation::kWideVectors);
   }
-}
-
-TEST(QENRandom, UniformStaysInRangeAndReachesEveryValue) {
-  EXPECT_EQ(QENFoundation::arc4random_uniform(0), 0u);
-  EXPECT_EQ(QENFoundation::arc4random_uniform(1), 0u);
-  for (const std::uint32_t bound : {2u, 100u}) {  // 2: the smallest bound with a choice
-    std::set<std::uint32_t> seen;
-    for (int draw = 0; draw < 20000; ++draw) {
-      const std::uint32_t value = QENFoundation::arc4random_uniform(bound);
-      ASSERT_LT(value, bound);
-      seen.insert(value);
-    }
-    EXPECT_EQ(seen.size(), bound);
-  }
-  EXPECT_LT(QENFoundation::arc4random_uniform(0x80000001u), 0x80000001u);
 }
 
 TEST(QENRandom, AForkedChildDrawsOtherBytesThanItsParent) {
