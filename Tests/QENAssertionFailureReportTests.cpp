@@ -2,7 +2,6 @@
 
 #include "QENAssert.h"
 #include "QENBundle/QENBundle.h"
-#include "QENPerformanceMetric.h"
 #include "Support/QENCapturedAssertions.h"
 
 namespace {

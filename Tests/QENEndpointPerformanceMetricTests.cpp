@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "QENBundle/QENBundle.h"
 #include "QENEndpointPerformanceMetric.h"
 #include "QENURLLoading/QENHTTPURLResponse.h"
 #include "QENURLSessionTaskTransactionMetrics+NetworkMetrics.h"

@@ -11,7 +11,6 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "Support/QENAnnotationReaders.h"
-#include "Support/QENCapturedAssertions.h"
 
 namespace {
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <clocale>
 #include <cmath>
 #include <limits>

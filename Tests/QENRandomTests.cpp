@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <vector>
 
