@@ -223,6 +223,9 @@ TEST(ImageDownloadMetricManager, MatchesEachRegisteredMetricOnceUnderConcurrency
   EXPECT_NE(matched.front(), nullptr) << "none lost: a null would sort first";
   EXPECT_EQ(std::unique(matched.begin(), matched.end()), matched.end()) << "each matched once";
   EXPECT_EQ(matched.size(), 2u * kPerThread);
+  const auto hostLock = std::make_shared<QENLock>("host lock");
+  Manager::sharedMetricManager().setLock(hostLock);
+  EXPECT_EQ(Manager::sharedMetricManager().lock(), hostLock) << "the host's lock is the one used";
 }
 
 }  // namespace

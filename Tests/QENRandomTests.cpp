@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -67,29 +68,48 @@ TEST(QENChaCha20, MatchesTheReferenceKeystreamIncludingTheCounterCarry) {
   }
 }
 
-TEST(QENRandom, AForkedChildDrawsOtherBytesThanItsParent) {
-  std::uint64_t warmUp = 0;
-  QENFoundation::arc4random_buf(&warmUp, sizeof warmUp);
+// More than one reseed interval, drawn in odd-sized pieces across batch boundaries.
+TEST(QENRandom, BytesAreEvenlySpreadAcrossBatchesAndReseeds) {
+  std::vector<unsigned char> bytes(3 << 20);
+  for (std::size_t offset = 0; offset < bytes.size(); offset += 1000)
+    QENFoundation::arc4random_buf(&bytes[offset],
+                                  std::min<std::size_t>(1000, bytes.size() - offset));
+  std::array<std::size_t, 256> histogram{};
+  for (const unsigned char byte : bytes)
+    ++histogram[byte];
+  for (const std::size_t count : histogram)
+    EXPECT_NEAR(count, bytes.size() / 256.0, bytes.size() / 256.0 * 0.05);
+}
+
+// Each child reseeds from the system on its first draw: no two of them, nor the parent, share a
+// stream.
+TEST(QENRandom, ForkedChildrenDrawOtherBytesThanTheirParentAndEachOther) {
+  std::uint64_t draws[3] = {};
+  QENFoundation::arc4random_buf(&draws[2],
+                                sizeof draws[2]);  // the parent is seeded before it forks
   int pipeEnds[2];
   ASSERT_EQ(::pipe(pipeEnds), 0);
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    std::uint64_t draw = 0;
-    QENFoundation::arc4random_buf(&draw, sizeof draw);
-    const bool written = ::write(pipeEnds[1], &draw, sizeof draw) == sizeof draw;
-    ::_exit(written ? 0 : 1);
+  pid_t children[2];
+  for (pid_t& child : children) {
+    child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      std::uint64_t draw = 0;
+      QENFoundation::arc4random_buf(&draw, sizeof draw);
+      ::_exit(::write(pipeEnds[1], &draw, sizeof draw) == sizeof draw ? 0 : 1);
+    }
   }
-  std::uint64_t parentDraw = 0;
-  QENFoundation::arc4random_buf(&parentDraw, sizeof parentDraw);
-  std::uint64_t childDraw = 0;
-  ASSERT_EQ(::read(pipeEnds[0], &childDraw, sizeof childDraw),
-            static_cast<ssize_t>(sizeof childDraw));
-  int status = 0;
-  ::waitpid(child, &status, 0);
+  QENFoundation::arc4random_buf(&draws[2], sizeof draws[2]);
+  for (std::size_t got = 0; got < 2 * sizeof draws[0];) {
+    const ssize_t read = ::read(pipeEnds[0], reinterpret_cast<char*>(draws) + got, 16 - got);
+    ASSERT_GT(read, 0);
+    got += static_cast<std::size_t>(read);
+  }
+  for (const pid_t child : children)
+    ::waitpid(child, nullptr, 0);
   ::close(pipeEnds[0]);
   ::close(pipeEnds[1]);
-  EXPECT_NE(childDraw, parentDraw);
+  EXPECT_TRUE(draws[0] != draws[1] && draws[0] != draws[2] && draws[1] != draws[2]);
 }
 
 }  // namespace
