@@ -85,7 +85,8 @@ TEST(BinaryAnnotationVocabulary, MapsNetworkAndReasonTablesExactly) {
     completion.push_back(Vocabulary::uwtCompletionCauseForStopReason(reason));
   EXPECT_EQ(completion, (std::vector<std::int64_t>{1, 2, 3, 3, 3, 3, 3, 3}));
   EXPECT_EQ(Vocabulary::uwtCauseForStartReason(6), 6);
-  EXPECT_EQ(Vocabulary::uwtCauseForStartReason(0) + Vocabulary::uwtCauseForStartReason(7), -2);
+  EXPECT_EQ(Vocabulary::uwtCauseForStartReason(0), -1);
+  EXPECT_EQ(Vocabulary::uwtCauseForStartReason(7), -1);
   EXPECT_EQ(captured.messages(),
             (std::vector<std::string>{"unhandled stop reason", "unhandled stop reason",
                                       "unhandled start reason", "unhandled start reason"}));

@@ -84,9 +84,10 @@ TEST(QENRandom, BytesAreEvenlySpreadAcrossBatchesAndReseeds) {
 // Each child reseeds from the system on its first draw: no two of them, nor the parent, share a
 // stream.
 TEST(QENRandom, ForkedChildrenDrawOtherBytesThanTheirParentAndEachOther) {
-  std::uint64_t draws[3] = {};
-  QENFoundation::arc4random_buf(&draws[2],
-                                sizeof draws[2]);  // the parent is seeded before it forks
+  std::uint64_t draws[3] = {};  // the children's, then the parent's
+  constexpr std::size_t kChildrensBytes = 2 * sizeof draws[0];
+  // The parent is seeded before it forks.
+  QENFoundation::arc4random_buf(&draws[2], sizeof draws[2]);
   int pipeEnds[2];
   ASSERT_EQ(::pipe(pipeEnds), 0);
   pid_t children[2];
@@ -100,8 +101,9 @@ TEST(QENRandom, ForkedChildrenDrawOtherBytesThanTheirParentAndEachOther) {
     }
   }
   QENFoundation::arc4random_buf(&draws[2], sizeof draws[2]);
-  for (std::size_t got = 0; got < 2 * sizeof draws[0];) {
-    const ssize_t read = ::read(pipeEnds[0], reinterpret_cast<char*>(draws) + got, 16 - got);
+  for (std::size_t got = 0; got < kChildrensBytes;) {
+    const ssize_t read =
+        ::read(pipeEnds[0], reinterpret_cast<char*>(draws) + got, kChildrensBytes - got);
     ASSERT_GT(read, 0);
     got += static_cast<std::size_t>(read);
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the kill test needs: the child process they kill, the reporter that drains its spool
+// What the kill test needs: the child process it kills, the reporter that drains its spool
 // afterwards, and SQLite's own check of the file it left.
 #include <signal.h>
 #include <sqlite3.h>
@@ -24,7 +24,8 @@ class QENChildProcess {
   ~QENChildProcess() {
     if (pid_ > 0)
       ::kill(pid_, SIGKILL);
-    ::pclose(output_);
+    if (output_ != nullptr)
+      ::pclose(output_);
   }
   QENChildProcess(const QENChildProcess&) = delete;
   QENChildProcess& operator=(const QENChildProcess&) = delete;
@@ -32,7 +33,7 @@ class QENChildProcess {
   // The next line the child wrote, without its newline; none once it closed its output.
   std::optional<std::string> readLine() {
     char line[256];
-    if (std::fgets(line, sizeof line, output_) == nullptr)
+    if (output_ == nullptr || std::fgets(line, sizeof line, output_) == nullptr)
       return std::nullopt;
     std::string text(line);
     if (!text.empty() && text.back() == '\n')
