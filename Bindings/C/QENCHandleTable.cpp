@@ -9,6 +9,10 @@ std::uint64_t idOf(std::uint32_t index, std::uint64_t state) {
   return (state & ~std::uint64_t{0xFFFFFFFF}) | (std::uint64_t{index} + 1);
 }
 
+bool holdsObject(std::uint64_t state) {
+  return ((state >> 32) & 1) != 0;
+}
+
 }  // namespace
 
 QENCHandleTable::Pin::Pin(Pin&& other) noexcept
@@ -73,7 +77,9 @@ std::uint64_t QENCHandleTable::insert(QENCHandleKind kind, std::shared_ptr<void>
   slot.object.store(object.get(), std::memory_order_relaxed);
   slot.owner = std::move(object);
   slot.kind.store(kind, std::memory_order_release);
-  return idOf(slot.index, slot.state.load(std::memory_order_relaxed));
+  // Only now may an id find it: the generation turns odd after the object is in place.
+  const std::uint64_t live = slot.state.fetch_add(kGeneration, std::memory_order_acq_rel);
+  return idOf(slot.index, live + kGeneration);
 }
 
 QENCHandleTable::Pin QENCHandleTable::find(std::uint64_t id, QENCHandleKind kind) {
@@ -84,7 +90,8 @@ QENCHandleTable::Pin QENCHandleTable::find(std::uint64_t id, QENCHandleKind kind
   Slot& slot = *slotAt(static_cast<std::uint32_t>(indexPlusOne - 1));
   const std::uint64_t state = slot.state.fetch_add(1, std::memory_order_acquire);
   Pin pin(&slot, nullptr);  // unpins however this ends
-  if (idOf(slot.index, state) == id && slot.kind.load(std::memory_order_acquire) == kind) {
+  if (holdsObject(state) && idOf(slot.index, state) == id &&
+      slot.kind.load(std::memory_order_acquire) == kind) {
     pin.object_ = slot.object.load(std::memory_order_relaxed);
   }
   return pin;
@@ -113,7 +120,8 @@ bool QENCHandleTable::remove(std::uint64_t id, QENCHandleKind kind) {
   std::uint64_t state = slot.state.load(std::memory_order_acquire);
   std::uint64_t next;
   do {
-    if (idOf(slot.index, state) != id || slot.kind.load(std::memory_order_acquire) != kind) {
+    if (!holdsObject(state) || idOf(slot.index, state) != id ||
+        slot.kind.load(std::memory_order_acquire) != kind) {
       return false;
     }
     next = state + kGeneration;

@@ -10,8 +10,11 @@
 enum class QENCHandleKind : std::uint8_t { kMetric = 1, kTrace, kSpool, kReporter };
 
 // The objects the C interface has handed out, by id. An id holds a slot's index and the slot's
-// generation, which its release advances, so an id once released never finds an object again;
-// nor does an id of another kind, or zero.
+// generation, which moves on twice in each life of the slot: to an odd number when an object is
+// put in, to an even one the moment it is released. Only an odd generation finds an object, so an
+// id once released never finds one again, nor does any id (forged, or the one the slot's next
+// object will get) while the released object is still on its way out; nor an id of another kind,
+// or zero.
 //
 // Every call through a handle looks it up, so a lookup takes no lock: it pins the slot (one
 // atomic add on the slot's own state) and unpins it when done. A release on another thread
@@ -55,14 +58,15 @@ class QENCHandleTable {
   std::size_t count(QENCHandleKind kind) const;
 
  private:
-  // A slot's state: its generation in the high half; below it a flag set when a release found
-  // the slot pinned (the last unpin then frees the object), and the number of pins.
+  // A slot's state: its generation in the high half (odd while an object lives in the slot); below
+  // it a flag set when a release found the slot pinned (the last unpin then frees the object),
+  // and the number of pins.
   static constexpr std::uint64_t kPendingFree = std::uint64_t{1} << 31;
   static constexpr std::uint64_t kPins = kPendingFree - 1;
   static constexpr std::uint64_t kGeneration = std::uint64_t{1} << 32;
 
   struct Slot {
-    std::atomic<std::uint64_t> state{kGeneration};
+    std::atomic<std::uint64_t> state{0};
     std::atomic<QENCHandleKind> kind{};  // none while free; a generation ahead tells released
     std::atomic<void*> object{nullptr};
     std::shared_ptr<void> owner;  // written only by the slot's inserter and its one freer

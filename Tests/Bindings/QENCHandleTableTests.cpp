@@ -10,9 +10,11 @@
 namespace {
 
 using Kind = QENCHandleKind;
+constexpr std::uint64_t kGeneration = std::uint64_t{1} << 32;  // an id's high half
 
 // Threads make, use and release their own objects while others look up every id they can see,
-// stale ones included: whatever a lookup finds is alive until it lets go.
+// stale ones included, and forge the ids of the slots' next generations: whatever a lookup finds
+// is alive until it lets go, and no forged id releases anything.
 TEST(CHandleTable, LookupsRacingReleasesNeverSeeAFreedObject) {
   auto& table = QENCHandleTable::shared();
   std::array<std::atomic<std::uint64_t>, 64> published{};
@@ -24,9 +26,13 @@ TEST(CHandleTable, LookupsRacingReleasesNeverSeeAFreedObject) {
         const std::uint64_t id = table.insert(Kind::kSpool, std::make_shared<int>(round));
         place.store(id);
         for (const auto& other : published) {
-          if (const auto pinned = table.find(other.load(), Kind::kSpool)) {
-            ASSERT_GE(*static_cast<int*>(pinned.object()), 0);
+          const std::uint64_t seen = other.load();
+          for (const std::uint64_t next : {seen, seen + kGeneration, seen + 2 * kGeneration}) {
+            if (const auto pinned = table.find(next, Kind::kSpool)) {
+              ASSERT_GE(*static_cast<int*>(pinned.object()), 0);
+            }
           }
+          table.remove(seen + kGeneration, Kind::kSpool);
         }
         EXPECT_TRUE(table.remove(id, Kind::kSpool));
       }
