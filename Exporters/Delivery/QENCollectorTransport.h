@@ -27,6 +27,8 @@ class QENCollectorTransport {
     kUnsupportedEncoding,  // the collector does not read the body's encoding (415)
     kRefused,              // the collector will never take it (3xx, other 4xx): final
     kCutOff,               // the deadline came before the answer
+    kHeldBack,  // never a transport's answer: the reporter did not post, as consent was refused or
+                // sending paused after the batch was taken
   };
 
   virtual ~QENCollectorTransport() = default;

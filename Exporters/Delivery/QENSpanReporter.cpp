@@ -119,11 +119,12 @@ QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
           options_.maximumSpansPerMinute == 0
               ? nullptr
               : std::make_unique<QENTokenBucket>(options_.maximumSpansPerMinute, Clock::now())),
-      consent_(options_.consent) {
+      gate_(options_.consent, options_.minimumBatteryLevel, options_.pausesOnMeteredNetwork) {
+  const bool refused = options_.consent == QENTelemetryConsent::kNotGranted;
   if (options_.spool != nullptr) {
-    options_.spool->refuseSnapshots(consent_ == QENTelemetryConsent::kNotGranted);
+    options_.spool->refuseSnapshots(refused);
   }
-  if (consent_ == QENTelemetryConsent::kNotGranted && options_.spool != nullptr) {
+  if (refused && options_.spool != nullptr) {
     options_.spool->clear();
   }
   worker_ = std::thread([this] { run(); });
@@ -151,7 +152,7 @@ void QENSpanReporter::report(const SpanList& reported) {
         continue;
       }
       ++counters_.accepted;
-      if (consent_ == QENTelemetryConsent::kNotGranted) {
+      if (gate_.consent() == QENTelemetryConsent::kNotGranted) {
         ++counters_.droppedNoConsent;
         continue;
       }
@@ -234,7 +235,7 @@ void QENSpanReporter::reportStop() {
 void QENSpanReporter::setConsent(QENTelemetryConsent consent) {
   {
     const std::lock_guard guard(mutex_);
-    consent_ = consent;
+    gate_.setConsent(consent);
     if (consent == QENTelemetryConsent::kNotGranted) {
       counters_.droppedNoConsent += queue_.size();
       queue_.clear();
@@ -254,20 +255,13 @@ void QENSpanReporter::setConsent(QENTelemetryConsent consent) {
 void QENSpanReporter::setDeviceConditions(const QENDeviceConditions& conditions) {
   {
     const std::lock_guard guard(mutex_);
-    device_ = conditions;
+    gate_.setDeviceConditions(conditions);
   }
   changed_.notify_all();
 }
 
-bool QENSpanReporter::sendingAllowed() const {
-  const bool batteryLow = device_.batteryLevel && !device_.charging &&
-                          *device_.batteryLevel < options_.minimumBatteryLevel;
-  return consent_ == QENTelemetryConsent::kGranted && device_.online && !device_.powerSave &&
-         !(device_.metered && options_.pausesOnMeteredNetwork) && !batteryLow;
-}
-
 bool QENSpanReporter::queueCanMove() const {
-  return options_.spool != nullptr || sendingAllowed();
+  return options_.spool != nullptr || gate_.isOpen();
 }
 
 QENSpanReporterCounters QENSpanReporter::counters() const {
@@ -292,7 +286,7 @@ void QENSpanReporter::run() {
   for (;;) {
     waitForWork(lock);
     const auto now = Clock::now();
-    const bool sending = sendingAllowed();
+    const bool sending = gate_.isOpen();
     // Stops once out of time, or once nothing more can move: what is left waits for a later
     // process in the spool, or is dropped with the queue.
     const bool queueDone = queue_.empty() || !queueCanMove();
@@ -305,12 +299,13 @@ void QENSpanReporter::run() {
     // a steady stream of spans, delivery still takes its turn.
     bool worked = false;
     if (!queueDone && (stopping_ || queueReady(now))) {
+      const QENDeliveryGate::Ticket ticket = gate_.ticket();
       const std::vector<std::string> encodedSpans = takeBatch(lock);
       lock.unlock();
       if (options_.spool != nullptr) {
-        persist(encoding_.frameBatch(encodedSpans));
+        persist(encoding_.frameBatch(encodedSpans), ticket);
       } else {
-        deliver(encodedSpans);
+        deliver(encodedSpans, ticket);
       }
       lock.lock();
       worked = true;
@@ -343,7 +338,7 @@ void QENSpanReporter::waitForWork(std::unique_lock<std::mutex>& lock) {
   for (;;) {
     const auto now = Clock::now();
     const bool queueMoves = queueCanMove();
-    const bool sending = sendingAllowed();
+    const bool sending = gate_.isOpen();
     if (stopping_ || (queueMoves && queueReady(now)) || (sending && spoolReady(now))) {
       return;
     }
@@ -377,13 +372,14 @@ std::vector<std::string> QENSpanReporter::takeBatch(std::unique_lock<std::mutex>
   return encodedSpans;
 }
 
-void QENSpanReporter::persist(const QENEncodedBatch& batch) {
+void QENSpanReporter::persist(const QENEncodedBatch& batch, QENDeliveryGate::Ticket ticket) {
   if (!options_.spool->append(batch)) {
     return;
   }
   std::unique_lock lock(mutex_);
   spoolWaiting_ = true;
-  if (consent_ == QENTelemetryConsent::kNotGranted) {  // withdrawn while it was written
+  // Withdrawn while it was written (and perhaps given again since): the clear may have come first.
+  if (gate_.verdictFor(ticket) == QENDeliveryGate::Verdict::kRefused) {
     lock.unlock();
     options_.spool->clear();
   }
@@ -392,26 +388,33 @@ void QENSpanReporter::persist(const QENEncodedBatch& batch) {
 // One attempt at the oldest spooled batch; a batch that fails waits out the back-off while new
 // spans are persisted.
 void QENSpanReporter::deliverFromSpool() {
+  const QENDeliveryGate::Ticket ticket = [this] {
+    const std::lock_guard guard(mutex_);
+    return gate_.ticket();
+  }();
   const std::optional<QENSpanSpool::Batch> batch = options_.spool->oldest();
   if (!batch) {
     const std::lock_guard guard(mutex_);
     spoolWaiting_ = false;
     return;
   }
+  if (!admitted(ticket, false)) {
+    return;  // it waits in the spool, or went with the spool's clearing
+  }
   if (batch->attempts > 0) {
     const std::lock_guard guard(mutex_);
     counters_.retried += batch->spanCount;
   }
   options_.spool->recordAttempt(batch->id);
-  const Outcome outcome = post(*batch);
+  const Outcome outcome = post(*batch, ticket, false);
   const bool reshaped =
       (outcome == Outcome::kTooLarge || outcome == Outcome::kUnsupportedEncoding) &&
       reshapeSpooled(*batch, outcome);
-  if (reshaped) {
-    return;  // the parts go next
-  }
-  if (outcome != Outcome::kCutOff && outcome != Outcome::kRetry && outcome != Outcome::kSlowDown) {
-    options_.spool->remove(batch->id);
+  const bool stays = outcome == Outcome::kCutOff || outcome == Outcome::kRetry ||
+                     outcome == Outcome::kSlowDown || outcome == Outcome::kHeldBack;
+  // A batch the spool no longer has was counted by whatever removed it (a refusal's clearing).
+  if (reshaped || (!stays && !options_.spool->remove(batch->id))) {
+    return;
   }
   const std::lock_guard guard(mutex_);
   switch (outcome) {
@@ -428,6 +431,8 @@ void QENSpanReporter::deliverFromSpool() {
       break;
     case Outcome::kCutOff:  // the deadline passed: the batch stays for a later process
       spoolNotBefore_ = Clock::time_point::max();
+      break;
+    case Outcome::kHeldBack:  // it goes when the gate opens again, or with the spool's clearing
       break;
     case Outcome::kRetry:
     case Outcome::kSlowDown:
@@ -488,15 +493,16 @@ milliseconds QENSpanReporter::pauseAfter(Outcome outcome, QENBackoff& backoff) c
 
 // A batch too large goes again in halves, down to single spans; a gzip body the collector cannot
 // read goes again uncompressed, and so does every later one.
-void QENSpanReporter::deliver(std::span<const std::string> encodedSpans) {
+void QENSpanReporter::deliver(std::span<const std::string> encodedSpans,
+                              QENDeliveryGate::Ticket ticket) {
   QENEncodedBatch batch = encoding_.frameBatch(encodedSpans);
   QENBackoff backoff(options_.initialBackoff, options_.maximumBackoff);
   for (int attempt = 0;; ++attempt) {
-    const Outcome outcome = post(batch);
+    const Outcome outcome = post(batch, ticket, true);
     if (outcome == Outcome::kTooLarge && encodedSpans.size() > 1) {
       const std::size_t half = encodedSpans.size() / 2;
-      deliver(encodedSpans.first(half));
-      deliver(encodedSpans.subspan(half));
+      deliver(encodedSpans.first(half), ticket);
+      deliver(encodedSpans.subspan(half), ticket);
       return;
     }
     if (outcome == Outcome::kUnsupportedEncoding && batch.gzipped && stopGzipping()) {
@@ -519,14 +525,17 @@ void QENSpanReporter::deliver(std::span<const std::string> encodedSpans) {
       case Outcome::kCutOff:
         droppedFor = &counters_.droppedShutDown;
         break;
+      case Outcome::kHeldBack:
+        droppedFor = gate_.verdictFor(ticket) == QENDeliveryGate::Verdict::kRefused
+                         ? &counters_.droppedNoConsent
+                         : &counters_.droppedShutDown;  // paused until the deadline
+        break;
       case Outcome::kRetry:
       case Outcome::kSlowDown:
         if (attempt >= options_.maximumRetries) {
           droppedFor = &counters_.droppedGaveUp;
         } else if (!waitForRetry(lock, pauseAfter(outcome, backoff))) {
           droppedFor = &counters_.droppedShutDown;
-        } else if (consent_ == QENTelemetryConsent::kNotGranted) {
-          droppedFor = &counters_.droppedNoConsent;
         }
         break;
     }
@@ -538,25 +547,36 @@ void QENSpanReporter::deliver(std::span<const std::string> encodedSpans) {
   }
 }
 
-// Also waits, past the back-off, while sending is paused (but not for a consent refused).
+// Waits `backoff`, cut short by the deadline; the gate is passed again by the post that follows.
 bool QENSpanReporter::waitForRetry(std::unique_lock<std::mutex>& lock, milliseconds backoff) {
   const auto until = Clock::now() + backoff;
-  const auto paused = [this] {
-    return !sendingAllowed() && consent_ != QENTelemetryConsent::kNotGranted;
-  };
-  while (!deadline_.hasPassed() && (Clock::now() < until || paused())) {
-    if (Clock::now() < until) {
-      changed_.wait_until(lock, std::min(until, deadline_.time()));
-    } else if (deadline_.time() == Clock::time_point::max()) {
+  while (!deadline_.hasPassed() && Clock::now() < until) {
+    changed_.wait_until(lock, std::min(until, deadline_.time()));
+  }
+  return !deadline_.hasPassed();
+}
+
+bool QENSpanReporter::admitted(QENDeliveryGate::Ticket ticket, bool waitWhilePaused) {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    const QENDeliveryGate::Verdict verdict = gate_.verdictFor(ticket);
+    if (verdict != QENDeliveryGate::Verdict::kPaused || !waitWhilePaused || deadline_.hasPassed()) {
+      return verdict == QENDeliveryGate::Verdict::kOpen;
+    }
+    if (deadline_.time() == Clock::time_point::max()) {
       changed_.wait(lock);
     } else {
       changed_.wait_until(lock, deadline_.time());
     }
   }
-  return !deadline_.hasPassed();
 }
 
-QENSpanReporter::Outcome QENSpanReporter::post(const QENEncodedBatch& batch) {
+QENSpanReporter::Outcome QENSpanReporter::post(const QENEncodedBatch& batch,
+                                               QENDeliveryGate::Ticket ticket,
+                                               bool waitWhilePaused) {
+  if (!admitted(ticket, waitWhilePaused)) {
+    return Outcome::kHeldBack;
+  }
   QENCollectorTransport::Headers headers{{"Content-Type", batch.contentType}};
   if (batch.gzipped) {
     headers.emplace_back("Content-Encoding", "gzip");

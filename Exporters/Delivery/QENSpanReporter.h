@@ -18,6 +18,7 @@
 
 #include "QENCollectorTransport.h"
 #include "QENDeliveryDeadline.h"
+#include "QENDeliveryGate.h"
 #include "QENSpanEncoding.h"
 #include "QENSpanSpool.h"
 #include "QENThrift/Span.h"
@@ -31,22 +32,6 @@
 // that earlier processes persisted.
 class QENBackoff;
 class QENTokenBucket;
-
-// Whether the user lets telemetry leave the device.
-enum class QENTelemetryConsent {
-  kPending,     // not asked yet: spans are kept (in the spool, else in the queue), nothing is sent
-  kGranted,     // kept and sent
-  kNotGranted,  // nothing is kept or sent, and what was kept is deleted
-};
-
-// What the host knows of the device, for when sending is worth its cost to the user.
-struct QENDeviceConditions {
-  bool online = true;
-  bool metered = false;                  // a cellular or other paid-for network
-  bool powerSave = false;                // the system's low-power or battery-saver mode
-  std::optional<double> batteryLevel{};  // 0 to 1; unknown when absent
-  bool charging = false;
-};
 
 struct QENSpanReporterCounters {
   std::uint64_t accepted = 0;   // handed to report
@@ -67,8 +52,9 @@ struct QENSpanReporterCounters {
   std::uint64_t droppedSpoolFull = 0;      // pushed out of the spool by its byte bound
   std::uint64_t droppedSpoolExpired = 0;   // older than the spool's age bound
   std::uint64_t droppedSpoolWriteFailed = 0;  // not written: disk full, read-only, no spool
-  std::uint64_t droppedNoConsent = 0;     // reported, queued or in a retry while consent was not
-                                          // granted, never persisted
+  std::uint64_t droppedNoConsent = 0;     // reported, queued, or taken for a post (a first try, a
+                                          // retry, a split's half) when consent was refused,
+                                          // never persisted
   std::uint64_t droppedSpoolCleared = 0;  // persisted, then deleted when consent was not granted
 
   std::uint64_t dropped() const {
@@ -187,15 +173,13 @@ class QENSpanReporter {
   void run();
   void waitForWork(std::unique_lock<std::mutex>& lock);
   bool queueReady(Clock::time_point now) const;
-  // Whether consent and the device let a request go now.
-  bool sendingAllowed() const;
   // Whether the queue's next batch can be handled: persisted, or else sent.
   bool queueCanMove() const;
   bool spoolReady(Clock::time_point now) const;
   // Takes the spans of the next batch off the queue, each encoded (once) to size the batch.
   std::vector<std::string> takeBatch(std::unique_lock<std::mutex>& lock);
-  void deliver(std::span<const std::string> encodedSpans);
-  void persist(const QENEncodedBatch& batch);
+  void deliver(std::span<const std::string> encodedSpans, QENDeliveryGate::Ticket ticket);
+  void persist(const QENEncodedBatch& batch, QENDeliveryGate::Ticket ticket);
   void deliverFromSpool();
   // After a 413 or a 415, puts what the collector may take in the place of a spooled batch: its
   // halves, or its uncompressed self. False when there is nothing to put (one span, a body this
@@ -203,7 +187,10 @@ class QENSpanReporter {
   bool reshapeSpooled(const QENSpanSpool::Batch& batch, Outcome outcome);
   // After a 415 to a gzip body: false when bodies already go uncompressed.
   bool stopGzipping();
-  Outcome post(const QENEncodedBatch& batch);
+  // kHeldBack, without posting, unless the gate lets the batch of `ticket` go: at once, or (with
+  // waitWhilePaused) once sending resumes within the deadline.
+  Outcome post(const QENEncodedBatch& batch, QENDeliveryGate::Ticket ticket, bool waitWhilePaused);
+  bool admitted(QENDeliveryGate::Ticket ticket, bool waitWhilePaused);
   // Waits `backoff`, cut short by shutdown's deadline; false once that has passed.
   bool waitForRetry(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds backoff);
   // How long to wait before the next attempt after `outcome`.
@@ -225,8 +212,7 @@ class QENSpanReporter {
   Clock::time_point spoolNotBefore_;
   std::unique_ptr<QENBackoff> spoolBackoff_;
   std::unique_ptr<QENTokenBucket> rateLimit_;  // null without a limit
-  QENTelemetryConsent consent_;
-  QENDeviceConditions device_;
+  QENDeliveryGate gate_;
   // When shutdown's time is up; the end of time until shutdown.
   QENDeliveryDeadline deadline_;
   std::mutex joinMutex_;

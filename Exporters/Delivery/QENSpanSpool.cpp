@@ -352,9 +352,10 @@ void QENSpanSpool::recordAttempt(std::int64_t id) {
   Statement(db_, "UPDATE batches SET attempts = attempts + 1 WHERE id = ?1").bind(1, id).run();
 }
 
-void QENSpanSpool::remove(std::int64_t id) {
+bool QENSpanSpool::remove(std::int64_t id) {
   const std::lock_guard guard(mutex_);
-  Statement(db_, "DELETE FROM batches WHERE id = ?1").bind(1, id).run();
+  return Statement(db_, "DELETE FROM batches WHERE id = ?1").bind(1, id).run() &&
+         sqlite3_changes(db_) > 0;
 }
 
 bool QENSpanSpool::replace(std::int64_t id, const std::vector<QENEncodedBatch>& parts) {

@@ -69,7 +69,8 @@ class QENSpanSpool {
   std::optional<Batch> oldest();
   // Counts a send of the batch before it starts, so that a later process knows it was tried.
   void recordAttempt(std::int64_t id);
-  void remove(std::int64_t id);
+  // False when the batch was no longer there (cleared, or expired).
+  bool remove(std::int64_t id);
   // Puts `parts` (each framed on its own) in the place of batch `id`, in one transaction, keeping
   // its age: a batch the collector found too large goes again in parts. Not counted as persisted
   // again. False when it could not be done; the batch then stays as it was.
