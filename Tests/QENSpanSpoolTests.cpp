@@ -276,13 +276,18 @@ TEST_F(SpanSpool, AFileThatIsNotASpoolIsMovedAsideUntouchedAndAFreshOneMade) {
     QENSpanSpool spool({.path = path()});
     EXPECT_EQ(spool.counters().filesMovedAside, 1u);
     EXPECT_TRUE(spool.append(batch(3)));
-    std::set<std::string> aside;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
-      const std::string name = entry.path().filename().string();
-      if (name.find(".unreadable-") != std::string::npos && !name.ends_with("-shm"))
-        aside.insert(contentsOf(entry.path()));
-    }
-    EXPECT_EQ(aside, original) << "kept, byte for byte, the write-ahead log included";
+    const auto aside = [&] {
+      std::set<std::string> contents;
+      for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+        const std::string name = entry.path().filename().string();
+        if (name.find(".unreadable-") != std::string::npos && !name.ends_with("-shm"))
+          contents.insert(contentsOf(entry.path()));
+      }
+      return contents;
+    };
+    EXPECT_EQ(aside(), original) << "kept, byte for byte, the write-ahead log included";
+    spool.clear();
+    EXPECT_TRUE(aside().empty()) << "until consent is refused";
   }
 }
 
@@ -298,6 +303,10 @@ TEST_F(SpanSpool, TheOldestBatchesGoPastTheByteAndAgeBounds) {
   runSQL(path(), "UPDATE batches SET created = created - 8 * 24 * 3600");
   EXPECT_FALSE(spool.oldest().has_value());
   EXPECT_EQ(spool.counters().droppedExpired, 4u) << "older than a week";
+
+  QENSpanSpool unbounded({.path = path() + "-unbounded", .maximumBytes = UINT64_MAX});
+  ASSERT_TRUE(unbounded.append(batch(1)) && unbounded.append(batch(1)));
+  EXPECT_EQ(unbounded.counters().droppedFull, 0u) << "past what SQLite counts, no bound";
 }
 
 }  // namespace

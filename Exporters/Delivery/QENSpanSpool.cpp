@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 
 #include "QENFoundation/QENFoundationDevLogger.h"
 
@@ -293,8 +294,9 @@ QENSpanSpool::Deleted QENSpanSpool::deleteCounting(const char* condition, std::i
 void QENSpanSpool::applyBounds() {
   counters_.droppedExpired +=
       deleteCounting("created < ?1", unixSeconds() - options_.maximumAge.count()).spans;
-  const auto maximumBytes =
-      static_cast<std::int64_t>(std::max<std::uint64_t>(1, options_.maximumBytes));
+  // SQLite counts in signed 64 bits: a bound past them is no bound, never a negative one.
+  const auto maximumBytes = static_cast<std::int64_t>(std::clamp<std::uint64_t>(
+      options_.maximumBytes, 1, std::numeric_limits<std::int64_t>::max()));
   for (;;) {  // the oldest go until the newest fit
     {
       Statement total(db_, "SELECT bytes FROM totals");
@@ -391,6 +393,21 @@ void QENSpanSpool::clear() {
   exec("DELETE FROM snapshots");
   exec("PRAGMA secure_delete = OFF");
   exec("PRAGMA wal_checkpoint(TRUNCATE)");
+  removeFilesMovedAside();
+}
+
+// Files moved aside, by this process or an earlier one, may hold spans of their own.
+void QENSpanSpool::removeFilesMovedAside() {
+  const std::filesystem::path spool(options_.path);
+  const std::string prefix = spool.filename().string() + ".unreadable-";
+  std::error_code error;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(spool.parent_path().empty() ? "." : spool.parent_path(),
+                                           error)) {
+    if (entry.path().filename().string().starts_with(prefix)) {
+      std::filesystem::remove(entry.path(), error);
+    }
+  }
 }
 
 void QENSpanSpool::refuseSnapshots(bool refused) {

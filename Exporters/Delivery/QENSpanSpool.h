@@ -76,7 +76,8 @@ class QENSpanSpool {
   // again. False when it could not be done; the batch then stays as it was.
   bool replace(std::int64_t id, const std::vector<QENEncodedBatch>& parts);
   // Deletes every batch and snapshot, overwriting their bytes, and shrinks the write-ahead log,
-  // so that nothing of them is left in the files; for a user who withdrew consent.
+  // so that nothing of them is left in the files, and removes the files moved aside from its
+  // path; for a user who withdrew consent.
   void clear();
 
   // Keeps `batch` as the snapshot of tree `treeId`, replacing the previous one. False, keeping
@@ -99,6 +100,7 @@ class QENSpanSpool {
   static FileVerdict judgeWith(sqlite3* reader);
   bool createSchema();
   bool moveAside();
+  void removeFilesMovedAside();
   void recoverSnapshots();
   void applyBounds();
   struct Deleted {

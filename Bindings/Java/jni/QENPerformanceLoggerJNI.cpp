@@ -345,6 +345,9 @@ jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jbyteArray service,
 
 jint spoolCreate(JNIEnv* env, jclass, jbyteArray path, jlong maximumBytes, jint maximumAgeSeconds,
                  jlongArray out) {
+  if (maximumBytes < 0 || maximumAgeSeconds < 0) {  // not a bound past 2^63: a mistake
+    return QENCStatusInvalidArgument;
+  }
   const Bytes pathText(env, path);
   QENCSpool made{};
   const QENCStatus status =

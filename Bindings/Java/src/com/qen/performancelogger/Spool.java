@@ -10,7 +10,7 @@ public final class Spool implements AutoCloseable {
   final long handle;
   private final Cleaner.Cleanable cleanable;
 
-  /** 0 for a bound takes its default (8 MiB, seven days). */
+  /** 0 for a bound takes its default (8 MiB, seven days); a negative one is refused. */
   public Spool(String path, long maximumBytes, int maximumAgeSeconds) {
     long[] made = new long[1];
     QENPerformanceLoggerException.check(Native.spoolCreate(Utf8.bytes(path, "path"), maximumBytes,

@@ -66,6 +66,7 @@ class BindingTest {
     options.collectorURL = "http://127.0.0.1:9/";
     options.format = Format.CHROME_TRACE;
     assertEquals(Status.INVALID_ARGUMENT, thrown(() -> new Reporter(options)));
+    assertEquals(Status.INVALID_ARGUMENT, thrown(() -> new Spool("unused.sqlite", -1, 0)));
   }
 
   @Test
