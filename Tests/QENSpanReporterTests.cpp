@@ -6,6 +6,7 @@
 #include <ostream>
 #include <thread>
 
+#include "BinaryAnnotation+QENAdditions.h"
 #include "QENSpanReporter.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
@@ -256,6 +257,30 @@ TEST(SpanReporter, ConcurrentShutdownsCutAHangingTransferAndCountItsSpans) {
   EXPECT_EQ(reporter.counters().droppedShutDown, 5u);
   expectBooksBalance(reporter.counters(), &server);
   EXPECT_EQ(told, 1) << "the host hears of the stop once";
+}
+
+// Host code that throws on the reporter's thread costs what it was handling, never the process:
+// the tag filter throws on span 2, the transport on the first batch, didStop at the end.
+TEST(SpanReporter, HostCodeThatThrowsOnTheReportersThreadLosesOnlyWhatItHandled) {
+  QENCapturedAssertions captured;
+  auto settings = options(std::make_shared<QENScriptedCollectorTransport>([](int index) {
+    return index == 0 ? throw std::runtime_error("no route") : Outcome::kDelivered;
+  }));
+  settings.maximumBatchSpans = 2;
+  settings.flushInterval = 0ms;
+  settings.encoding.reading.scrubbing.tagFilter = [](std::string_view, std::string& value) {
+    return value == "throw" ? throw std::logic_error("bad tag") : true;
+  };
+  settings.didStop = [](const QENSpanReporterCounters&) { throw std::runtime_error("late"); };
+  QENSpanReporter reporter(settings);
+  auto reported = spans(5, 1);
+  reported[1]->setBinary_annotations(
+      {QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyString("k", "throw")});
+  reporter.report(reported);
+  reporter.shutdown(5s);
+  EXPECT_EQ(reporter.counters().droppedHostFault, 3u) << "span 2, and 1 and 3 in the failed post";
+  EXPECT_EQ(reporter.counters().delivered, 2u);
+  expectBooksBalance(reporter.counters(), nullptr);
 }
 
 }  // namespace

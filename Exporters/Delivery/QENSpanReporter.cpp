@@ -8,6 +8,7 @@
 #include "QENCurlCollectorTransport.h"
 #include "QENFoundation/QENFoundationDevLogger.h"
 #include "QENGzip.h"
+#include "QENHostCall.h"
 #include "QENPerformanceLoggerVersion.h"
 #include "QENTokenBucket.h"
 
@@ -216,7 +217,8 @@ void QENSpanReporter::reportStop() {
         {"spool expired", counters.droppedSpoolExpired},
         {"spool write failed", counters.droppedSpoolWriteFailed},
         {"no consent", counters.droppedNoConsent},
-        {"spool cleared", counters.droppedSpoolCleared}};
+        {"spool cleared", counters.droppedSpoolCleared},
+        {"host code threw", counters.droppedHostFault}};
     std::string byCause;
     for (const auto& [cause, count] : causes) {
       if (count > 0) {
@@ -228,7 +230,7 @@ void QENSpanReporter::reportStop() {
                      __LINE__);
   }
   if (options_.didStop) {
-    options_.didStop(counters);
+    QENCallHost("A reporter's didStop", [&] { options_.didStop(counters); });
   }
 }
 
@@ -302,7 +304,8 @@ void QENSpanReporter::run() {
       const QENDeliveryGate::Ticket ticket = gate_.ticket();
       const std::vector<std::string> encodedSpans = takeBatch(lock);
       lock.unlock();
-      if (options_.spool != nullptr) {
+      if (encodedSpans.empty()) {  // the tag filter threw on each of its spans
+      } else if (options_.spool != nullptr) {
         persist(encoding_.frameBatch(encodedSpans), ticket);
       } else {
         deliver(encodedSpans, ticket);
@@ -365,9 +368,16 @@ std::vector<std::string> QENSpanReporter::takeBatch(std::unique_lock<std::mutex>
     const std::shared_ptr<QENThrift::Span> span = std::move(queue_.front());
     queue_.pop_front();
     lock.unlock();  // encoding needs no lock
-    encodedSpans.push_back(encoding_.encodeSpan(*span));
-    bytes += encodedSpans.back().size();
+    std::string encoded;
+    const bool filtered =
+        QENCallHost("A tag filter", [&] { encoded = encoding_.encodeSpan(*span); });
     lock.lock();
+    if (!filtered) {
+      ++counters_.droppedHostFault;
+      continue;
+    }
+    bytes += encoded.size();
+    encodedSpans.push_back(std::move(encoded));
   }
   return encodedSpans;
 }
@@ -434,6 +444,9 @@ void QENSpanReporter::deliverFromSpool() {
       break;
     case Outcome::kHeldBack:  // it goes when the gate opens again, or with the spool's clearing
       break;
+    case Outcome::kTransportFailed:
+      counters_.droppedHostFault += batch->spanCount;
+      break;
     case Outcome::kRetry:
     case Outcome::kSlowDown:
       spoolNotBefore_ = Clock::now() + pauseAfter(outcome, *spoolBackoff_);
@@ -479,7 +492,10 @@ bool QENSpanReporter::stopGzipping() {
 // make the reporter post in a tight loop.
 milliseconds QENSpanReporter::pauseAfter(Outcome outcome, QENBackoff& backoff) const {
   const milliseconds backedOff = backoff.next();
-  const auto asked = outcome == Outcome::kSlowDown ? transport_->retryAfter() : std::nullopt;
+  std::optional<std::chrono::seconds> asked;
+  if (outcome == Outcome::kSlowDown) {
+    QENCallHost("The collector transport", [&] { asked = transport_->retryAfter(); });
+  }
   if (!asked) {
     return backedOff;
   }
@@ -524,6 +540,9 @@ void QENSpanReporter::deliver(std::span<const std::string> encodedSpans,
         break;
       case Outcome::kCutOff:
         droppedFor = &counters_.droppedShutDown;
+        break;
+      case Outcome::kTransportFailed:
+        droppedFor = &counters_.droppedHostFault;
         break;
       case Outcome::kHeldBack:
         droppedFor = gate_.verdictFor(ticket) == QENDeliveryGate::Verdict::kRefused
@@ -583,5 +602,8 @@ QENSpanReporter::Outcome QENSpanReporter::post(const QENEncodedBatch& batch,
   }
   headers.emplace_back("User-Agent", userAgent());
   headers.insert(headers.end(), options_.headers.begin(), options_.headers.end());
-  return transport_->post(batch.body, headers, deadline_);
+  Outcome outcome = Outcome::kTransportFailed;
+  QENCallHost("The collector transport",
+              [&] { outcome = transport_->post(batch.body, headers, deadline_); });
+  return outcome;
 }

@@ -26,8 +26,7 @@
 // What happened to the spans handed to a reporter. Without a spool, once it has stopped,
 // accepted == delivered + dropped(), and delivered is what the collector acknowledged. With a
 // spool, accepted == persisted + droppedQueueFull + droppedOverReportCap + droppedRateLimited +
-// droppedShutDown +
-// droppedSpoolWriteFailed + droppedNoConsent, and what was persisted is delivered, now or by a
+// droppedShutDown + droppedSpoolWriteFailed + droppedNoConsent + what the tag filter lost, and what was persisted is delivered, now or by a
 // later process, or dropped by the spool's bounds or its clearing; delivered then also counts spans
 // that earlier processes persisted.
 class QENBackoff;
@@ -56,11 +55,14 @@ struct QENSpanReporterCounters {
                                           // retry, a split's half) when consent was refused,
                                           // never persisted
   std::uint64_t droppedSpoolCleared = 0;  // persisted, then deleted when consent was not granted
+  std::uint64_t droppedHostFault = 0;     // lost to host code that threw on the reporter's thread:
+                                          // the tag filter (that span), the transport (the batch)
 
   std::uint64_t dropped() const {
     return droppedQueueFull + droppedOverReportCap + droppedRateLimited + droppedClientError +
            droppedTooLarge + droppedGaveUp + droppedShutDown + droppedSpoolFull +
-           droppedSpoolExpired + droppedSpoolWriteFailed + droppedNoConsent + droppedSpoolCleared;
+           droppedSpoolExpired + droppedSpoolWriteFailed + droppedNoConsent + droppedSpoolCleared +
+           droppedHostFault;
   }
 };
 
@@ -131,7 +133,7 @@ struct QENSpanReporterOptions {
   // The limit the destructor gives shutdown. At least 0.
   std::chrono::milliseconds destructionShutdownLimit{5000};
   // Called once, when the reporter has stopped, with its final counters; it runs on the thread
-  // that stopped it. Whatever it does, undelivered spans are also logged through the developer
+  // that stopped it. What it throws is logged, never let out. Whatever it does, undelivered spans are also logged through the developer
   // logger.
   std::function<void(const QENSpanReporterCounters&)> didStop;
 };

@@ -7,6 +7,7 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENFoundation/QENNotificationCenter.h"
+#include "QENHostCall.h"
 
 namespace {
 
@@ -78,11 +79,15 @@ void QENUnfinishedTraceWatcher::runInterval(std::chrono::milliseconds interval) 
   }
 }
 
+// On the watcher's timer thread or the one that posts the lifecycle notification: the host's tag
+// filter or callback throwing loses that snapshot, never the process.
 void QENUnfinishedTraceWatcher::State::snapshot() {
-  const std::size_t stored = snapshotWatched();
-  if (didSnapshot) {
-    didSnapshot(stored);
-  }
+  QENCallHost("A snapshot's tag filter or didSnapshot", [this] {
+    const std::size_t stored = snapshotWatched();
+    if (didSnapshot) {
+      didSnapshot(stored);
+    }
+  });
 }
 
 std::size_t QENUnfinishedTraceWatcher::State::snapshotWatched() {

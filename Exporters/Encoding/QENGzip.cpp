@@ -2,7 +2,7 @@
 
 #include <zlib.h>
 
-#include <new>
+#include <limits>
 
 namespace {
 
@@ -12,11 +12,12 @@ constexpr int kMemoryLevel = 8;
 
 }  // namespace
 
-std::string QENGzip::compress(std::string_view bytes) {
+std::optional<std::string> QENGzip::compress(std::string_view bytes) {
   z_stream stream{};
-  if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipWindowBits, kMemoryLevel,
+  if (bytes.size() > std::numeric_limits<uInt>::max() ||
+      deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipWindowBits, kMemoryLevel,
                    Z_DEFAULT_STRATEGY) != Z_OK) {
-    throw std::bad_alloc();
+    return std::nullopt;
   }
   std::string out(deflateBound(&stream, static_cast<uLong>(bytes.size())) + 32, '\0');
   stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
@@ -27,7 +28,7 @@ std::string QENGzip::compress(std::string_view bytes) {
   out.resize(stream.total_out);
   deflateEnd(&stream);
   if (result != Z_STREAM_END) {
-    throw std::bad_alloc();  // the bound was not enough: only when memory ran out
+    return std::nullopt;
   }
   return out;
 }

@@ -112,8 +112,10 @@ std::optional<std::vector<std::string>> QENSpanEncoding::unframeBatch(std::strin
 
 QENEncodedBatch QENSpanEncoding::batchOf(std::string body, std::size_t spanCount) const {
   QENEncodedBatch batch;
-  batch.body = gzip ? QENGzip::compress(body) : std::move(body);
-  batch.gzipped = gzip;
+  // A body zlib could not compress goes as it is, and says so.
+  std::optional<std::string> compressed = gzip ? QENGzip::compress(body) : std::nullopt;
+  batch.gzipped = compressed.has_value();
+  batch.body = compressed ? std::move(*compressed) : std::move(body);
   batch.contentType = contentType();
   batch.spanCount = spanCount;
   return batch;
