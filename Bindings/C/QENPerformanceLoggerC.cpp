@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "QENApplication/QENApplicationLifecycle.h"
 #include "QENAssert.h"
@@ -375,12 +376,54 @@ QENCStatus QENCMetricIdentifiers(QENCMetric metric, int64_t* traceId, int64_t* s
 
 // MARK: - Propagation headers
 
-QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, QENCHeaderVisitor visitor,
+namespace {
+
+enum class HostVerdict { kAllowed, kNotListed, kNotAURL };
+
+// What the process's propagation policy says of the host of `url`.
+HostVerdict propagationVerdict(const char* url, std::size_t urlLength) {
+  const auto text = stringOf(url, urlLength);
+  const auto parsed = text ? QENURL::URLWithString(*text) : nullptr;
+  if (parsed == nullptr) {
+    return HostVerdict::kNotAURL;
+  }
+  return QENTracePropagationHeaders::policy()->allowsHost(parsed->host()) ? HostVerdict::kAllowed
+                                                                          : HostVerdict::kNotListed;
+}
+
+}  // namespace
+
+QENCStatus QENCSetPropagationHosts(const char* const* hosts, const size_t* hostLengths,
+                                   size_t count) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    if (count > 0 && (hosts == nullptr || hostLengths == nullptr)) {
+      return invalidArgument(function, hosts == nullptr ? "hosts" : "hostLengths");
+    }
+    std::vector<std::string> suffixes;
+    for (std::size_t index = 0; index < count; ++index) {
+      const auto host = stringOf(hosts[index], hostLengths[index]);
+      if (!host) {
+        return invalidArgument(function, "hosts");
+      }
+      suffixes.push_back(*host);
+    }
+    QENTracePropagationHeaders::setPolicy(QENTracePropagationPolicy(suffixes));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, const char* url,
+                                        size_t urlLength, QENCHeaderVisitor visitor,
                                         void* userData) {
   const char* const function = __func__;
   return withMetric(requestMetric, function, [&](Metric& target) {
     if (visitor == nullptr) {
       return invalidArgument(function, "visitor");
+    }
+    const HostVerdict verdict = propagationVerdict(url, urlLength);
+    if (verdict != HostVerdict::kAllowed) {
+      return verdict == HostVerdict::kNotAURL ? invalidArgument(function, "url") : QENCStatusOK;
     }
     const auto parent = target.parentMetric();
     QENTracePropagationHeaders::Context context;
@@ -393,12 +436,18 @@ QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, QENCHeaderVisi
   });
 }
 
-QENCStatus QENCPropagationHeadersForRequest(QENCMetric parent, int64_t* requestSpanId,
-                                            QENCHeaderVisitor visitor, void* userData) {
+QENCStatus QENCPropagationHeadersForRequest(QENCMetric parent, const char* url, size_t urlLength,
+                                            int64_t* requestSpanId, QENCHeaderVisitor visitor,
+                                            void* userData) {
   const char* const function = __func__;
   return withMetric(parent, function, [&](Metric& target) {
     if (requestSpanId == nullptr || visitor == nullptr) {
       return invalidArgument(function, requestSpanId == nullptr ? "requestSpanId" : "visitor");
+    }
+    *requestSpanId = 0;
+    const HostVerdict verdict = propagationVerdict(url, urlLength);
+    if (verdict != HostVerdict::kAllowed) {
+      return verdict == HostVerdict::kNotAURL ? invalidArgument(function, "url") : QENCStatusOK;
     }
     QENTracePropagationHeaders::Context context;
     QENFoundation::arc4random_buf(&context.spanId, sizeof context.spanId);

@@ -131,16 +131,31 @@ QENC_EXPORT QENCStatus QENCMetricIdentifiers(QENCMetric metric, int64_t* traceId
 /* Called once per header, with strings valid only during the call. */
 typedef void (*QENCHeaderVisitor)(void* userData, const char* name, size_t nameLength,
                                   const char* value, size_t valueLength);
-/* The headers of a request measured by `requestMetric`, a child in the tree it belongs to: the
- * tree's trace id, the request metric's span id, its parent's span id (none for a metric
- * without a parent) and the root's upload decision. */
-QENC_EXPORT QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric,
-                                                    QENCHeaderVisitor visitor, void* userData);
+/* The hosts that requests may carry propagation headers to, for the whole process; none until
+ * it is set. Trace ids sent to a third party would tell it which of its requests belong to one
+ * user's session, so an app lists its own hosts. Each entry is a host suffix: "example.com"
+ * covers it and its subdomains, "*" every host; an entry no host could match (empty, with a
+ * space, ':', '/' or '@') is reported and left out. `hosts[i]` is `hostLengths[i]` bytes; the
+ * strings are copied. Every call below that gives headers for a URL applies it, and so does each
+ * redirect the Java adapter follows. */
+QENC_EXPORT QENCStatus QENCSetPropagationHosts(const char* const* hosts, const size_t* hostLengths,
+                                               size_t count);
 
-/* A span id drawn for a request made under `parent`, and the headers that carry it: the tree's
- * trace id, the drawn id, the parent's span id and the root's upload decision. Give the drawn id
- * to QENCEndpointMetricCreate, so that the request's span is the one the server's spans join. */
-QENC_EXPORT QENCStatus QENCPropagationHeadersForRequest(QENCMetric parent, int64_t* requestSpanId,
+/* The headers of a request to `url` measured by `requestMetric`, a child in the tree it belongs
+ * to: the tree's trace id, the request metric's span id, its parent's span id (none for a metric
+ * without a parent) and the root's upload decision. None, with QENCStatusOK, when the URL's host
+ * is not one the app listed; QENCStatusInvalidArgument when `url` is not a URL. */
+QENC_EXPORT QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, const char* url,
+                                                    size_t urlLength, QENCHeaderVisitor visitor,
+                                                    void* userData);
+
+/* A span id drawn for a request to `url` made under `parent`, and the headers that carry it: the
+ * tree's trace id, the drawn id, the parent's span id and the root's upload decision. Give the
+ * drawn id to QENCEndpointMetricCreate, so that the request's span is the one the server's spans
+ * join. When the URL's host is not one the app listed: QENCStatusOK, no header, and
+ * *requestSpanId 0 (nothing drawn). */
+QENC_EXPORT QENCStatus QENCPropagationHeadersForRequest(QENCMetric parent, const char* url,
+                                                        size_t urlLength, int64_t* requestSpanId,
                                                         QENCHeaderVisitor visitor, void* userData);
 
 /* ==== Network requests ==== */

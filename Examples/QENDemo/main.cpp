@@ -233,6 +233,8 @@ int main(int argc, char** argv) {
     spans.insert(spans.end(), trace.begin(), trace.end());
   }
 
+  // The app's own hosts, listed once at start-up: only they are sent trace ids.
+  QENTracePropagationHeaders::setPolicy(QENTracePropagationPolicy({"qen.example", "qenimg.com"}));
   const auto preload = QENPerformanceSignal::initWithVideoUrl(
       QENURL::URLWithString("https://v.qenimg.com/videos/hls/ab/cd.m3u8"), feed->traceId(), false,
       true);

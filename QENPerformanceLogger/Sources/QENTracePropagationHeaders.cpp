@@ -86,6 +86,10 @@ QENTracePropagationHeaders::HeaderFields QENTracePropagationHeaders::headersForT
 
 QENTracePropagationHeaders::HeaderFields QENTracePropagationHeaders::headersForVideoPreload(
     const QENPerformanceSignal& signal, bool sampled) {
+  const auto& url = signal.videoUrl();
+  if (url == nullptr || !policy()->allowsHost(url->host())) {
+    return {};
+  }
   const auto ownHeaders = signal.getHeaderFields();
   HeaderFields headers(ownHeaders.begin(), ownHeaders.end());
   Context context;

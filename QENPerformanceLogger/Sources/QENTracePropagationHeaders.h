@@ -54,7 +54,9 @@ class QENTracePropagationHeaders {
 
   // For the CDN request of a video preload: the signal's own headers (its span is the parent,
   // the CDN's span id the request's; debug when CDN logging is on), with the host's sampling
-  // decision for the preload.
+  // decision for the preload. Empty when the policy does not allow the video's host: a preload
+  // from a third-party CDN sends no trace id, as a traced request to it would not. (The signal's
+  // own getHeaderFields does not ask the policy.)
   static HeaderFields headersForVideoPreload(const QENPerformanceSignal& signal, bool sampled);
 
  private:

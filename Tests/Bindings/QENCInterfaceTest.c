@@ -110,11 +110,21 @@ static QENCMetric measuredTree(QENCMetric* request) {
   OK(QENCMetricIdentifiers(*request, &requestTrace, &requestSpan));
   CHECK(QENCMetricIdentifiers(root, NULL, &rootSpan) == QENCStatusInvalidArgument);
   struct Headers headers = {""};
-  OK(QENCMetricPropagationHeaders(*request, collectHeader, &headers));
+  const char* const ownHosts[] = {"api.example.com"};
+  const size_t ownHostLengths[] = {strlen(ownHosts[0])};
+  OK(QENCSetPropagationHosts(ownHosts, ownHostLengths, 1));
+  OK(QENCMetricPropagationHeaders(*request, TEXT("https://ads.tracker.test/x"), collectHeader,
+                                  &headers));
+  CHECK(headers.text[0] == '\0');  // a host the app did not list learns nothing
+  OK(QENCMetricPropagationHeaders(*request, TEXT("https://v2.API.example.com/feed"),
+                                  collectHeader, &headers));
   CHECK(hasHeader(&headers, "X-B3-SpanId", requestSpan) &&
         hasHeader(&headers, "X-B3-ParentSpanId", rootSpan) &&
         hasHeader(&headers, "X-B3-TraceId", rootTrace));
-  CHECK(QENCMetricPropagationHeaders(*request, NULL, NULL) == QENCStatusInvalidArgument);
+  CHECK(QENCMetricPropagationHeaders(*request, TEXT("https://api.example.com/"), NULL, NULL) ==
+        QENCStatusInvalidArgument);
+  CHECK(QENCMetricPropagationHeaders(*request, TEXT(""), collectHeader, &headers) ==
+        QENCStatusInvalidArgument);
 
   OK(QENCMetricStopWithTime(*request, now - 0.1));
   OK(QENCMetricStop(root));
@@ -191,10 +201,14 @@ static void checkEndpointAndApplicationEvents(void) {
   OK(QENCMetricObserveApplicationEvents(screen));
   int64_t sentSpanId = 0;
   struct Headers headers = {""};
-  OK(QENCPropagationHeadersForRequest(screen, &sentSpanId, collectHeader, &headers));
+  OK(QENCPropagationHeadersForRequest(screen, TEXT("https://cdn.other.test/a.jpg"), &sentSpanId,
+                                      collectHeader, &headers));
+  CHECK(sentSpanId == 0 && headers.text[0] == '\0');
+  OK(QENCPropagationHeadersForRequest(screen, TEXT("https://api.example.com/feed"), &sentSpanId,
+                                      collectHeader, &headers));
   CHECK(hasHeader(&headers, "X-B3-SpanId", sentSpanId));
-  CHECK(QENCPropagationHeadersForRequest(screen, NULL, collectHeader, &headers) ==
-        QENCStatusInvalidArgument);
+  CHECK(QENCPropagationHeadersForRequest(screen, TEXT("https://api.example.com/"), NULL,
+                                         collectHeader, &headers) == QENCStatusInvalidArgument);
 
   struct timespec now;
   timespec_get(&now, TIME_UTC);

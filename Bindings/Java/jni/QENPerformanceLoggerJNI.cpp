@@ -236,19 +236,41 @@ jint storeHeaders(JNIEnv* env, const std::vector<std::string>& headers, jobjectA
   return QENCStatusOK;
 }
 
-jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jobjectArray out) {
+// Each element a byte[] of UTF-8.
+jint setPropagationHosts(JNIEnv* env, jclass, jobjectArray hosts) {
+  const jsize count = hosts == nullptr ? 0 : env->GetArrayLength(hosts);
+  std::vector<Bytes> texts;
+  for (jsize index = 0; index < count; ++index) {
+    auto element = static_cast<jbyteArray>(env->GetObjectArrayElement(hosts, index));
+    texts.emplace_back(env, element);
+    env->DeleteLocalRef(element);
+  }
+  std::vector<const char*> data;
+  std::vector<std::size_t> lengths;
+  for (const Bytes& text : texts) {
+    data.push_back(text.data());
+    lengths.push_back(text.size());
+  }
+  return QENCSetPropagationHosts(data.data(), lengths.data(), data.size());
+}
+
+jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jbyteArray url, jobjectArray out) {
+  const Bytes urlText(env, url);
   std::vector<std::string> headers;
-  const QENCStatus status = QENCMetricPropagationHeaders(metric(id), collectHeader, &headers);
+  const QENCStatus status = QENCMetricPropagationHeaders(metric(id), urlText.data(),
+                                                         urlText.size(), collectHeader, &headers);
   return status != QENCStatusOK ? status : storeHeaders(env, headers, out);
 }
 
-// The drawn span id goes to out[0]; the headers, as for metricPropagationHeaders, to pairs[0].
-jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jlongArray out,
-                                  jobjectArray pairsOut) {
+// The drawn span id (0: none, the host is not listed) goes to out[0]; the headers, as for
+// metricPropagationHeaders, to pairs[0].
+jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jbyteArray url,
+                                  jlongArray out, jobjectArray pairsOut) {
+  const Bytes urlText(env, url);
   std::vector<std::string> headers;
   std::int64_t spanId = 0;
-  const QENCStatus status =
-      QENCPropagationHeadersForRequest(metric(parent), &spanId, collectHeader, &headers);
+  const QENCStatus status = QENCPropagationHeadersForRequest(
+      metric(parent), urlText.data(), urlText.size(), &spanId, collectHeader, &headers);
   if (status != QENCStatusOK) {
     return status;
   }
@@ -463,8 +485,9 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(metricAddCompletion, "(JLjava/lang/Object;)I"),
     QENJ_METHOD(metricShouldUpload, "(J[Z)I"),
     QENJ_METHOD(metricIdentifiers, "(J[J)I"),
-    QENJ_METHOD(metricPropagationHeaders, "(J[Ljava/lang/Object;)I"),
-    QENJ_METHOD(propagationHeadersForRequest, "(J[J[Ljava/lang/Object;)I"),
+    QENJ_METHOD(setPropagationHosts, "([Ljava/lang/Object;)I"),
+    QENJ_METHOD(metricPropagationHeaders, "(J[B[Ljava/lang/Object;)I"),
+    QENJ_METHOD(propagationHeadersForRequest, "(J[B[J[Ljava/lang/Object;)I"),
     QENJ_METHOD(endpointMetricCreate, "([B[B[D[JJ[J)I"),
     QENJ_METHOD(postApplicationEvent, "(I)I"),
     QENJ_METHOD(metricObserveApplicationEvents, "(J)I"),

@@ -3,6 +3,7 @@ package com.qen.performancelogger;
 import java.lang.ref.Cleaner;
 import java.util.Collections;
 import java.util.LinkedHashMap;
+import java.util.List;
 import java.util.Map;
 
 /**
@@ -145,13 +146,28 @@ public final class Metric implements AutoCloseable {
   }
 
   /**
-   * The headers of a request this metric measures, a child in its tree: the tree's trace id, this
-   * span id, the parent's, and the root's upload decision.
+   * The hosts that requests may carry propagation headers to, for the whole process; none until
+   * this is called. "example.com" covers it and its subdomains, "*" every host. The one list every
+   * header call applies, the OkHttp adapter's included.
    */
-  public Map<String, String> propagationHeaders() {
+  public static void setPropagationHosts(List<String> hostSuffixes) {
+    Object[] hosts = new Object[hostSuffixes.size()];
+    for (int index = 0; index < hosts.length; ++index) {
+      hosts[index] = Utf8.bytes(hostSuffixes.get(index), "host");
+    }
+    QENPerformanceLoggerException.check(Native.setPropagationHosts(hosts), "setPropagationHosts");
+  }
+
+  /**
+   * The headers of a request to {@code url} this metric measures, a child in its tree: the tree's
+   * trace id, this span id, the parent's, and the root's upload decision; none for a host not
+   * listed in {@link #setPropagationHosts}.
+   */
+  public Map<String, String> propagationHeaders(String url) {
     Object[] out = new Object[1];
     QENPerformanceLoggerException.check(
-        Native.metricPropagationHeaders(handle, out), "propagationHeaders");
+        Native.metricPropagationHeaders(handle, Utf8.bytes(url, "url"), out),
+        "propagationHeaders");
     return headersOf(out);
   }
 

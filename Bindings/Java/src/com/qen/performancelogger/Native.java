@@ -59,8 +59,10 @@ final class Native {
   static native int metricAddCompletion(long metric, Object completion);
   static native int metricShouldUpload(long metric, boolean[] shouldUpload);
   static native int metricIdentifiers(long metric, long[] traceAndSpanId);
-  static native int metricPropagationHeaders(long metric, Object[] namesAndValues);
-  static native int propagationHeadersForRequest(long parent, long[] spanId, Object[] headers);
+  static native int setPropagationHosts(Object[] hostsAsUtf8);
+  static native int metricPropagationHeaders(long metric, byte[] url, Object[] namesAndValues);
+  static native int propagationHeadersForRequest(
+      long parent, byte[] url, long[] spanId, Object[] headers);
   static native int endpointMetricCreate(byte[] url, byte[] method, double[] phaseTimes,
       long[] statusBytesAndReuse, long requestSpanId, long[] metric);
   static native int postApplicationEvent(int event);

@@ -6,11 +6,14 @@ import java.net.InetSocketAddress;
 import java.net.Proxy;
 import java.time.Instant;
 import java.util.Arrays;
+import java.util.Collections;
 import java.util.List;
-import java.util.Locale;
 import java.util.Map;
-import java.util.concurrent.ConcurrentHashMap;
+import java.util.WeakHashMap;
+import java.util.concurrent.atomic.AtomicLong;
 import java.util.function.Supplier;
+import java.util.logging.Level;
+import java.util.logging.Logger;
 import okhttp3.Call;
 import okhttp3.Connection;
 import okhttp3.EventListener;
@@ -23,64 +26,108 @@ import okhttp3.Response;
 /**
  * Wires an OkHttp client (3.x or 4.x) to the library. Its event listener times each call's DNS
  * lookup, connect, TLS handshake, request and response, and when the call ends adds an endpoint
- * metric with those phases under the parent metric the app names at that moment. Its interceptor
- * adds the propagation headers to requests for the hosts the app lists, and to no other: trace ids
- * never reach a third party.
+ * metric with those phases under the parent metric the app named when it made the call (read once,
+ * so that the headers sent and the span exported belong to one trace). Its network interceptor
+ * adds the propagation headers to each request, redirects included, whose host the app listed in
+ * {@link Metric#setPropagationHosts}, and to no other: a listed host that redirects to a third
+ * party does not hand it the trace ids.
+ *
+ * <p>Nothing of the adapter's ever throws into OkHttp: a call it cannot trace (its parent metric
+ * already closed, say) goes on untraced, is logged and counted in {@link #untracedCalls}.
  *
  * <pre>
- * OkHttpTracing tracing = new OkHttpTracing(screen::currentMetric, List.of("api.example.com"));
+ * Metric.setPropagationHosts(List.of("api.example.com"));
+ * OkHttpTracing tracing = new OkHttpTracing(screen::currentMetric);
  * OkHttpClient client = new OkHttpClient.Builder()
  *     .eventListenerFactory(tracing.eventListenerFactory())
- *     .addInterceptor(tracing.interceptor())
+ *     .addNetworkInterceptor(tracing.networkInterceptor())
  *     .build();
  * </pre>
  */
 public final class OkHttpTracing {
-  private final Supplier<Metric> parent;
-  private final List<String> hostSuffixes;
-  private final Map<Call, Long> sentSpanIds = new ConcurrentHashMap<>();
+  private static final Logger LOG = Logger.getLogger(OkHttpTracing.class.getName());
 
-  /**
-   * @param parent the metric a request belongs to when it is made (null: none, nothing recorded)
-   * @param hostSuffixes hosts that get the headers: "api.example.com" also covers its subdomains;
-   *     "*" covers every host
-   */
-  public OkHttpTracing(Supplier<Metric> parent, List<String> hostSuffixes) {
+  private final Supplier<Metric> parent;
+  // Weak keys: a call made and never executed ends neither way, and must not stay.
+  private final Map<Call, CallState> calls = Collections.synchronizedMap(new WeakHashMap<>());
+  private final AtomicLong untraced = new AtomicLong();
+
+  /** @param parent the metric a call belongs to when it is made (null: none, nothing recorded) */
+  public OkHttpTracing(Supplier<Metric> parent) {
     this.parent = parent;
-    // OkHttp gives hosts in lower case; the app's list may not be.
-    this.hostSuffixes =
-        hostSuffixes.stream().map(suffix -> suffix.toLowerCase(Locale.ROOT)).toList();
   }
 
   public EventListener.Factory eventListenerFactory() {
-    return call -> new PhaseListener();
+    return call -> new PhaseListener(call, stateOf(call));
   }
 
-  public Interceptor interceptor() {
-    return chain -> {
-      Request request = chain.request();
-      Metric current = parent.get();
-      if (current == null || !tracesHost(request.url().host())) {
-        return chain.proceed(request);
+  /** For {@code addNetworkInterceptor}: it sees every hop, so each host is judged on its own. */
+  public Interceptor networkInterceptor() {
+    return chain -> chain.proceed(traced(chain.call(), chain.request()));
+  }
+
+  /** Calls that went on untraced because tracing them failed. */
+  public long untracedCalls() {
+    return untraced.get();
+  }
+
+  private CallState stateOf(Call call) {
+    return calls.computeIfAbsent(call, made -> new CallState(currentParent()));
+  }
+
+  private Metric currentParent() {
+    try {
+      return parent.get();
+    } catch (RuntimeException failure) {
+      untraced(null, failure);
+      return null;
+    }
+  }
+
+  private Request traced(Call call, Request request) {
+    CallState state = null;
+    try {
+      state = stateOf(call);
+      if (state.parent == null) {
+        return request;
       }
       long[] spanId = new long[1];
       Object[] headers = new Object[1];
-      QENPerformanceLoggerException.check(
-          Native.propagationHeadersForRequest(current.handle, spanId, headers), "interceptor");
-      sentSpanIds.put(chain.call(), spanId[0]);
+      QENPerformanceLoggerException.check(Native.propagationHeadersForRequest(state.parent.handle,
+          Utf8.bytes(request.url().toString(), "url"), spanId, headers), "propagationHeaders");
+      if (spanId[0] == 0) {
+        return request;  // a host the app did not list
+      }
+      state.sentSpanId = spanId[0];  // a later hop's id replaces an earlier one's: the last answers
       Request.Builder traced = request.newBuilder();
       Metric.headersOf(headers).forEach(traced::header);
-      return chain.proceed(traced.build());
-    };
+      return traced.build();
+    } catch (RuntimeException failure) {
+      untraced(state, failure);
+      return request;
+    }
   }
 
-  boolean tracesHost(String host) {
-    for (String suffix : hostSuffixes) {
-      if (suffix.equals("*") || host.equals(suffix) || host.endsWith("." + suffix)) {
-        return true;
-      }
+  /** Counts a call once, however many of its steps fail. */
+  private void untraced(CallState state, RuntimeException failure) {
+    if (state == null || !state.failed) {
+      untraced.incrementAndGet();
     }
-    return false;
+    if (state != null) {
+      state.failed = true;
+    }
+    LOG.log(Level.WARNING, "QENPerformanceLogger: a call goes untraced", failure);
+  }
+
+  /** What one call is traced under, from when it is made to when it ends. */
+  private static final class CallState {
+    final Metric parent;
+    volatile long sentSpanId;
+    volatile boolean failed;
+
+    CallState(Metric parent) {
+      this.parent = parent;
+    }
   }
 
   private static double wallClockSeconds() {
@@ -104,8 +151,10 @@ public final class OkHttpTracing {
 
     private final double[] times = new double[11];
     private final long[] statusBytesAndReuse = new long[4];
+    private final CallState state;
 
-    PhaseListener() {
+    PhaseListener(Call call, CallState state) {
+      this.state = state;
       Arrays.fill(times, Double.NaN);
     }
 
@@ -187,24 +236,27 @@ public final class OkHttpTracing {
 
     @Override
     public void callEnd(Call call) {
-      Long sentSpanId = sentSpanIds.remove(call);
-      Metric current = parent.get();
-      if (current == null) {
+      calls.remove(call);
+      if (state.parent == null || state.failed) {
         return;
       }
-      Request request = call.request();
-      long[] made = new long[1];
-      QENPerformanceLoggerException.check(Native.endpointMetricCreate(
-          Utf8.bytes(request.url().toString(), "url"), Utf8.bytes(request.method(), "method"),
-          times, statusBytesAndReuse, sentSpanId == null ? 0 : sentSpanId, made), "callEnd");
-      try (Metric endpoint = new Metric(made[0])) {
-        current.addChild(endpoint);
+      try {
+        Request request = call.request();
+        long[] made = new long[1];
+        QENPerformanceLoggerException.check(Native.endpointMetricCreate(
+            Utf8.bytes(request.url().toString(), "url"), Utf8.bytes(request.method(), "method"),
+            times, statusBytesAndReuse, state.sentSpanId, made), "callEnd");
+        try (Metric endpoint = new Metric(made[0])) {
+          state.parent.addChild(endpoint);
+        }
+      } catch (RuntimeException failure) {
+        untraced(state, failure);
       }
     }
 
     @Override
     public void callFailed(Call call, IOException failure) {
-      sentSpanIds.remove(call);
+      calls.remove(call);
     }
   }
 }

@@ -35,7 +35,9 @@ class BindingTest {
       request.addTag("status", 200);
       request.addTag("bytes", 5_000_000_000L);
       request.addAnnotation("first_byte", now - 0.2);
-      Map<String, String> headers = request.propagationHeaders();
+      Metric.setPropagationHosts(List.of("api.example.com"));
+      assertTrue(request.propagationHeaders("https://tracker.test/feed").isEmpty());
+      Map<String, String> headers = request.propagationHeaders("https://api.example.com/feed");
       assertEquals(String.format("%016x", request.spanId()), headers.get("X-B3-SpanId"));
       assertEquals(String.format("%016x", root.spanId()), headers.get("X-B3-ParentSpanId"));
       assertEquals(String.format("%016x", root.traceId()), headers.get("X-B3-TraceId"));

@@ -21,6 +21,12 @@ class OkHttpTracingTest {
     server.createContext("/", exchange -> {
       String spanId = exchange.getRequestHeaders().getFirst("X-B3-SpanId");
       sentSpanIds.put(exchange.getRequestURI().getPath(), spanId == null ? "none" : spanId);
+      if (exchange.getRequestURI().getPath().equals("/redirect")) {
+        exchange.getResponseHeaders().add("Location", exchange.getRequestURI().getQuery());
+        exchange.sendResponseHeaders(302, -1);
+        exchange.close();
+        return;
+      }
       byte[] body = "{}".getBytes(StandardCharsets.UTF_8);
       exchange.sendResponseHeaders(200, body.length);
       exchange.getResponseBody().write(body);
@@ -34,7 +40,7 @@ class OkHttpTracingTest {
     return new OkHttpClient.Builder()
         .dns(host -> List.of(InetAddress.getByName("127.0.0.1")))
         .eventListenerFactory(tracing.eventListenerFactory())
-        .addInterceptor(tracing.interceptor());
+        .addNetworkInterceptor(tracing.networkInterceptor());
   }
 
   private static void get(OkHttpClient client, String url) throws IOException {
@@ -43,6 +49,10 @@ class OkHttpTracingTest {
     }
   }
 
+  /**
+   * A listed host that redirects to a third party sends it no trace id; a call whose parent
+   * metric is closed goes on untraced and counted, never throwing into OkHttp.
+   */
   @Test
   void aCallOverTlsToAListedHostBecomesAnEndpointSpanWithTheIdItsHeadersSentAndOthersGetNone()
       throws Exception {
@@ -58,18 +68,29 @@ class OkHttpTracingTest {
     serve(https);
     try (Metric screen = new Metric("screen")) {
       screen.start();
-      OkHttpTracing tracing = new OkHttpTracing(() -> screen, List.of("API.Test"));
+      Metric.setPropagationHosts(List.of("API.Test"));
+      OkHttpTracing tracing = new OkHttpTracing(() -> screen);
       OkHttpClient okHttp =
           client(tracing).sslSocketFactory(client.sslSocketFactory(), client.trustManager()).build();
-      get(okHttp, "https://v2.api.test:" + https.getAddress().getPort() + "/v3/feed");
-      get(okHttp, "https://third.test:" + https.getAddress().getPort() + "/third");
+      String port = ":" + https.getAddress().getPort();
+      get(okHttp, "https://v2.api.test" + port + "/v3/feed");
+      get(okHttp, "https://third.test" + port + "/third");
       assertEquals("none", sentSpanIds.get("/third"));
-      assertFalse(tracing.tracesHost("notapi.test"));
+      get(okHttp, "https://v2.api.test" + port + "/redirect?https://third.test" + port + "/landing");
+      assertNotEquals("none", sentSpanIds.get("/redirect"));
+      assertEquals("none", sentSpanIds.get("/landing"));
+      Metric closed = Metric.leaf("closed_screen");
+      closed.close();
+      OkHttpTracing broken = new OkHttpTracing(() -> closed);
+      get(client(broken).sslSocketFactory(client.sslSocketFactory(), client.trustManager()).build(),
+          "https://v2.api.test" + port + "/untraced");
+      assertEquals(1, broken.untracedCalls());
       screen.stop();
       try (Trace trace = screen.export(null, "android")) {
         String json =
             new String(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"), StandardCharsets.UTF_8);
         assertTrue(json.contains("\"id\":\"" + sentSpanIds.get("/v3/feed") + "\""), json);
+        assertTrue(json.contains("\"id\":\"" + sentSpanIds.get("/redirect") + "\""), json);
         assertTrue(json.contains("\"name\":\"resource_/v3/feed\""), json);
         for (String phase : List.of("dns", "conn", "tls", "req", "resp")) {
           assertTrue(json.contains("\"name\":\"" + phase + "\""), phase + " in " + json);
