@@ -137,6 +137,9 @@ TEST(SpanScrubber, URLsLoseUserInformationFragmentAndQueryValuesButTheKeptKeysVa
   for (const auto& row : table) {
     EXPECT_EQ(scrubber.scrubbedURL(row.text), row.scrubbed) << row.text;
   }
+  EXPECT_EQ(QENSpanScrubber::loggableURL("https://k:pw@c.example/v2/spans?key=s#x"),
+            "https://c.example/v2/spans")
+      << "as the library's own log lines show a collector";
 }
 
 // The scrubbed tags are what every format writes, the as-made Thrift form included.
@@ -147,16 +150,21 @@ TEST(SpanScrubber, TheHostsFilterDropsOrRewritesTagsAfterTheURLsAreScrubbed) {
     seen.push_back(std::string(key) + "=" + value);
     if (key == "count")
       value = "many";
+    if (key == "span.name")
+      value = "renamed_" + value;
     return key != "user_id";
   };
   const auto span = std::make_shared<QENThrift::Span>();
+  span->setName("resource_/a?t=1#f");
   span->setBinary_annotations(
-      {Vocabulary::annotationWithKeyString("endpoint_id", "https://u:pw@API.example.com/a?t=1"),
+      {Vocabulary::annotationWithKeyString("endpoint_id", "https://u:pw@API.example.com/a?t=1;s="),
        Vocabulary::annotationWithKeyString("user_id", "42"),
        Vocabulary::annotationWithKeyInt64("count", 7), Vocabulary::annotationWithKeyInt64("n", 8)});
   const auto reading = readingOf(*span, options);
-  EXPECT_EQ(seen, (std::vector<std::string>{"endpoint_id=https://API.example.com/a?t=redacted",
+  EXPECT_EQ(seen, (std::vector<std::string>{"span.name=resource_/a?t=redacted",
+                                            "endpoint_id=https://API.example.com/a?t=redacted;s=",
                                             "user_id=42", "count=7", "n=8"}));
+  EXPECT_EQ(reading.name(), "renamed_resource_/a?t=redacted");
   EXPECT_EQ(keysOf(reading), (std::vector<std::string>{"endpoint_id", "count", "n"}));
   EXPECT_EQ(reading.remoteServiceName(), "api.example.com");
   EXPECT_EQ(reading.tags()[1]->annotation_type(), AnnotationType::STRING);
@@ -164,7 +172,7 @@ TEST(SpanScrubber, TheHostsFilterDropsOrRewritesTagsAfterTheURLsAreScrubbed) {
   const auto asMade = QENZipkinThriftEncoder::encodeSpans({&span, 1}, {}, options);
   const std::string bytes(asMade.begin(), asMade.end());
   EXPECT_TRUE(bytes.find("pw@") == bytes.npos && bytes.find("user_id") == bytes.npos &&
-              bytes.find("many") != bytes.npos);
+              bytes.find("many") != bytes.npos && bytes.find("renamed_") != bytes.npos);
 }
 
 TEST(SpanReading, TagsPastTheCapsAreLeftOutOrCutAtACharacterAndCounted) {

@@ -482,7 +482,7 @@ bool QENSpanReporter::stopGzipping() {
     return false;
   }
   encoding_.gzip = false;
-  logReporterError("The collector at " + options_.collectorURL +
+  logReporterError("The collector at " + QENSpanScrubber::loggableURL(options_.collectorURL) +
                        " does not read gzip bodies (415); this reporter sends them uncompressed",
                    __LINE__);
   return true;

@@ -133,7 +133,7 @@ void writeSpan(QENJSONWriter& json, const QENSpanReading& reading, std::string& 
     writeHexId(json, "parentSpanId", *reading.parentId(), false);
   }
   json.key("name");
-  json.string(span.name());
+  json.string(reading.name());
   if (reading.kind() == QENSpanKind::kClient) {
     json.key("kind");
     json.integer(kClientKind);

@@ -159,6 +159,7 @@ bool QENSpanReading::hasReadableValue(const BinaryAnnotation& annotation) noexce
 
 void QENSpanReading::read(const QENThrift::Span& span) {
   span_ = &span;
+  scrubbedName_ = scrubber_.isActive() ? scrubber_.scrubbedName(span.name()) : std::nullopt;
   parentId_.reset();
   if (span.parent_idIsSet() && span.parent_id() != 0) {
     parentId_ = span.parent_id();

@@ -77,6 +77,10 @@ class QENSpanReading {
   const std::string& serviceName() const noexcept { return serviceName_; }
   const QENSpanScrubber& scrubber() const noexcept { return scrubber_; }
   const QENThrift::Span& span() const noexcept { return *span_; }
+  // The span's name, scrubbed.
+  std::string_view name() const noexcept {
+    return scrubbedName_ ? std::string_view(*scrubbedName_) : std::string_view(span_->name());
+  }
   // The parent's span id when it is set and not zero.
   std::optional<std::int64_t> parentId() const noexcept { return parentId_; }
   std::optional<std::int64_t> timestamp() const noexcept { return timestamp_; }
@@ -113,6 +117,7 @@ class QENSpanReading {
   std::size_t maximumTags_;
   std::size_t maximumValueBytes_;
   const QENThrift::Span* span_ = nullptr;
+  std::optional<std::string> scrubbedName_;
   std::optional<std::int64_t> parentId_;
   std::optional<std::int64_t> timestamp_;
   std::optional<std::int64_t> duration_;

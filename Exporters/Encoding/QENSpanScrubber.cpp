@@ -70,7 +70,7 @@ std::optional<std::string> QENSpanScrubber::scrubbedURL(std::string_view text) c
 
 void QENSpanScrubber::appendScrubbedQuery(std::string& url, std::string_view query) const {
   for (std::size_t start = 0;;) {
-    const std::size_t end = std::min(query.find('&', start), query.size());
+    const std::size_t end = std::min(query.find_first_of("&;", start), query.size());
     const std::string_view pair = query.substr(start, end - start);
     const std::size_t equals = pair.find('=');
     const std::string_view key = pair.substr(0, equals);
@@ -83,9 +83,42 @@ void QENSpanScrubber::appendScrubbedQuery(std::string& url, std::string_view que
     if (end == query.size()) {
       return;
     }
-    url += '&';
+    url += query[end];
     start = end + 1;
   }
+}
+
+std::optional<std::string> QENSpanScrubber::scrubbedPath(std::string_view text) const {
+  const std::size_t query = text.find('?');
+  if (query == kNone) {
+    return std::nullopt;
+  }
+  const std::size_t fragment = std::min(text.find('#', query), text.size());
+  std::string path(text.substr(0, query + 1));
+  appendScrubbedQuery(path, text.substr(query + 1, fragment - query - 1));
+  return path;
+}
+
+std::optional<std::string> QENSpanScrubber::scrubbedName(std::string_view name) const {
+  std::optional<std::string> scrubbed;
+  if (options_.scrubURLs) {
+    scrubbed = authorityStart(name) != kNone ? scrubbedURL(name) : scrubbedPath(name);
+  }
+  if (options_.tagFilter) {
+    std::string value(scrubbed ? std::string_view(*scrubbed) : name);
+    if (!options_.tagFilter(kSpanNameKey, value)) {
+      value = kMarker;
+    }
+    if (value != name) {
+      scrubbed = std::move(value);
+    }
+  }
+  return scrubbed;
+}
+
+std::string QENSpanScrubber::loggableURL(std::string_view url) {
+  const std::string scrubbed = QENSpanScrubber().scrubbedURL(url).value_or(std::string(url));
+  return scrubbed.substr(0, scrubbed.find_first_of("?#"));
 }
 
 bool QENSpanScrubber::keepsValueOf(std::string_view key) const {

@@ -15,14 +15,17 @@
 struct QENSpanScrubbingOptions {
   // Every string tag that is a URL with an authority ("scheme://...") loses its user
   // information and its fragment, and each query value becomes "redacted" (the keys stay, so a
-  // trace still tells which parameters a request had). Off: URLs leave as the app made them.
+  // trace still tells which parameters a request had); pairs are separated by '&' or ';'. A span
+  // name is scrubbed the same way, and so is a path with a query in it ("resource_/a?token=x",
+  // an endpoint span's name being its request's path). Off: URLs leave as the app made them.
   bool scrubURLs = true;
   // Query keys whose values may stay, matched exactly as written (case and percent-encoding
   // included), for example {"size", "page"}.
   std::vector<std::string> keptQueryKeys{};
   // Sees each tag about to leave, after the URL scrubbing: its key and its value as the JSON
   // formats write it ("true", "42", a string). Returns false to drop the tag; a value it changes
-  // leaves as a string tag. Called on whatever thread encodes (the reporter's, the watcher's),
+  // leaves as a string tag. It also sees each span's name, under the key "span.name": a name it
+  // refuses leaves as "redacted", a name it changes leaves changed. Called on whatever thread encodes (the reporter's, the watcher's),
   // possibly several at once, so it must be safe to call from any thread.
   std::function<bool(std::string_view key, std::string& value)> tagFilter{};
 };
@@ -51,9 +54,18 @@ class QENSpanScrubber {
   // `text` without user information and fragment and with its query values redacted; nullopt when
   // it is no URL with an authority, or has nothing to take out.
   std::optional<std::string> scrubbedURL(std::string_view text) const;
+  // A span's name as it may leave; nullopt when it leaves as it is.
+  std::optional<std::string> scrubbedName(std::string_view name) const;
+  // The key under which the tag filter sees a span's name.
+  static constexpr std::string_view kSpanNameKey = "span.name";
+  // A URL as the library's own log lines show it: without user information, query and fragment.
+  static std::string loggableURL(std::string_view url);
 
  private:
   void appendScrubbedQuery(std::string& url, std::string_view query) const;
+  // A path (or any text without an authority) with its query values redacted and its fragment
+  // gone; nullopt without a query.
+  std::optional<std::string> scrubbedPath(std::string_view text) const;
   bool keepsValueOf(std::string_view key) const;
   Outcome filter(const BinaryAnnotation& tag, BinaryAnnotation& changed, Outcome sofar) const;
 

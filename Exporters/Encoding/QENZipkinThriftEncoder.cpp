@@ -80,12 +80,12 @@ void writeStructList(Writer& writer, std::int16_t fieldId, const std::vector<Ent
   }
 }
 
-void writeIdsAndName(Writer& writer, const QENThrift::Span& span,
+void writeIdsAndName(Writer& writer, const QENThrift::Span& span, std::string_view name,
                      std::optional<std::int64_t> parentId) {
   writer.writeFieldBegin(Writer::kI64, 1);
   writer.writeI64(span.trace_id());
   writer.writeFieldBegin(Writer::kString, 3);
-  writer.writeString(span.name());
+  writer.writeString(name);
   writer.writeFieldBegin(Writer::kI64, 4);
   writer.writeI64(span.id());
   if (parentId) {
@@ -112,7 +112,8 @@ void writeScrubbedBinaryAnnotations(Writer& writer, const QENThrift::Span& span,
 }
 
 void writeSpan(Writer& writer, const QENThrift::Span& span, const QENSpanScrubber& scrubber) {
-  writeIdsAndName(writer, span,
+  const std::optional<std::string> name = scrubber.scrubbedName(span.name());
+  writeIdsAndName(writer, span, name ? std::string_view(*name) : std::string_view(span.name()),
                   span.parent_idIsSet() ? std::optional(span.parent_id()) : std::nullopt);
   writeStructList(writer, 6, span.annotations(), writeAnnotation);
   writeScrubbedBinaryAnnotations(writer, span, scrubber);
@@ -199,7 +200,7 @@ void writeReadTags(Writer& writer, const QENSpanReading& reading) {
 }
 
 void writeReadSpan(Writer& writer, const QENSpanReading& reading) {
-  writeIdsAndName(writer, reading.span(), reading.parentId());
+  writeIdsAndName(writer, reading.span(), reading.name(), reading.parentId());
   writeReadEvents(writer, reading);
   writeReadTags(writer, reading);
   writer.writeFieldBegin(Writer::kI64, 10);

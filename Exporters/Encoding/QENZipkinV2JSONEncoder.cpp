@@ -69,7 +69,7 @@ void writeSpan(QENJSONWriter& json, const QENSpanReading& reading, std::string& 
     writeId(json, "parentId", *reading.parentId());
   }
   json.key("name");
-  json.string(span.name());
+  json.string(reading.name());
   if (reading.timestamp()) {
     json.key("timestamp");
     json.integer(*reading.timestamp());
