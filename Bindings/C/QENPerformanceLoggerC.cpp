@@ -339,14 +339,23 @@ QENCStatus QENCMetricAddInt64Tag(QENCMetric metric, const char* key, size_t keyL
   });
 }
 
-QENCStatus QENCMetricAddCompletion(QENCMetric metric, QENCCompletion completion, void* userData) {
+QENCStatus QENCMetricAddCompletion(QENCMetric metric, QENCCompletion completion,
+                                   QENCRelease release, void* userData) {
   const char* const function = __func__;
   return withMetric(metric, function, [&](Metric& target) {
     if (completion == nullptr) {
       return invalidArgument(function, "completion");
     }
+    // Released when the last copy of the callback goes: after it ran, or with a metric that
+    // never finished.
+    const std::shared_ptr<void> releasedOnce(userData, [release](void* data) {
+      if (release != nullptr) {
+        release(data);
+      }
+    });
     // The callback holds no reference to the metric: it may release the metric's handle.
-    target.addCompletionBlock([completion, userData](bool valid) { completion(userData, valid); });
+    target.addCompletionBlock(
+        [completion, releasedOnce](bool valid) { completion(releasedOnce.get(), valid); });
     return QENCStatusOK;
   });
 }

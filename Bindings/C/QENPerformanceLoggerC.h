@@ -120,8 +120,14 @@ QENC_EXPORT QENCStatus QENCMetricAddInt64Tag(QENCMetric metric, const char* key,
  * the calling thread, for a metric already finished), with `userData` as given. It may call any
  * function of this interface, releasing this very metric included. */
 typedef void (*QENCCompletion)(void* userData, bool valid);
+/* Called exactly once with `userData` when the completion can no longer run: after it ran, or
+ * when the metric goes without having finished (on the thread whose release let it go). Where
+ * `userData` owns something, this is where it is freed. */
+typedef void (*QENCRelease)(void* userData);
+/* `release` may be NULL. On a status other than QENCStatusOK neither is ever called, and
+ * `userData` stays the caller's. */
 QENC_EXPORT QENCStatus QENCMetricAddCompletion(QENCMetric metric, QENCCompletion completion,
-                                               void* userData);
+                                               QENCRelease release, void* userData);
 
 QENC_EXPORT QENCStatus QENCMetricShouldUpload(QENCMetric metric, bool* shouldUpload);
 QENC_EXPORT QENCStatus QENCMetricIdentifiers(QENCMetric metric, int64_t* traceId, int64_t* spanId);

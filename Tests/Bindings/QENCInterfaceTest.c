@@ -39,7 +39,16 @@ struct Completion {
   int calls;
   int valid;
   QENCStatus releaseStatus;
+  int releases;
 };
+
+static void countRelease(void* userData) {
+  struct Completion* completion = userData;
+  pthread_mutex_lock(&completion->mutex);
+  ++completion->releases;
+  pthread_cond_signal(&completion->done);
+  pthread_mutex_unlock(&completion->mutex);
+}
 
 static void completeAndRelease(void* userData, bool valid) {
   struct Completion* completion = userData;
@@ -52,21 +61,32 @@ static void completeAndRelease(void* userData, bool valid) {
   pthread_mutex_unlock(&completion->mutex);
 }
 
+// Its user data is released once after it ran; a metric that never finishes releases its
+// completion's user data when it goes.
 static void checkCompletionReleasingItsMetric(void) {
   struct Completion completion = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, {0}, 0, 0,
-                                  QENCStatusFailed};
+                                  QENCStatusFailed, 0};
   OK(QENCMetricCreate(TEXT("upload"), 1.0, &completion.metric));
-  OK(QENCMetricAddCompletion(completion.metric, completeAndRelease, &completion));
-  CHECK(QENCMetricAddCompletion(completion.metric, NULL, NULL) == QENCStatusInvalidArgument);
+  OK(QENCMetricAddCompletion(completion.metric, completeAndRelease, countRelease, &completion));
+  CHECK(QENCMetricAddCompletion(completion.metric, NULL, NULL, NULL) == QENCStatusInvalidArgument);
   OK(QENCMetricStart(completion.metric));
   OK(QENCMetricInvalidate(completion.metric, 1));
   pthread_mutex_lock(&completion.mutex);
-  while (completion.calls == 0) {
+  while (completion.releases == 0) {
     pthread_cond_wait(&completion.done, &completion.mutex);
   }
   pthread_mutex_unlock(&completion.mutex);
   CHECK(completion.calls == 1 && !completion.valid && completion.releaseStatus == QENCStatusOK);
   CHECK(QENCMetricStart(completion.metric) == QENCStatusInvalidHandle);
+
+  struct Completion never = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, {0}, 0, 0,
+                             QENCStatusFailed, 0};
+  OK(QENCMetricCreate(TEXT("never_finished"), 1.0, &never.metric));
+  OK(QENCMetricStart(never.metric));
+  OK(QENCMetricAddCompletion(never.metric, completeAndRelease, countRelease, &never));
+  OK(QENCMetricRelease(never.metric));
+  CHECK(never.calls == 0 && never.releases == 1);
+  CHECK(completion.releases == 1);
 }
 
 struct Headers {

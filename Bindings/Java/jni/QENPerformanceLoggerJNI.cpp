@@ -90,7 +90,13 @@ void completeInJava(void* userData, bool valid) {
     env->ExceptionDescribe();
     env->ExceptionClear();
   }
-  env->DeleteGlobalRef(callback);
+}
+
+// Once the completion ran, or its metric went without finishing.
+void releaseInJava(void* userData) {
+  if (JNIEnv* env = attachedEnv()) {
+    env->DeleteGlobalRef(static_cast<jobject>(userData));
+  }
 }
 
 // MARK: - Metrics
@@ -184,7 +190,7 @@ jint metricAddInt64Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jlong valu
 
 jint metricAddCompletion(JNIEnv* env, jclass, jlong id, jobject callback) {
   jobject held = env->NewGlobalRef(callback);
-  const QENCStatus status = QENCMetricAddCompletion(metric(id), completeInJava, held);
+  const QENCStatus status = QENCMetricAddCompletion(metric(id), completeInJava, releaseInJava, held);
   if (status != QENCStatusOK) {
     env->DeleteGlobalRef(held);
   }

@@ -1,10 +1,13 @@
 package com.qen.performancelogger;
 
 import java.lang.ref.Cleaner;
+import java.lang.ref.WeakReference;
+import java.util.ArrayList;
 import java.util.Collections;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
 
 /**
  * A named interval of monotonic time, measured by the native library. Close it when done with it
@@ -23,6 +26,9 @@ public final class Metric implements AutoCloseable {
 
   final long handle;
   private final Cleaner.Cleanable cleanable;
+  // Guarded by this: the completions while the metric is open, and what native code holds of them.
+  private final List<Completion> completions = new ArrayList<>();
+  private final List<HeldCompletion> held = new ArrayList<>();
 
   /** A metric that adopts the metrics starting while it runs, sampled at {@code uploadFraction}. */
   public Metric(String name, double uploadFraction) {
@@ -125,10 +131,19 @@ public final class Metric implements AutoCloseable {
    * Runs {@code completion} once the metric stops or is invalidated, on a library thread attached
    * to the JVM as a daemon (at once, on this thread, for a finished metric). What it throws goes to
    * the thread's uncaught-exception handler; the next completion still runs.
+   *
+   * <p>A completion lives as long as this object is open and reachable and, once it is closed,
+   * until it runs or the native metric goes unfinished. So a metric left to the garbage collector
+   * takes its completions with it, even one that captures the metric itself.
    */
   public void onCompletion(Completion completion) {
-    QENPerformanceLoggerException.check(Native.metricAddCompletion(handle,
-        java.util.Objects.requireNonNull(completion, "completion")), "onCompletion");
+    HeldCompletion holder = new HeldCompletion(Objects.requireNonNull(completion, "completion"));
+    synchronized (this) {
+      QENPerformanceLoggerException.check(
+          Native.metricAddCompletion(handle, holder), "onCompletion");
+      completions.add(completion);
+      held.add(holder);
+    }
   }
 
   public boolean shouldUpload() {
@@ -195,7 +210,36 @@ public final class Metric implements AutoCloseable {
   /** Releases the native handle; later calls throw. Closing twice does nothing more. */
   @Override
   public void close() {
+    synchronized (this) {
+      held.forEach(HeldCompletion::keep);
+      held.clear();
+      completions.clear();
+    }
     cleanable.clean();
+  }
+
+  /**
+   * What native code holds of a completion: only a weak reference while its metric is open (the
+   * metric holds the completion then), so that native code never keeps a forgotten metric
+   * reachable; the completion itself once the metric is closed.
+   */
+  static final class HeldCompletion {
+    private final WeakReference<Completion> weak;
+    private volatile Completion kept;
+
+    HeldCompletion(Completion completion) {
+      weak = new WeakReference<>(completion);
+    }
+
+    void keep() {
+      kept = weak.get();
+    }
+
+    /** Null once it went with a forgotten metric. */
+    Completion completion() {
+      Completion strong = kept;
+      return strong != null ? strong : weak.get();
+    }
   }
 
   private long[] identifiers() {

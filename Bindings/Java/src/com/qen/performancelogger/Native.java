@@ -24,9 +24,13 @@ final class Native {
   private Native() {}
 
   /** Called from native code, on the thread the completion runs on. */
-  static void runCompletion(Object completion, boolean valid) {
+  static void runCompletion(Object held, boolean valid) {
+    Metric.Completion completion = ((Metric.HeldCompletion) held).completion();
+    if (completion == null) {
+      return;  // it went with its forgotten metric
+    }
     try {
-      ((Metric.Completion) completion).completed(valid);
+      completion.completed(valid);
     } catch (Throwable thrown) {
       Thread thread = Thread.currentThread();
       Thread.UncaughtExceptionHandler handler = completionFailureHandler;
