@@ -17,6 +17,7 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENRandom.h"
 #include "QENPerformanceMetric.h"
+#include "QENPerformanceMetricFactories.h"
 
 namespace {
 
@@ -126,6 +127,55 @@ void BM_ObservingMetricLifecycle(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_ObservingMetricLifecycle);
+
+// A screen metric's life (made, started: the will-start notification goes out, stopped) while
+// range(0) metrics the app forgot, started and never stopped, are alive. They listen in the base
+// form, which cannot act on a start: the row must not grow with them.
+void BM_StartBesideForgottenRunningMetrics(benchmark::State& state) {
+  std::vector<std::shared_ptr<QENPerformanceMetric>> forgotten;
+  for (std::int64_t made = 0; made < state.range(0); ++made) {
+    forgotten.push_back(QENPerformanceMetric::initWithName("forgotten"));
+    forgotten.back()->startMetric();
+  }
+  for (auto _ : state) {
+    auto metric = QENPerformanceMetric::initWithName("screen");
+    metric->startMetric();
+    metric->stopMetric();
+    benchmark::DoNotOptimize(metric.get());
+  }
+}
+BENCHMARK(BM_StartBesideForgottenRunningMetrics)->Arg(0)->Arg(5000);
+
+// A listener that acts on a start (it looks at the starting metric, and adopts none here).
+class LookingListener : public QENPerformanceMetric,
+                        public QENPerformanceMetricFactories<LookingListener> {
+ public:
+  using QENPerformanceMetricFactories<LookingListener>::initWithName;
+  using QENPerformanceMetric::QENPerformanceMetric;
+  void addChildMetricIfNeeded(const std::shared_ptr<QENPerformanceMetric>& metric) override {
+    benchmark::DoNotOptimize(metric.get());
+  }
+};
+
+// The same life with range(0) running listeners that act; per_listener is its time per listener.
+void BM_StartHeardByListenersThatAct(benchmark::State& state) {
+  std::vector<std::shared_ptr<LookingListener>> listeners;
+  for (std::int64_t made = 0; made < state.range(0); ++made) {
+    listeners.push_back(LookingListener::initWithName("listening_screen"));
+    listeners.back()->startMetric();
+  }
+  for (auto _ : state) {
+    auto metric = QENPerformanceMetric::initLeafMetricWithName("request");
+    metric->setShouldPostMetricWillStart(true);
+    metric->startMetric();
+    metric->stopMetric();
+    benchmark::DoNotOptimize(metric.get());
+  }
+  state.counters["per_listener"] = benchmark::Counter(
+      static_cast<double>(state.range(0)),
+      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_StartHeardByListenersThatAct)->Arg(5000);
 
 // One annotation and one binary annotation added to a running metric, as export-bound code
 // does for every measured phase.

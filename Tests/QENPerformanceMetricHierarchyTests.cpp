@@ -72,16 +72,23 @@ TEST(MetricHierarchy, LeavesNeitherPostNorListenAndBaseHooksAdoptNothing) {
   EXPECT_EQ(posted, (std::vector<const QENObject*>{other.get()}));
   EXPECT_TRUE(managing->childMetrics().empty());
   EXPECT_EQ(other->parentMetric(), nullptr);
-  // A listener that stops takes its registration with it, and can listen again.
+  // A listener of the base form holds no registration: it could only ever return at once, and
+  // must cost a start nothing. One that adopts takes its registration with it when it stops.
   const auto registrations = [] {
     return QENNotificationCenter::defaultCenter().registrationCount(
         QENPerformanceMetricWillStartNotification);
   };
   const std::size_t before = registrations();
+  EXPECT_TRUE(managing->isObservingMetricWillStart());
   managing->stopObservingMetricWillStartNotificationsIfNeeded();
-  EXPECT_EQ(registrations(), before - 1);
-  managing->startObservingMetricWillStartNotificationsIfNeeded();
+  EXPECT_FALSE(managing->isObservingMetricWillStart());
   EXPECT_EQ(registrations(), before);
+  const auto adopting = AdoptingMetric::initWithName("adopting");
+  EXPECT_EQ(registrations(), before + 1);
+  adopting->stopObservingMetricWillStartNotificationsIfNeeded();
+  EXPECT_EQ(registrations(), before);
+  adopting->startObservingMetricWillStartNotificationsIfNeeded();
+  EXPECT_EQ(registrations(), before + 1);
 }
 
 TEST(MetricHierarchy, TheFirstUnfinishedListenerAdoptsAStartingMetric) {

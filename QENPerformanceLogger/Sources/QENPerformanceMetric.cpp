@@ -409,6 +409,10 @@ void QENPerformanceMetric::startObservingMetricWillStartNotificationsIfNeeded() 
   if (isObservingMetricWillStart()) {
     return;
   }
+  if (!actsOnMetricWillStart_) {  // a registration that would only ever return at once
+    isObservingMetricWillStart_.store(true, std::memory_order_relaxed);
+    return;
+  }
   // The centre holds the metric weakly and never calls it once its destruction has begun, so
   // the handler may refer to it without owning it.
   QENNotificationCenter::defaultCenter().addObserver(
@@ -424,8 +428,10 @@ void QENPerformanceMetric::stopObservingMetricWillStartNotificationsIfNeeded() {
   if (!isObservingMetricWillStart()) {
     return;
   }
-  QENNotificationCenter::defaultCenter().removeObserver(static_cast<const void*>(this),
-                                                        QENPerformanceMetricWillStartNotification);
+  if (actsOnMetricWillStart_) {
+    QENNotificationCenter::defaultCenter().removeObserver(
+        static_cast<const void*>(this), QENPerformanceMetricWillStartNotification);
+  }
   isObservingMetricWillStart_.store(false, std::memory_order_relaxed);
 }
 

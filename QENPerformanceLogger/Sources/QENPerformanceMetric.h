@@ -346,6 +346,7 @@ class QENPerformanceMetric : public QENObject,
     auto metric =
         std::make_shared<Metric>(ConstructionKey{}, std::forward<Arguments>(arguments)...);
     recordAdoptedProtocols(*metric);
+    metric->actsOnMetricWillStart_ = actsOnMetricWillStart<Metric>();
     metric->didFinishConstruction();
     return metric;
   }
@@ -360,8 +361,18 @@ class QENPerformanceMetric : public QENObject,
     }
     metric->spanId_.store(spanId, std::memory_order_relaxed);
     recordAdoptedProtocols(*metric);
+    metric->actsOnMetricWillStart_ = actsOnMetricWillStart<Metric>();
     metric->didFinishConstruction();
     return metric;
+  }
+
+  // Whether class Metric's addChildMetricIfNeeded can act: the base form does nothing, so a
+  // listener of that form is marked as observing but never registered with the centre, and a
+  // start costs nothing for it, however many such metrics the app forgot running.
+  template <class Metric>
+  static constexpr bool actsOnMetricWillStart() {
+    return !std::is_same_v<decltype(&Metric::addChildMetricIfNeeded),
+                           decltype(&QENPerformanceMetric::addChildMetricIfNeeded)>;
   }
 
   template <class Metric>
@@ -424,4 +435,5 @@ class QENPerformanceMetric : public QENObject,
   std::atomic<bool> shouldPostMetricWillStart_;
   std::atomic<bool> isObservingMetricWillStart_{false};
   std::atomic<bool> observesAppLifecycle_{false};
+  bool actsOnMetricWillStart_ = true;  // fixed before the metric is shared
 };
