@@ -283,4 +283,23 @@ TEST(SpanReporter, HostCodeThatThrowsOnTheReportersThreadLosesOnlyWhatItHandled)
   expectBooksBalance(reporter.counters(), nullptr);
 }
 
+// Made for a main thread, its last owner lets it go at once: the shutdown, held here by a
+// collector that never answers, goes on elsewhere, and ends when the collector goes.
+TEST(SpanReporter, ReleasedInBackgroundItsLastOwnerDoesNotWaitForTheShutdown) {
+  const auto stopped = std::make_shared<std::latch>(1);  // outlives the test in the reporter
+  {
+    QENLoopbackHTTPServer server([](int) { return Answer{200, Fault::kStall}; });
+    auto settings = options(server.url());
+    settings.destructionShutdownLimit = 1h;
+    settings.maximumRetries = 0;
+    settings.didStop = [stopped](const QENSpanReporterCounters&) { stopped->count_down(); };
+    auto reporter = QENSpanReporter::makeReleasedInBackground(settings);
+    reporter->report(spans(1));
+    server.waitForRequests(1);
+    reporter.reset();
+    EXPECT_FALSE(stopped->try_wait()) << "still waiting for the collector, elsewhere";
+  }
+  stopped->wait();
+}
+
 }  // namespace

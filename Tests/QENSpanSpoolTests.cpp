@@ -5,7 +5,9 @@
 #include <cstring>
 #include <fstream>
 #include <random>
+#include <mutex>
 #include <set>
+#include <thread>
 
 #include "QENApplication/QENApplicationLifecycle.h"
 #include "QENFoundation/QENMonotonicTime.h"
@@ -95,9 +97,15 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
 // next process finds is the other, whole.
 TEST_F(SpanSpool, AnAbandonedColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
   QENLoopbackHTTPServer server([](int) { return Answer{}; });
+  std::mutex snapshotsMutex;
+  std::vector<std::thread::id> snapshotThreads;  // where each snapshot was written
   {
     QENUnfinishedTraceWatcher watcher(std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{path()}),
-                                      {}, QENPerformanceMetricAppContext("1", "x"), 0ms);
+                                      {}, QENPerformanceMetricAppContext("1", "x"), 0ms,
+                                      [&](std::size_t) {
+                                        const std::lock_guard guard(snapshotsMutex);
+                                        snapshotThreads.push_back(std::this_thread::get_id());
+                                      });
     const double now = QENMonotonicTimeGetCurrent();
     const auto coldStart = QENPerformanceMetric::initWithName("abandoned_cold_start", 1.0);
     coldStart->startMetricWithTime(now - 1);
@@ -116,6 +124,9 @@ TEST_F(SpanSpool, AnAbandonedColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
     completed->stopMetricWithTime(now);
     QENApplicationLifecycle::postDidEnterBackground();  // snapshots again, now without it
   }
+  ASSERT_EQ(snapshotThreads.size(), 2u) << "the one asked for is taken before the watcher goes";
+  EXPECT_EQ(snapshotThreads[0], std::this_thread::get_id());
+  EXPECT_NE(snapshotThreads[1], std::this_thread::get_id()) << "the main thread does not wait";
   drainSpool(path(), server.url());
   std::map<std::string, nlohmann::json> spans;
   for (const auto& request : server.requests()) {

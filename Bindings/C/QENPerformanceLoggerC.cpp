@@ -704,7 +704,7 @@ QENCStatus QENCReporterCreate(const QENCReporterOptions* options, QENCReporter* 
         status != QENCStatusOK) {
       return status;
     }
-    return handOut<QENSpanReporter>(std::make_shared<QENSpanReporter>(std::move(made)),
+    return handOut<QENSpanReporter>(QENSpanReporter::makeReleasedInBackground(std::move(made)),
                                     reporter->id, function);
   });
 }

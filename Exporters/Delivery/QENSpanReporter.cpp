@@ -1,6 +1,7 @@
 #include "QENSpanReporter.h"
 
 #include <algorithm>
+#include <system_error>
 #include <unordered_map>
 
 #include "QENAssert.h"
@@ -129,6 +130,22 @@ QENSpanReporter::QENSpanReporter(QENSpanReporterOptions options)
     options_.spool->clear();
   }
   worker_ = std::thread([this] { run(); });
+}
+
+std::shared_ptr<QENSpanReporter> QENSpanReporter::makeReleasedInBackground(
+    QENSpanReporterOptions options) {
+  return std::shared_ptr<QENSpanReporter>(
+      new QENSpanReporter(std::move(options)), [](QENSpanReporter* reporter) {
+#if defined(__cpp_exceptions)
+        try {
+          std::thread([reporter] { delete reporter; }).detach();
+        } catch (const std::system_error&) {
+          delete reporter;  // no thread to be had: here, rather than never
+        }
+#else
+        std::thread([reporter] { delete reporter; }).detach();
+#endif
+      });
 }
 
 QENSpanReporter::~QENSpanReporter() {

@@ -155,6 +155,11 @@ class QENSpanReporter {
   using SpanList = std::vector<std::shared_ptr<QENThrift::Span>>;
 
   explicit QENSpanReporter(QENSpanReporterOptions options);
+  // A reporter whose last owner never waits for it: letting it go returns at once, and its
+  // shutdown (within destructionShutdownLimit) runs on a thread of its own. For owners on an app's
+  // main thread (the C interface's release and Java's close use it), where a wait on the network
+  // would freeze the app. A process that exits meanwhile ends that shutdown where it stands.
+  static std::shared_ptr<QENSpanReporter> makeReleasedInBackground(QENSpanReporterOptions options);
   ~QENSpanReporter();
   QENSpanReporter(const QENSpanReporter&) = delete;
   QENSpanReporter& operator=(const QENSpanReporter&) = delete;

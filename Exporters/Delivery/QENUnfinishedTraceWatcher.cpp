@@ -30,24 +30,20 @@ QENUnfinishedTraceWatcher::QENUnfinishedTraceWatcher(std::shared_ptr<QENSpanSpoo
                                                      UIApplicationDidEnterBackgroundNotification,
                                                      nullptr, [state](const QENNotification&) {
                                                        if (const auto alive = state.lock()) {
-                                                         alive->snapshot();
+                                                         alive->askForSnapshot();
                                                        }
                                                      });
-  if (interval > std::chrono::milliseconds(0)) {
-    timer_ = std::thread([this, interval] { runInterval(interval); });
-  }
+  thread_ = std::thread([this, interval] { run(interval); });
 }
 
 QENUnfinishedTraceWatcher::~QENUnfinishedTraceWatcher() {
   QENNotificationCenter::defaultCenter().removeObserver(state_.get());
   {
-    const std::lock_guard guard(timerMutex_);
-    stopping_ = true;
+    const std::lock_guard guard(state_->wakeMutex);
+    state_->stopping = true;
   }
-  timerChanged_.notify_all();
-  if (timer_.joinable()) {
-    timer_.join();
-  }
+  state_->wake.notify_all();
+  thread_.join();
 }
 
 void QENUnfinishedTraceWatcher::watch(const std::shared_ptr<QENPerformanceMetric>& topLevel) {
@@ -70,13 +66,32 @@ void QENUnfinishedTraceWatcher::snapshotNow() {
   state_->snapshot();
 }
 
-void QENUnfinishedTraceWatcher::runInterval(std::chrono::milliseconds interval) {
-  std::unique_lock lock(timerMutex_);
-  while (!timerChanged_.wait_for(lock, interval, [this] { return stopping_; })) {
+void QENUnfinishedTraceWatcher::run(std::chrono::milliseconds interval) {
+  State& state = *state_;
+  std::unique_lock lock(state.wakeMutex);
+  const auto woken = [&state] { return state.snapshotAsked || state.stopping; };
+  for (;;) {
+    if (interval > std::chrono::milliseconds(0)) {
+      state.wake.wait_for(lock, interval, woken);  // a snapshot either way
+    } else {
+      state.wake.wait(lock, woken);
+    }
+    if (state.stopping && !state.snapshotAsked) {
+      return;
+    }
+    state.snapshotAsked = false;
     lock.unlock();
-    state_->snapshot();
+    state.snapshot();
     lock.lock();
   }
+}
+
+void QENUnfinishedTraceWatcher::State::askForSnapshot() {
+  {
+    const std::lock_guard guard(wakeMutex);
+    snapshotAsked = true;
+  }
+  wake.notify_one();
 }
 
 // On the watcher's timer thread or the one that posts the lifecycle notification: the host's tag

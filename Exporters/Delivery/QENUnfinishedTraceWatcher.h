@@ -32,6 +32,14 @@ inline constexpr std::string_view kQENRecoveredAnnotationKey = "qen.recovered";
 // snapshot. Snapshots are encoded as `encoding` says (give it the reporter's: format, service,
 // gzip), so that recovered spans go out as that reporter's own. `didSnapshot`, if given, hears
 // after each snapshot how many trees it stored, on the thread that took it.
+//
+// The snapshot the background notification asks for, and those of the interval, are taken on the
+// watcher's own thread: the notification's poster (the app's main thread) never waits for SQLite.
+// The OS may suspend the app soon after that notification, so an app that holds a background task
+// open for it ends the task in didSnapshot, which runs once the snapshot is on disk. snapshotNow
+// takes one on the calling thread, for a host that would rather wait (up to the spool's busy
+// timeout, when another process holds the database). A watcher being destroyed first takes the
+// snapshot still asked of it.
 class QENUnfinishedTraceWatcher {
  public:
   using SnapshotCallback = std::function<void(std::size_t storedTrees)>;
@@ -62,17 +70,21 @@ class QENUnfinishedTraceWatcher {
     SnapshotCallback didSnapshot;
     std::mutex mutex;  // one snapshot at a time; guards watched
     std::vector<std::weak_ptr<QENPerformanceMetric>> watched;
+    // The watcher's thread waits on these; guarded by wakeMutex.
+    std::mutex wakeMutex;
+    std::condition_variable wake;
+    bool snapshotAsked = false;
+    bool stopping = false;
 
+    void askForSnapshot();
     void snapshot();
     std::size_t snapshotWatched();
     bool snapshotTree(const QENPerformanceMetric& topLevel, double now);
   };
 
-  void runInterval(std::chrono::milliseconds interval);
+  // Takes the snapshots asked for, and one every `interval` when it is positive, until stopped.
+  void run(std::chrono::milliseconds interval);
 
   std::shared_ptr<State> state_;
-  std::mutex timerMutex_;
-  std::condition_variable timerChanged_;
-  bool stopping_ = false;
-  std::thread timer_;
+  std::thread thread_;
 };
