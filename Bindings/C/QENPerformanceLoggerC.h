@@ -264,8 +264,9 @@ typedef struct QENCReporterCounters {
   uint64_t dropped;
 } QENCReporterCounters;
 
-/* A reporter sends on a thread of its own; the caller owns *reporter. Releasing it shuts it down
- * with a limit of 5 s. */
+/* A reporter sends on a thread of its own; the caller owns *reporter. Releasing it returns at once:
+ * its shutdown, within 5 s, goes on on a thread of the library's (QENCReporterShutdown waits for
+ * it, for a caller that wants to). */
 QENC_EXPORT QENCStatus QENCReporterCreate(const QENCReporterOptions* options,
                                           QENCReporter* reporter);
 QENC_EXPORT QENCStatus QENCReporterRelease(QENCReporter reporter);

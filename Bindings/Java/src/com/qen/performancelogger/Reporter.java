@@ -91,6 +91,10 @@ public final class Reporter implements AutoCloseable {
     return new Counters(counts[0], counts[1], counts[2], counts[3]);
   }
 
+  /**
+   * Returns at once, on any thread, the main one included: the shutdown (within 5 s) goes on on a
+   * library thread.
+   */
   @Override
   public void close() {
     cleanable.clean();
