@@ -82,7 +82,11 @@ void BM_ChainAdoptedBottomUpThenFreed(benchmark::State& state) {
   }
   countPerMetric(state);
 }
-BENCHMARK(BM_ChainAdoptedBottomUpThenFreed)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ChainAdoptedBottomUpThenFreed)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
 
 // A chain built top down: each new leaf goes under the deepest metric.
 void BM_ChainGrownTopDownThenFreed(benchmark::State& state) {
@@ -98,7 +102,11 @@ void BM_ChainGrownTopDownThenFreed(benchmark::State& state) {
   }
   countPerMetric(state);
 }
-BENCHMARK(BM_ChainGrownTopDownThenFreed)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ChainGrownTopDownThenFreed)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
 
 // A root with range(0) children that each listen for will-start notifications (as a screen's
 // metrics do), built and then freed: each registration and removal is one entry of the

@@ -422,9 +422,8 @@ QENCStatus QENCSetPropagationHosts(const char* const* hosts, const size_t* hostL
   });
 }
 
-QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, const char* url,
-                                        size_t urlLength, QENCHeaderVisitor visitor,
-                                        void* userData) {
+QENCStatus QENCMetricPropagationHeaders(QENCMetric requestMetric, const char* url, size_t urlLength,
+                                        QENCHeaderVisitor visitor, void* userData) {
   const char* const function = __func__;
   return withMetric(requestMetric, function, [&](Metric& target) {
     if (visitor == nullptr) {

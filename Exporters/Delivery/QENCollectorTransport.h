@@ -27,7 +27,7 @@ class QENCollectorTransport {
     kUnsupportedEncoding,  // the collector does not read the body's encoding (415)
     kRefused,              // the collector will never take it (3xx, other 4xx): final
     kCutOff,               // the deadline came before the answer
-    kTransportFailed,  // the transport threw rather than answer: final
+    kTransportFailed,      // the transport threw rather than answer: final
     kHeldBack,  // never a transport's answer: the reporter did not post, as consent was refused or
                 // sending paused after the batch was taken
   };

@@ -117,8 +117,8 @@ QENCurlCollectorTransport::QENCurlCollectorTransport(std::string collectorURL,
         const std::string why = unusableBecause(collectorURL_);
         if (!why.empty()) {
           QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
-              "The collector URL \"" + QENSpanScrubber::loggableURL(collectorURL_) + "\" can never be posted to: " + why +
-                  "; every batch is refused",
+              "The collector URL \"" + QENSpanScrubber::loggableURL(collectorURL_) +
+                  "\" can never be posted to: " + why + "; every batch is refused",
               true, 1, "QENSpanReporter", nullptr, __LINE__, __FILE__);
         }
         return why.empty();
@@ -185,7 +185,8 @@ QENCollectorTransport::Outcome QENCurlCollectorTransport::outcomeOf(bool transfe
   }
   if (status >= 300 && status < 400) {
     QENFoundationDevLogger::sharedInstance().remote().logErrorWithMessage(
-        "The collector at " + QENSpanScrubber::loggableURL(collectorURL_) + " answered " + std::to_string(status) +
+        "The collector at " + QENSpanScrubber::loggableURL(collectorURL_) + " answered " +
+            std::to_string(status) +
             ": a collector URL that redirects is a configuration error; the batch is dropped",
         true, 1, "QENSpanReporter", nullptr, __LINE__, __FILE__);
     return Outcome::kRefused;

@@ -22,8 +22,8 @@ void QENDeliveryGate::setConsent(QENTelemetryConsent consent) {
 }
 
 bool QENDeliveryGate::deviceAffordsSending() const {
-  const bool batteryLow = device_.batteryLevel && !device_.charging &&
-                          *device_.batteryLevel < minimumBatteryLevel_;
+  const bool batteryLow =
+      device_.batteryLevel && !device_.charging && *device_.batteryLevel < minimumBatteryLevel_;
   return device_.online && !device_.powerSave && !(device_.metered && pausesOnMeteredNetwork_) &&
          !batteryLow;
 }

@@ -26,9 +26,9 @@
 // What happened to the spans handed to a reporter. Without a spool, once it has stopped,
 // accepted == delivered + dropped(), and delivered is what the collector acknowledged. With a
 // spool, accepted == persisted + droppedQueueFull + droppedOverReportCap + droppedRateLimited +
-// droppedShutDown + droppedSpoolWriteFailed + droppedNoConsent + what the tag filter lost, and what was persisted is delivered, now or by a
-// later process, or dropped by the spool's bounds or its clearing; delivered then also counts spans
-// that earlier processes persisted.
+// droppedShutDown + droppedSpoolWriteFailed + droppedNoConsent + what the tag filter lost, and what
+// was persisted is delivered, now or by a later process, or dropped by the spool's bounds or its
+// clearing; delivered then also counts spans that earlier processes persisted.
 class QENBackoff;
 class QENTokenBucket;
 
@@ -133,8 +133,8 @@ struct QENSpanReporterOptions {
   // The limit the destructor gives shutdown. At least 0.
   std::chrono::milliseconds destructionShutdownLimit{5000};
   // Called once, when the reporter has stopped, with its final counters; it runs on the thread
-  // that stopped it. What it throws is logged, never let out. Whatever it does, undelivered spans are also logged through the developer
-  // logger.
+  // that stopped it. What it throws is logged, never let out. Whatever it does, undelivered spans
+  // are also logged through the developer logger.
   std::function<void(const QENSpanReporterCounters&)> didStop;
 };
 

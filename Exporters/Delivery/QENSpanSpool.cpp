@@ -401,9 +401,8 @@ void QENSpanSpool::removeFilesMovedAside() {
   const std::filesystem::path spool(options_.path);
   const std::string prefix = spool.filename().string() + ".unreadable-";
   std::error_code error;
-  for (const auto& entry :
-       std::filesystem::directory_iterator(spool.parent_path().empty() ? "." : spool.parent_path(),
-                                           error)) {
+  for (const auto& entry : std::filesystem::directory_iterator(
+           spool.parent_path().empty() ? "." : spool.parent_path(), error)) {
     if (entry.path().filename().string().starts_with(prefix)) {
       std::filesystem::remove(entry.path(), error);
     }

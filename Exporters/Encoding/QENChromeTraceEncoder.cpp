@@ -85,8 +85,7 @@ void writeCommonFields(QENJSONWriter& json, std::string_view name, std::string_v
 void writeSpanEvents(QENJSONWriter& json, const QENSpanReading& reading, int track,
                      std::string& scratch) {
   json.beginObject();
-  writeCommonFields(json, reading.name(), "span", "X", reading.timestamp().value_or(0),
-                    track);
+  writeCommonFields(json, reading.name(), "span", "X", reading.timestamp().value_or(0), track);
   json.key("dur");
   json.integer(reading.duration().value_or(0));
   writeArguments(json, reading, scratch);

@@ -25,8 +25,9 @@ struct QENSpanScrubbingOptions {
   // Sees each tag about to leave, after the URL scrubbing: its key and its value as the JSON
   // formats write it ("true", "42", a string). Returns false to drop the tag; a value it changes
   // leaves as a string tag. It also sees each span's name, under the key "span.name": a name it
-  // refuses leaves as "redacted", a name it changes leaves changed. Called on whatever thread encodes (the reporter's, the watcher's),
-  // possibly several at once, so it must be safe to call from any thread.
+  // refuses leaves as "redacted", a name it changes leaves changed. Called on whatever thread
+  // encodes (the reporter's, the watcher's), possibly several at once, so it must be safe to call
+  // from any thread.
   std::function<bool(std::string_view key, std::string& value)> tagFilter{};
 };
 

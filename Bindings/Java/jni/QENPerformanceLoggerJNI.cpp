@@ -190,7 +190,8 @@ jint metricAddInt64Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jlong valu
 
 jint metricAddCompletion(JNIEnv* env, jclass, jlong id, jobject callback) {
   jobject held = env->NewGlobalRef(callback);
-  const QENCStatus status = QENCMetricAddCompletion(metric(id), completeInJava, releaseInJava, held);
+  const QENCStatus status =
+      QENCMetricAddCompletion(metric(id), completeInJava, releaseInJava, held);
   if (status != QENCStatusOK) {
     env->DeleteGlobalRef(held);
   }
@@ -263,15 +264,15 @@ jint setPropagationHosts(JNIEnv* env, jclass, jobjectArray hosts) {
 jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jbyteArray url, jobjectArray out) {
   const Bytes urlText(env, url);
   std::vector<std::string> headers;
-  const QENCStatus status = QENCMetricPropagationHeaders(metric(id), urlText.data(),
-                                                         urlText.size(), collectHeader, &headers);
+  const QENCStatus status = QENCMetricPropagationHeaders(metric(id), urlText.data(), urlText.size(),
+                                                         collectHeader, &headers);
   return status != QENCStatusOK ? status : storeHeaders(env, headers, out);
 }
 
 // The drawn span id (0: none, the host is not listed) goes to out[0]; the headers, as for
 // metricPropagationHeaders, to pairs[0].
-jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jbyteArray url,
-                                  jlongArray out, jobjectArray pairsOut) {
+jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jbyteArray url, jlongArray out,
+                                  jobjectArray pairsOut) {
   const Bytes urlText(env, url);
   std::vector<std::string> headers;
   std::int64_t spanId = 0;
