@@ -235,8 +235,34 @@ QENCStatus QENCMetricStart(QENCMetric metric) {
   });
 }
 
+namespace {
+
+// A time no metric can start or stop at: NaN, an infinity, or before the clock's zero.
+bool refusesTime(double time, const char* function) {
+  if (QENIsValidMonotonicTime(time)) {
+    return false;
+  }
+  invalidArgument(function, "time");
+  return true;
+}
+
+bool refusesStopReason(std::int64_t stopReason, const char* function) {
+  if (stopReason >= QENPerformanceMetricStopReasonDefault &&
+      stopReason <= QENPerformanceMetricStopReasonClientError) {
+    return false;
+  }
+  invalidArgument(function, "stopReason");
+  return true;
+}
+
+}  // namespace
+
 QENCStatus QENCMetricStartWithTime(QENCMetric metric, double time) {
-  return withMetric(metric, __func__, [&](Metric& target) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (refusesTime(time, function)) {
+      return QENCStatusInvalidArgument;
+    }
     target.startMetricWithTime(time);
     return QENCStatusOK;
   });
@@ -250,21 +276,33 @@ QENCStatus QENCMetricStop(QENCMetric metric) {
 }
 
 QENCStatus QENCMetricStopWithTime(QENCMetric metric, double time) {
-  return withMetric(metric, __func__, [&](Metric& target) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (refusesTime(time, function)) {
+      return QENCStatusInvalidArgument;
+    }
     target.stopMetricWithTime(time);
     return QENCStatusOK;
   });
 }
 
 QENCStatus QENCMetricInvalidate(QENCMetric metric, int64_t stopReason) {
-  return withMetric(metric, __func__, [&](Metric& target) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (refusesStopReason(stopReason, function)) {
+      return QENCStatusInvalidArgument;
+    }
     target.invalidateWithReason(stopReason);
     return QENCStatusOK;
   });
 }
 
 QENCStatus QENCMetricInvalidateWithTime(QENCMetric metric, int64_t stopReason, double time) {
-  return withMetric(metric, __func__, [&](Metric& target) {
+  const char* const function = __func__;
+  return withMetric(metric, function, [&](Metric& target) {
+    if (refusesStopReason(stopReason, function) || refusesTime(time, function)) {
+      return QENCStatusInvalidArgument;
+    }
     if (target.isStarted() && !target.isFinished()) {
       target.stopMetricWithTime(time);  // the invalidation keeps this stop
     }
@@ -280,8 +318,9 @@ QENCStatus QENCMetricAddChild(QENCMetric parent, QENCMetric child) {
     if (adopted == nullptr) {
       return QENCStatusInvalidHandle;
     }
-    target.addChildMetric(std::move(adopted));
-    return QENCStatusOK;
+    target.addChildMetric(adopted);
+    // Refused (and reported) when it would close a cycle: the child then names another parent.
+    return adopted->parentMetric().get() == &target ? QENCStatusOK : QENCStatusInvalidArgument;
   });
 }
 
@@ -647,8 +686,11 @@ QENCStatus QENCSpoolCreate(const char* path, size_t pathLength, uint64_t maximum
     if (maximumAgeSeconds != 0) {
       options.maximumAge = std::chrono::seconds(maximumAgeSeconds);
     }
-    return handOut<QENSpanSpool>(std::make_shared<QENSpanSpool>(std::move(options)), spool->id,
-                                 function);
+    auto made = std::make_shared<QENSpanSpool>(std::move(options));
+    if (!made->isOpen()) {
+      return QENCStatusFailed;  // what it could not open, and why, is in the developer log
+    }
+    return handOut<QENSpanSpool>(std::move(made), spool->id, function);
   });
 }
 

@@ -76,31 +76,36 @@ QENC_EXPORT double QENCMonotonicTimeNow(void);
 
 /* ==== Metrics ==== */
 
-/* Makes a metric that adopts the metrics starting while it runs (as the C++ initWithName does).
- * The caller owns *metric: release it once, whether or not a parent keeps the metric alive. */
+/* Makes a metric as the C++ initWithName does: its start is announced, so that a C++ metric that
+ * adopts starting metrics (a subclass's addChildMetricIfNeeded) may adopt it. It adopts none
+ * itself: children are added with QENCMetricAddChild. The caller owns *metric: release it once,
+ * whether or not a parent keeps the metric alive. */
 QENC_EXPORT QENCStatus QENCMetricCreate(const char* name, size_t nameLength, double uploadFraction,
                                         QENCMetric* metric);
-/* A leaf: a metric that neither adopts the metrics starting while it runs nor is adopted by one
- * (the cheapest kind, for a measurement that has no children). */
+/* A leaf: a metric whose start is not announced, so that no listener adopts it (the cheapest
+ * kind, for a measurement that has no children). */
 QENC_EXPORT QENCStatus QENCMetricCreateLeaf(const char* name, size_t nameLength,
                                             QENCMetric* metric);
 QENC_EXPORT QENCStatus QENCMetricRelease(QENCMetric metric);
 /* Metric handles made and not yet released, for a host checking that it releases them all. */
 QENC_EXPORT size_t QENCMetricHandleCount(void);
 
-/* The first start wins; a stop before a start and a second stop change nothing. */
+/* The first start wins; a stop before a start and a second stop change nothing. A time is
+ * monotonic seconds (QENCMonotonicTimeNow); NaN, an infinity or a negative one is refused with
+ * QENCStatusInvalidArgument, and nothing changes. */
 QENC_EXPORT QENCStatus QENCMetricStart(QENCMetric metric);
 QENC_EXPORT QENCStatus QENCMetricStartWithTime(QENCMetric metric, double time);
 QENC_EXPORT QENCStatus QENCMetricStop(QENCMetric metric);
 QENC_EXPORT QENCStatus QENCMetricStopWithTime(QENCMetric metric, double time);
-/* Invalidates with `stopReason` (QENPerformanceMetricStopReason: -1 to 5), stopping the metric
- * now, or at `time` for the WithTime form, unless it has stopped already. */
+/* Invalidates with `stopReason` (QENPerformanceMetricStopReason: -1 to 5; any other is refused),
+ * stopping the metric now, or at `time` for the WithTime form, unless it has stopped already. */
 QENC_EXPORT QENCStatus QENCMetricInvalidate(QENCMetric metric, int64_t stopReason);
 QENC_EXPORT QENCStatus QENCMetricInvalidateWithTime(QENCMetric metric, int64_t stopReason,
                                                     double time);
 
 /* The parent keeps the child alive as long as the parent lives; the caller still releases its
- * own handle of the child. A child that would close a cycle is reported and not added. */
+ * own handle of the child. A child that would close a cycle is reported and not added:
+ * QENCStatusInvalidArgument. */
 QENC_EXPORT QENCStatus QENCMetricAddChild(QENCMetric parent, QENCMetric child);
 
 QENC_EXPORT QENCStatus QENCMetricAddAnnotation(QENCMetric metric, const char* name,

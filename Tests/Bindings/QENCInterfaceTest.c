@@ -1,5 +1,6 @@
 // The C interface driven from C: every function, bad handles and arguments, and a completion
 // callback that releases its own metric. Exits 0 when every check holds.
+#include <math.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -269,6 +270,28 @@ static void checkBadHandles(QENCMetric released, QENCTrace trace) {
   CHECK(QENCMetricCreate(TEXT("x"), 1.0, NULL) == QENCStatusInvalidArgument);
 }
 
+// Calls that cannot do what they are asked say so.
+static void checkRefusedArguments(void) {
+  QENCMetric metric, child;
+  OK(QENCMetricCreate(TEXT("refusing"), 1.0, &metric));
+  OK(QENCMetricCreate(TEXT("child"), 1.0, &child));
+  const double times[] = {NAN, INFINITY, -INFINITY, -1.0};
+  for (size_t index = 0; index < sizeof times / sizeof times[0]; ++index) {
+    CHECK(QENCMetricStartWithTime(metric, times[index]) == QENCStatusInvalidArgument);
+    CHECK(QENCMetricStopWithTime(metric, times[index]) == QENCStatusInvalidArgument);
+    CHECK(QENCMetricInvalidateWithTime(metric, 1, times[index]) == QENCStatusInvalidArgument);
+  }
+  CHECK(QENCMetricInvalidate(metric, -2) == QENCStatusInvalidArgument);
+  CHECK(QENCMetricInvalidate(metric, 6) == QENCStatusInvalidArgument);
+  OK(QENCMetricAddChild(metric, child));
+  CHECK(QENCMetricAddChild(child, metric) == QENCStatusInvalidArgument);  // a cycle
+  QENCSpool spool;
+  CHECK(QENCSpoolCreate(TEXT("/no-such-folder-of-qen/spool.sqlite"), 0, 0, &spool) ==
+        QENCStatusFailed);
+  OK(QENCMetricRelease(child));
+  OK(QENCMetricRelease(metric));
+}
+
 int main(int argc, char** argv) {
   if (argc != 2) {
     fprintf(stderr, "usage: %s <spool path>\n", argv[0]);
@@ -293,6 +316,7 @@ int main(int argc, char** argv) {
   checkDelivery(trace, argv[1]);
   checkBadHandles(root, trace);
   checkEndpointAndApplicationEvents();
+  checkRefusedArguments();
   OK(QENCTraceRelease(trace));
   if (failures != 0) {
     fprintf(stderr, "%d checks failed\n", failures);

@@ -30,7 +30,10 @@ public final class Metric implements AutoCloseable {
   private final List<Completion> completions = new ArrayList<>();
   private final List<HeldCompletion> held = new ArrayList<>();
 
-  /** A metric that adopts the metrics starting while it runs, sampled at {@code uploadFraction}. */
+  /**
+   * A metric sampled at {@code uploadFraction}, whose start is announced to the native metrics that
+   * adopt starting metrics. It adopts none itself: children are added with {@link #addChild}.
+   */
   public Metric(String name, double uploadFraction) {
     handle =
         QENPerformanceLoggerException.checkHandle(
@@ -42,7 +45,7 @@ public final class Metric implements AutoCloseable {
     this(name, 1.0);
   }
 
-  /** A metric that neither adopts the metrics starting while it runs nor is adopted by one. */
+  /** A metric whose start is not announced, so that nothing adopts it: the cheapest kind. */
   public static Metric leaf(String name) {
     return new Metric(
         QENPerformanceLoggerException.checkHandle(
