@@ -183,22 +183,26 @@ TEST(SpanReading, TagsPastTheCapsAreLeftOutOrCutAtACharacterAndCounted) {
   for (int count = 0; count < 11; ++count)
     accents += "\xC3\xA9";
   QENThrift::Span span;
+  span.setName(accents);  // a name is cut as a value is
   span.setBinary_annotations(
       {Vocabulary::annotationWithKeyString("text", accents),
        std::make_shared<const BinaryAnnotation>("blob", BinaryAnnotation::Bytes(20, std::byte{7}),
                                                 AnnotationType::BYTES, nullptr),
        Vocabulary::annotationWithKeyInt64("n", 1), Vocabulary::annotationWithKeyInt64("late", 2),
-       Vocabulary::annotationWithKeyInt64("later", 3)});
+       Vocabulary::annotationWithKeyInt64("later", 3),
+       Vocabulary::annotationWithKeyString("lc", "feed")});  // the library's own: it stays
   const auto reading = readingOf(span, options);
-  EXPECT_EQ(keysOf(reading), (std::vector<std::string>{"text", "blob", "n", "qen.dropped_tags",
-                                                       "qen.truncated_values"}));
+  EXPECT_EQ(keysOf(reading), (std::vector<std::string>{"text", "blob", "lc", "qen.dropped_tags",
+                                                       "qen.truncated_values"}))
+      << "the host's take what room the library's leave";
+  EXPECT_EQ(reading.name(), accents.substr(0, 15));
   std::string scratch;
   EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[0], scratch), accents.substr(0, 15));
   EXPECT_EQ(reading.tags()[1]->value()->size(), 16u);
-  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[3], scratch), "2");
-  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[4], scratch), "2");
-  options.maximumTagsPerSpan = 0;  // read as 1
-  EXPECT_EQ(readingOf(span, options).tags().size(), 1u + 2u);
+  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[3], scratch), "3");
+  EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[4], scratch), "3") << "the name too";
+  options.maximumTagsPerSpan = 0;  // read as 1, which "lc" takes
+  EXPECT_EQ(keysOf(readingOf(span, options))[0], "lc");
 }
 
 // The library's client-send and client-receive carry the saturated time, which the interop

@@ -10,6 +10,7 @@
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENUTF8Validation.h"
+#include "QENThrift/tracing_clientConstants.h"
 #include "QENThrift/zipkin_spanConstants.h"
 #include "QENURLLoading/QENURL.h"
 #include "performance_tracing_clientConstants.h"
@@ -120,6 +121,15 @@ bool sameKeyAsWritten(std::string_view left, std::string_view right) {
   return keyAsWritten(left) == keyAsWritten(right);
 }
 
+// Where text longer than `maximum` bytes is cut: at a character's start, at most `maximum` in.
+std::size_t textCut(std::span<const std::byte> text, std::size_t maximum) {
+  std::size_t length = maximum;
+  while (length > 1 && (std::to_integer<unsigned>(text[length]) & 0xC0) == 0x80) {
+    --length;  // text[length] continues a character: it starts earlier
+  }
+  return length;
+}
+
 // How long a tag's value may stay, or 0 when it is within `maximum` and stays whole.
 std::ptrdiff_t cappedLength(const BinaryAnnotation& tag, std::size_t maximum) {
   const auto type = tag.annotation_type();
@@ -128,12 +138,43 @@ std::ptrdiff_t cappedLength(const BinaryAnnotation& tag, std::size_t maximum) {
       (type != AnnotationType::STRING && type != AnnotationType::BYTES)) {
     return 0;
   }
-  std::size_t length = maximum;
-  while (type == AnnotationType::STRING && length > 1 &&
-         (std::to_integer<unsigned>(bytes[length]) & 0xC0) == 0x80) {
-    --length;  // bytes[length] continues a character: it starts earlier
-  }
-  return static_cast<std::ptrdiff_t>(length);
+  return static_cast<std::ptrdiff_t>(type == AnnotationType::STRING ? textCut(bytes, maximum)
+                                                                    : maximum);
+}
+
+// The tags the library itself adds, which the tag cap never drops: they say what a span is (its
+// kind and remote service, its user-wait outcome) and where and for whom it was measured.
+bool isLibraryTag(std::string_view key) {
+  using Keys = QENThrift::tracing_clientConstants;
+  using Request = performance_tracing_clientConstants;
+  static constexpr std::string_view kKeys[] = {Keys::UWT_CAUSE(),
+                                               Keys::UWT_RESULT(),
+                                               "uwt_result_reason",
+                                               Keys::VIEW_TYPE(),
+                                               Keys::VIEW_PARAMETER(),
+                                               Keys::USER_ID(),
+                                               Keys::NETWORK_TYPE(),
+                                               Keys::NETWORK_CELL_TYPE(),
+                                               Keys::NETWORK_CELL_CARRIER(),
+                                               Keys::NETWORK_SPEED(),
+                                               Keys::APP_VERSION(),
+                                               Keys::APP_TYPE(),
+                                               Keys::DEVICE_TYPE(),
+                                               Keys::DEVICE_VERSION(),
+                                               Keys::DEVICE_OS(),
+                                               Keys::DEVICE_OS_VERSION(),
+                                               Keys::CDN_CACHE(),
+                                               Keys::CDN_NAME(),
+                                               Keys::DATA_SOURCE(),
+                                               Keys::HTTP_METHOD(),
+                                               Keys::URL(),
+                                               Request::IP_VERSION(),
+                                               Request::NETWORK_EXPECTED_SIZE(),
+                                               Request::NETWORK_RESPONSE_STATUS(),
+                                               Request::ENDPOINT_ID(),
+                                               QENThrift::zipkin_spanConstants::LOCAL_COMPONENT(),
+                                               "qen.recovered"};
+  return std::find(std::begin(kKeys), std::end(kKeys), key) != std::end(kKeys);
 }
 
 }  // namespace
@@ -160,6 +201,11 @@ bool QENSpanReading::hasReadableValue(const BinaryAnnotation& annotation) noexce
 void QENSpanReading::read(const QENThrift::Span& span) {
   span_ = &span;
   scrubbedName_ = scrubber_.isActive() ? scrubber_.scrubbedName(span.name()) : std::nullopt;
+  truncatedName_ = name().size() > maximumValueBytes_;
+  if (truncatedName_) {
+    const auto text = std::as_bytes(std::span(name().data(), name().size()));
+    scrubbedName_ = std::string(name().substr(0, textCut(text, maximumValueBytes_)));
+  }
   parentId_.reset();
   if (span.parent_idIsSet() && span.parent_id() != 0) {
     parentId_ = span.parent_id();
@@ -236,9 +282,24 @@ void QENSpanReading::readRemoteService() {
 // After the remote service is read, so that a cut URL still names its host.
 void QENSpanReading::capTags() {
   using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
-  const std::size_t dropped = tags_.size() - std::min(tags_.size(), maximumTags_);
-  tags_.resize(tags_.size() - dropped);
-  std::int64_t truncated = 0;
+  std::size_t dropped = 0;
+  if (tags_.size() > maximumTags_) {  // the host's last tags go first, the library's never
+    const auto own = static_cast<std::size_t>(std::count_if(
+        tags_.begin(), tags_.end(), [](const auto* tag) { return isLibraryTag(tag->key()); }));
+    std::size_t hostRoom = maximumTags_ - std::min(own, maximumTags_);
+    std::erase_if(tags_, [&](const BinaryAnnotation* tag) {
+      if (isLibraryTag(tag->key())) {
+        return false;
+      }
+      if (hostRoom > 0) {
+        --hostRoom;
+        return false;
+      }
+      ++dropped;
+      return true;
+    });
+  }
+  std::int64_t truncated = truncatedName_ ? 1 : 0;
   for (const BinaryAnnotation*& tag : tags_) {
     if (const std::ptrdiff_t length = cappedLength(*tag, maximumValueBytes_); length > 0) {
       const auto& bytes = *tag->value();

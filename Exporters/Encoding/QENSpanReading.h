@@ -21,11 +21,12 @@ struct QENSpanReadingOptions {
   std::string serviceName;
   // What is taken out of the tags before any encoder, the spool or the watcher sees them.
   QENSpanScrubbingOptions scrubbing{};
-  // Past this many tags a span's later ones are left out, counted in a "qen.dropped_tags" tag. At
-  // least 1: a value below is read as 1 (a reporter also reports it).
+  // Past this many tags the host's later ones are left out, counted in a "qen.dropped_tags" tag;
+  // the library's own (user wait, app, device, network, request and "lc") always stay. At least
+  // 1: a value below is read as 1 (a reporter also reports it).
   std::size_t maximumTagsPerSpan = 64;
-  // A longer string or bytes value is cut to this many bytes (a string at a character's start),
-  // counted in a "qen.truncated_values" tag. At least 16, as above.
+  // A longer string or bytes value, or span name, is cut to this many bytes (text at a
+  // character's start), counted in a "qen.truncated_values" tag. At least 16, as above.
   std::size_t maximumTagValueBytes = 4096;
 };
 
@@ -77,7 +78,7 @@ class QENSpanReading {
   const std::string& serviceName() const noexcept { return serviceName_; }
   const QENSpanScrubber& scrubber() const noexcept { return scrubber_; }
   const QENThrift::Span& span() const noexcept { return *span_; }
-  // The span's name, scrubbed.
+  // The span's name, scrubbed, and cut as a tag's value is (counted with them).
   std::string_view name() const noexcept {
     return scrubbedName_ ? std::string_view(*scrubbedName_) : std::string_view(span_->name());
   }
@@ -117,7 +118,8 @@ class QENSpanReading {
   std::size_t maximumTags_;
   std::size_t maximumValueBytes_;
   const QENThrift::Span* span_ = nullptr;
-  std::optional<std::string> scrubbedName_;
+  std::optional<std::string> scrubbedName_;  // scrubbed or capped
+  bool truncatedName_ = false;
   std::optional<std::int64_t> parentId_;
   std::optional<std::int64_t> timestamp_;
   std::optional<std::int64_t> duration_;
