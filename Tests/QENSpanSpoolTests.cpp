@@ -98,6 +98,7 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
 TEST_F(SpanSpool, AnAbandonedColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
   QENLoopbackHTTPServer server([](int) { return Answer{}; });
   std::vector<std::thread::id> snapshotThreads;  // where each snapshot was written, in turn
+  std::shared_ptr<QENPerformanceMetric> completed;  // held by the app past the last snapshot
   {
     QENUnfinishedTraceWatcher watcher(std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{path()}),
                                       {}, QENPerformanceMetricAppContext("1", "x"), 0ms,
@@ -114,7 +115,7 @@ TEST_F(SpanSpool, AnAbandonedColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
     running->addChildMetric(
         QENPerformanceMetric::initLeafMetricWithName("abandoned_inner", now - 0.6, now - 0.5));
     coldStart->addChildMetric(running);
-    const auto completed = QENPerformanceMetric::initWithName("completed_feed", 1.0);
+    completed = QENPerformanceMetric::initWithName("completed_feed", 1.0);
     completed->startMetricWithTime(now - 1);
     watcher.watch(coldStart);
     watcher.watch(completed);
