@@ -166,6 +166,28 @@ void BM_ReadRequestSpans(benchmark::State& state) {
 }
 BENCHMARK(BM_ReadRequestSpans)->ArgName("scrubbing")->Arg(0)->Arg(1)->Arg(2);
 
+// One span carrying range(0) tags of the host's, each of its own key, all of them encoded (the tag
+// cap raised to their number) in Zipkin v2 JSON: per_tag must stay flat from 100 to 10,000 tags.
+void BM_EncodeSpanWithManyTags(benchmark::State& state) {
+  auto span = std::make_shared<QENThrift::Span>(*tenThousandSpans()[0]);
+  QENThrift::Span::BinaryAnnotationList tags;
+  for (std::int64_t index = 0; index < state.range(0); ++index) {
+    tags.push_back(QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyString(
+        "host.tag_" + std::to_string(index), "value"));
+  }
+  span->setBinary_annotations(std::move(tags));
+  const std::shared_ptr<QENThrift::Span> spans[] = {span};
+  QENSpanReadingOptions everyTag;
+  everyTag.maximumTagsPerSpan = static_cast<std::size_t>(state.range(0));
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(QENZipkinV2JSONEncoder::encodeSpans(spans, everyTag).size());
+  }
+  state.counters["per_tag"] = benchmark::Counter(
+      static_cast<double>(state.range(0)),
+      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_EncodeSpanWithManyTags)->Arg(100)->Arg(1000)->Arg(10000);
+
 #ifdef __GLIBC__
 // The same export with glibc's heap trimming off. By default glibc gives the top of its heap back
 // to the kernel once more than 128 KiB of it is free, so a row whose spans take megabytes frees

@@ -114,6 +114,20 @@ TEST(SpanReading, EventsLeaveOutClientMarkersAndTagsKeepTheLastWellFormedValueOf
   std::string scratch;
   EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[2], scratch), "true");
   EXPECT_EQ(reading.parentId(), std::nullopt) << "a parent id of zero is no parent";
+
+  // Past the tags compared pair by pair; two keys that differ only in ill-formed bytes are one.
+  auto many = span.binary_annotations();
+  for (const char* key : {"bad\xFF", "bad\xFE"})
+    many.push_back(std::make_shared<const BinaryAnnotation>(
+        key, BinaryAnnotation::Bytes{std::byte{1}}, AnnotationType::BOOL, nullptr));
+  for (int index = 0; index < 40; ++index)
+    many.push_back(Vocabulary::annotationWithKeyInt64("n" + std::to_string(index % 20), index));
+  span.setBinary_annotations(many);
+  const auto large = readingOf(span);
+  EXPECT_EQ(large.tags().size(), 3u + 1u + 20u);
+  EXPECT_EQ(QENSpanReading::tagText(*large.tags()[2], scratch), "true");
+  EXPECT_EQ(large.tags()[3]->key(), "bad\xFE");
+  EXPECT_EQ(QENSpanReading::tagText(*large.tags().back(), scratch), "39") << "the last of a key";
 }
 
 TEST(SpanScrubber, URLsLoseUserInformationFragmentAndQueryValuesButTheKeptKeysValues) {

@@ -245,22 +245,58 @@ void QENSpanReading::readTags(const QENThrift::Span& span) {
   tags_.clear();
   ownTags_.clear();
   const auto& annotations = span.binary_annotations();
-  for (std::size_t index = 0; index < annotations.size(); ++index) {
-    const BinaryAnnotation* annotation = annotations[index].get();
-    if (!hasTagValue(annotation))
-      continue;
-    const bool overriddenLater = std::any_of(
-        annotations.begin() + static_cast<std::ptrdiff_t>(index) + 1, annotations.end(),
-        [&](const auto& later) {
-          return hasTagValue(later.get()) && sameKeyAsWritten(later->key(), annotation->key());
-        });
-    if (!overriddenLater) {
-      tags_.push_back(annotation);
+  if (annotations.size() > kLargestPairwiseTagList) {
+    keepLastOfEachKey(annotations);
+  } else {
+    for (std::size_t index = 0; index < annotations.size(); ++index) {
+      const BinaryAnnotation* annotation = annotations[index].get();
+      if (!hasTagValue(annotation))
+        continue;
+      const bool overriddenLater = std::any_of(
+          annotations.begin() + static_cast<std::ptrdiff_t>(index) + 1, annotations.end(),
+          [&](const auto& later) {
+            return hasTagValue(later.get()) && sameKeyAsWritten(later->key(), annotation->key());
+          });
+      if (!overriddenLater) {
+        tags_.push_back(annotation);
+      }
     }
   }
   if (scrubber_.isActive()) {
     scrubber_.scrubEach(tags_, ownTags_);
   }
+}
+
+// Walks from the end: a key met again is an earlier tag's, which the later one overrides. The
+// keys seen go in an open-addressing table the reading keeps, so that a span of thousands of tags
+// costs no allocation per tag and stays linear.
+void QENSpanReading::keepLastOfEachKey(const QENThrift::Span::BinaryAnnotationList& annotations) {
+  const std::size_t slots = std::bit_ceil(annotations.size() * 2);
+  seenKeys_.assign(slots, std::nullopt);
+  writtenKeys_.clear();
+  const auto firstSighting = [&](std::string_view key) {
+    std::size_t slot = std::hash<std::string_view>{}(key) & (slots - 1);
+    for (; seenKeys_[slot]; slot = (slot + 1) & (slots - 1)) {
+      if (*seenKeys_[slot] == key) {
+        return false;
+      }
+    }
+    seenKeys_[slot] = key;
+    return true;
+  };
+  for (auto annotation = annotations.rbegin(); annotation != annotations.rend(); ++annotation) {
+    if (!hasTagValue(annotation->get())) {
+      continue;
+    }
+    std::string_view key = (*annotation)->key();
+    if (!QENIsValidUTF8(key)) {  // compared as written: ill-formed bytes become U+FFFD
+      key = writtenKeys_.emplace_back(keyAsWritten(key));
+    }
+    if (firstSighting(key)) {
+      tags_.push_back(annotation->get());
+    }
+  }
+  std::reverse(tags_.begin(), tags_.end());
 }
 
 void QENSpanReading::readRemoteService() {

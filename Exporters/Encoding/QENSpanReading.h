@@ -110,6 +110,9 @@ class QENSpanReading {
   void readTimes(const QENThrift::Span& span);
   void readEvents(const QENThrift::Span& span);
   void readTags(const QENThrift::Span& span);
+  // Up to this many, tags are compared pair by pair: no allocation, and faster than hashing.
+  static constexpr std::size_t kLargestPairwiseTagList = 32;
+  void keepLastOfEachKey(const QENThrift::Span::BinaryAnnotationList& annotations);
   void readRemoteService();
   void capTags();
 
@@ -126,6 +129,9 @@ class QENSpanReading {
   std::string remoteServiceName_;
   std::vector<const Annotation*> events_;
   std::vector<const BinaryAnnotation*> tags_;
+  // For spans of many tags: the keys seen, and the written forms of ill-formed ones.
+  std::vector<std::optional<std::string_view>> seenKeys_;
+  std::deque<std::string> writtenKeys_;
   // What tags_ points to where scrubbing or a cap changed a tag, or a cap added one.
   std::deque<BinaryAnnotation> ownTags_;
 };
