@@ -14,19 +14,6 @@ using namespace std::chrono_literals;
 using Consent = QENTelemetryConsent;
 using Outcome = QENCollectorTransport::Outcome;
 
-// Stops the reporter's thread where the test wants a consent change to land, the first time it
-// gets there.
-struct Hold {
-  void here() {
-    if (!used.exchange(true)) {
-      arrived.count_down();
-      released.wait();
-    }
-  }
-  std::atomic<bool> used{false};
-  std::latch arrived{1}, released{1};
-};
-
 enum class Where { kTaking, kPosting };  // the batch, when the change lands
 
 struct Path {
@@ -70,12 +57,20 @@ class ConsentAtTheWire : public testing::TestWithParam<Path> {};
 // it, nothing more leaves, and each span is counted once.
 TEST_P(ConsentAtTheWire, NothingLeavesAfterTheChangeAndEachSpanIsCountedOnce) {
   const Path& path = GetParam();
-  Hold hold;
+  // The reporter's thread waits where the change is to land, the first time it gets there.
+  std::atomic<bool> held{false};
+  std::latch arrived{1}, released{1};
+  const auto holdHere = [&] {
+    if (!held.exchange(true)) {
+      arrived.count_down();
+      released.wait();
+    }
+  };
   auto transport = std::make_shared<QENScriptedCollectorTransport>([&](int index) {
     if (index > 0)
       return Outcome::kDelivered;
     if (path.held == Where::kPosting)
-      hold.here();
+      holdHere();
     return path.answer;
   });
   QENSpanReporterOptions options;
@@ -85,7 +80,7 @@ TEST_P(ConsentAtTheWire, NothingLeavesAfterTheChangeAndEachSpanIsCountedOnce) {
   options.encoding.gzip = path.answer == Outcome::kUnsupportedEncoding;
   options.encoding.reading.scrubbing.tagFilter = [&](std::string_view, std::string&) {
     if (path.held == Where::kTaking)
-      hold.here();
+      holdHere();
     return true;
   };
   char folder[] = "/tmp/qen-gate-XXXXXX";
@@ -94,11 +89,11 @@ TEST_P(ConsentAtTheWire, NothingLeavesAfterTheChangeAndEachSpanIsCountedOnce) {
         QENSpanSpoolOptions{.path = std::string(::mkdtemp(folder)) + "/spool.sqlite"});
   QENSpanReporter reporter(options);
   reporter.report(testSpans(5));  // the filter sees each name
-  hold.arrived.wait();
+  arrived.wait();
   reporter.setConsent(path.change);
   if (path.grantsAgain)
     reporter.setConsent(Consent::kGranted);
-  hold.released.count_down();
+  released.count_down();
   reporter.shutdown(5s);
 
   EXPECT_EQ(transport->posts().size(), path.held == Where::kPosting ? 1u : 0u);

@@ -262,7 +262,6 @@ TEST(SpanReporter, ConcurrentShutdownsCutAHangingTransferAndCountItsSpans) {
 // Host code that throws on the reporter's thread costs what it was handling, never the process:
 // the tag filter throws on span 2, the transport on the first batch, didStop at the end.
 TEST(SpanReporter, HostCodeThatThrowsOnTheReportersThreadLosesOnlyWhatItHandled) {
-  QENCapturedAssertions captured;
   auto settings = options(std::make_shared<QENScriptedCollectorTransport>([](int index) {
     return index == 0 ? throw std::runtime_error("no route") : Outcome::kDelivered;
   }));

@@ -66,10 +66,10 @@ struct AttachedThread {
 JNIEnv* attachedEnv() {
   thread_local AttachedThread thread;
   JNIEnv* env = nullptr;
-  if (javaVM->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_8) == JNI_OK) {
+  if (javaVM->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_6) == JNI_OK) {
     return env;
   }
-  JavaVMAttachArgs arguments{JNI_VERSION_1_8, const_cast<char*>("QENPerformanceLogger"), nullptr};
+  JavaVMAttachArgs arguments{JNI_VERSION_1_6, const_cast<char*>("QENPerformanceLogger"), nullptr};
   if (javaVM->AttachCurrentThreadAsDaemon(reinterpret_cast<void**>(&env), &arguments) != JNI_OK) {
     return nullptr;
   }
@@ -519,7 +519,7 @@ const JNINativeMethod kMethods[] = {
 extern "C" JNIEXPORT jint JNI_OnLoad(JavaVM* vm, void*) {
   javaVM = vm;
   JNIEnv* env = nullptr;
-  if (vm->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_8) != JNI_OK) {
+  if (vm->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_6) != JNI_OK) {
     return JNI_ERR;
   }
   jclass found = env->FindClass("com/qen/performancelogger/Native");
@@ -532,5 +532,5 @@ extern "C" JNIEXPORT jint JNI_OnLoad(JavaVM* vm, void*) {
       env->RegisterNatives(nativeClass, kMethods, sizeof kMethods / sizeof kMethods[0]) != 0) {
     return JNI_ERR;
   }
-  return JNI_VERSION_1_8;
+  return JNI_VERSION_1_6;
 }

@@ -1,6 +1,5 @@
 package com.qen.performancelogger;
 
-import java.lang.ref.Cleaner;
 import java.lang.ref.WeakReference;
 import java.util.ArrayList;
 import java.util.Collections;
@@ -12,7 +11,7 @@ import java.util.Objects;
 /**
  * A named interval of monotonic time, measured by the native library. Close it when done with it
  * (a parent keeps a child's measurement alive in its tree regardless); a metric left to the garbage
- * collector is closed by a cleaner. Every method may be called from any thread; a closed metric
+ * collector is closed by the binding's releaser. Every method may be called from any thread; a closed metric
  * throws {@link QENPerformanceLoggerException} with status INVALID_HANDLE.
  */
 public final class Metric implements AutoCloseable {
@@ -22,10 +21,8 @@ public final class Metric implements AutoCloseable {
     void completed(boolean valid);
   }
 
-  static final Cleaner CLEANER = Cleaner.create();
-
   final long handle;
-  private final Cleaner.Cleanable cleanable;
+  private final NativeReleaser.Registration registration;
   // Guarded by this: the completions while the metric is open, and what native code holds of them.
   private final List<Completion> completions = new ArrayList<>();
   private final List<HeldCompletion> held = new ArrayList<>();
@@ -38,7 +35,7 @@ public final class Metric implements AutoCloseable {
     handle =
         QENPerformanceLoggerException.checkHandle(
             Native.metricCreate(Utf8.bytes(name, "name"), uploadFraction), "Metric");
-    cleanable = CLEANER.register(this, new Release(handle));
+    registration = NativeReleaser.register(this, handle, Native::metricRelease);
   }
 
   public Metric(String name) {
@@ -55,7 +52,7 @@ public final class Metric implements AutoCloseable {
   /** Takes ownership of a handle the native side made. */
   Metric(long handle) {
     this.handle = handle;
-    cleanable = CLEANER.register(this, new Release(handle));
+    registration = NativeReleaser.register(this, handle, Native::metricRelease);
   }
 
   /** Monotonic seconds, the clock every explicit time is read on. */
@@ -218,7 +215,7 @@ public final class Metric implements AutoCloseable {
       held.clear();
       completions.clear();
     }
-    cleanable.clean();
+    registration.release();
   }
 
   /**
@@ -249,19 +246,5 @@ public final class Metric implements AutoCloseable {
     long[] identifiers = new long[2];
     QENPerformanceLoggerException.check(Native.metricIdentifiers(handle, identifiers), "identifiers");
     return identifiers;
-  }
-
-  /** Holds the handle, not the metric, so that the metric can become unreachable. */
-  private static final class Release implements Runnable {
-    private final long handle;
-
-    Release(long handle) {
-      this.handle = handle;
-    }
-
-    @Override
-    public void run() {
-      Native.metricRelease(handle);
-    }
   }
 }

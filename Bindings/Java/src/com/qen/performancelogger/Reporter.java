@@ -1,6 +1,5 @@
 package com.qen.performancelogger;
 
-import java.lang.ref.Cleaner;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
@@ -8,8 +7,8 @@ import java.util.List;
 import java.util.Map;
 
 /**
- * Sends traces to a collector from a native thread of its own. Closing it (or the cleaner, for one
- * left to the garbage collector) shuts it down with a limit of 5 s.
+ * Sends traces to a collector from a native thread of its own. Closing it (or the binding's
+ * releaser, for one left to the garbage collector) shuts it down, within 5 s, on a library thread.
  */
 public final class Reporter implements AutoCloseable {
   /** What a reporter is made with. */
@@ -41,7 +40,7 @@ public final class Reporter implements AutoCloseable {
   public record Counters(long accepted, long persisted, long delivered, long dropped) {}
 
   private final long handle;
-  private final Cleaner.Cleanable cleanable;
+  private final NativeReleaser.Registration registration;
 
   public Reporter(Options options) {
     List<byte[]> headers = new ArrayList<>();
@@ -55,8 +54,7 @@ public final class Reporter implements AutoCloseable {
         Utf8.bytes(options.service, "service"), options.gzip, headers.toArray(),
         options.spool == null ? 0 : options.spool.handle, made), "Reporter");
     handle = made[0];
-    long released = handle;
-    cleanable = Metric.CLEANER.register(this, () -> Native.reporterRelease(released));
+    registration = NativeReleaser.register(this, handle, Native::reporterRelease);
   }
 
   /** Queues the trace's spans and returns at once; the trace stays the caller's. */
@@ -97,6 +95,6 @@ public final class Reporter implements AutoCloseable {
    */
   @Override
   public void close() {
-    cleanable.clean();
+    registration.release();
   }
 }

@@ -1,6 +1,5 @@
 package com.qen.performancelogger;
 
-import java.lang.ref.Cleaner;
 
 /**
  * Batches kept in an SQLite file through a killed app until a reporter delivers them. A reporter
@@ -8,7 +7,7 @@ import java.lang.ref.Cleaner;
  */
 public final class Spool implements AutoCloseable {
   final long handle;
-  private final Cleaner.Cleanable cleanable;
+  private final NativeReleaser.Registration registration;
 
   /** 0 for a bound takes its default (8 MiB, seven days); a negative one is refused. */
   public Spool(String path, long maximumBytes, int maximumAgeSeconds) {
@@ -16,12 +15,11 @@ public final class Spool implements AutoCloseable {
     QENPerformanceLoggerException.check(Native.spoolCreate(Utf8.bytes(path, "path"), maximumBytes,
         maximumAgeSeconds, made), "Spool");
     handle = made[0];
-    long released = handle;
-    cleanable = Metric.CLEANER.register(this, () -> Native.spoolRelease(released));
+    registration = NativeReleaser.register(this, handle, Native::spoolRelease);
   }
 
   @Override
   public void close() {
-    cleanable.clean();
+    registration.release();
   }
 }

@@ -1,11 +1,10 @@
 package com.qen.performancelogger;
 
-import java.lang.ref.Cleaner;
 
 /** The spans a finished metric tree exported, ready to encode or to report. */
 public final class Trace implements AutoCloseable {
   final long handle;
-  private final Cleaner.Cleanable cleanable;
+  private final NativeReleaser.Registration registration;
 
   Trace(Metric metric, String userId, String platform) {
     long[] made = new long[1];
@@ -13,8 +12,7 @@ public final class Trace implements AutoCloseable {
     QENPerformanceLoggerException.check(Native.traceCreate(metric.handle, user,
         Utf8.bytes(platform, "platform"), made), "export");
     handle = made[0];
-    long released = handle;
-    cleanable = Metric.CLEANER.register(this, () -> Native.traceRelease(released));
+    registration = NativeReleaser.register(this, handle, Native::traceRelease);
   }
 
   public long spanCount() {
@@ -33,6 +31,6 @@ public final class Trace implements AutoCloseable {
 
   @Override
   public void close() {
-    cleanable.clean();
+    registration.release();
   }
 }

@@ -102,16 +102,19 @@ class BindingTest {
   }
 
   @Test
-  void aMetricLeftToTheGarbageCollectorIsReleasedByTheCleaner() throws InterruptedException {
+  void aMetricLeftToTheGarbageCollectorIsReleasedByTheReleaser() throws InterruptedException {
     long before = Metric.handleCount();
     forget();
     assertEquals(before + 1, Metric.handleCount());
-    // The cleaner runs on its own thread once a collection found the metric unreachable.
+    // The releaser runs on its own thread once a collection found the metric unreachable.
     for (int rounds = 0; Metric.handleCount() > before && rounds < 10; ++rounds) {
       System.gc();
-      // A sentinel collected after the metric: once the cleaner has run it, it had its turn.
+      // A sentinel collected after the metric: once the releaser has run it, it had its turn.
       CountDownLatch nextCleanerTurn = new CountDownLatch(1);
-      Metric.CLEANER.register(new Object(), nextCleanerTurn::countDown);
+      NativeReleaser.register(new Object(), 0, handle -> {
+        nextCleanerTurn.countDown();
+        return 0;
+      });
       System.gc();
       assertTrue(nextCleanerTurn.await(30, TimeUnit.SECONDS));
     }
