@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs a configured build into a temporary prefix and proves the package usable from outside:
 # the consumer project in Examples/Consumer configures with find_package, builds with no path of
-# this source tree on its include path, and runs, and builds and runs again with only pkg-config's
-# flags; and every installed header compiles on its own.
+# this source tree on its include path, and runs, and builds and runs again with only plain
+# pkg-config's flags (the .pc files find their prefix from where they lie); a host names the
+# vocabulary's keys from the installed headers; the Java jars and JNI library are there when
+# built; and every installed header compiles on its own.
 # Usage: check-installed-package.sh BUILD_DIRECTORY
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -20,8 +22,13 @@ if grep -q -- "-I$PWD\|isystem $PWD" "$prefix/consumer/compile_commands.json"; t
 fi
 "$prefix/consumer/QENConsumer"
 # The same program built with nothing but what pkg-config says.
-pkgconfig="pkg-config --define-prefix"
+pkgconfig="pkg-config"
 export PKG_CONFIG_PATH="$(dirname "$(find "$prefix/install" -name QENPerformanceLogger.pc)")"
+said=$(realpath "$($pkgconfig --variable=prefix QENPerformanceLogger)")
+if [ "$said" != "$(realpath "$prefix/install")" ]; then
+  echo "pkg-config says the prefix is $said, not $prefix/install" >&2
+  exit 1
+fi
 # shellcheck disable=SC2046
 ${CXX:-c++} Examples/Consumer/main.cpp -o "$prefix/pkg-config-consumer" \
   $($pkgconfig --cflags --libs QENPerformanceLoggerExporters)
@@ -33,6 +40,17 @@ if [ -f "$PKG_CONFIG_PATH/QENPerformanceLoggerC.pc" ]; then
     ${CC:-cc} -std=c11 -Wall -Wextra -Wpedantic -Werror -x c - -o "$prefix/c-consumer" \
       $($pkgconfig --cflags --libs QENPerformanceLoggerC) -Wl,-rpath,"$(dirname "$PKG_CONFIG_PATH")"
   "$prefix/c-consumer"
+fi
+
+# A host that names the vocabulary's keys, as the speed notifications' user info is read.
+printf '#include <QENThrift/tracing_clientConstants.h>\nint main() { return QENThrift::tracing_clientConstants::NETWORK_SPEED() == "net.speed_kbps" ? 0 : 1; }\n' |
+  ${CXX:-c++} -x c++ - -o "$prefix/keys-consumer" $($pkgconfig --cflags QENPerformanceLogger)
+"$prefix/keys-consumer"
+if [ -f "$build/Bindings/Java/qen-performance-logger.jar" ]; then
+  for installed in share/java/qen-performance-logger.jar share/java/qen-performance-logger-okhttp.jar \
+    "$(basename "$(dirname "$PKG_CONFIG_PATH")")/libQENPerformanceLoggerJNI.so"; do
+    [ -f "$prefix/install/$installed" ] || { echo "not installed: $installed" >&2; exit 1; }
+  done
 fi
 
 headers=$(cd "$prefix/install/include/QENPerformanceLogger" && find . -name '*.h' | sed 's|^\./||')

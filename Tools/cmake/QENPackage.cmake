@@ -8,6 +8,11 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(QEN_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/QENPerformanceLogger)
+# The pkg-config files find their prefix from where they lie, so that an installed tree may be
+# moved, or installed with --prefix elsewhere than configured.
+file(RELATIVE_PATH QEN_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" QEN_PC_TO_PREFIX "${QEN_PC_TO_PREFIX}")
+set(QEN_PC_PREFIX "\${pcfiledir}/${QEN_PC_TO_PREFIX}")
 set(QEN_HEADER_DIR ${CMAKE_INSTALL_INCLUDEDIR}/QENPerformanceLogger)
 
 set_target_properties(QENPlatform PROPERTIES EXPORT_NAME Platform)
