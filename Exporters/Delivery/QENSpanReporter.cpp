@@ -321,11 +321,12 @@ void QENSpanReporter::run() {
       const QENDeliveryGate::Ticket ticket = gate_.ticket();
       const std::vector<std::string> encodedSpans = takeBatch(lock);
       lock.unlock();
-      if (encodedSpans.empty()) {  // the tag filter threw on each of its spans
-      } else if (options_.spool != nullptr) {
-        persist(encoding_.frameBatch(encodedSpans), ticket);
-      } else {
-        deliver(encodedSpans, ticket);
+      if (!encodedSpans.empty()) {  // empty when the tag filter threw on each of its spans
+        if (options_.spool != nullptr) {
+          persist(encoding_.frameBatch(encodedSpans), ticket);
+        } else {
+          deliver(encodedSpans, ticket);
+        }
       }
       lock.lock();
       worked = true;
