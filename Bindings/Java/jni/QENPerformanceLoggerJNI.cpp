@@ -16,20 +16,52 @@ JavaVM* javaVM = nullptr;
 jclass nativeClass = nullptr;       // global reference
 jmethodID runCompletion = nullptr;  // static void runCompletion(Object, boolean)
 
-// A Java byte[] (UTF-8) as bytes; absent for null.
-struct Bytes {
-  Bytes(JNIEnv* env, jbyteArray array) : present(array != nullptr) {
-    if (present) {
-      text.resize(static_cast<std::size_t>(env->GetArrayLength(array)));
-      env->GetByteArrayRegion(array, 0, static_cast<jsize>(text.size()),
-                              reinterpret_cast<jbyte*>(text.data()));
+// A Java string as UTF-8, read from its UTF-16 without a copy on the Java side; a lone surrogate
+// becomes U+FFFD, as ill-formed UTF-8 does in the C interface. Absent for null.
+struct Text {
+  Text(JNIEnv* env, jstring string) : present(string != nullptr) {
+    if (!present) {
+      return;
     }
+    const jsize length = env->GetStringLength(string);
+    const jchar* units = env->GetStringCritical(string, nullptr);
+    if (units == nullptr) {  // out of memory: the call is refused as for a missing string
+      env->ExceptionClear();
+      present = false;
+      return;
+    }
+    text.reserve(static_cast<std::size_t>(length));
+    for (jsize index = 0; index < length; ++index) {
+      char32_t point = units[index];
+      const bool high = point >= 0xD800 && point <= 0xDBFF;
+      if (high && index + 1 < length && units[index + 1] >= 0xDC00 && units[index + 1] <= 0xDFFF) {
+        point = 0x10000 + ((point - 0xD800) << 10) + (units[++index] - 0xDC00);
+      } else if (point >= 0xD800 && point <= 0xDFFF) {
+        point = 0xFFFD;
+      }
+      append(point);
+    }
+    env->ReleaseStringCritical(string, units);
   }
   const char* data() const { return present ? text.data() : nullptr; }
   std::size_t size() const { return text.size(); }
 
   bool present;
   std::string text;
+
+ private:
+  void append(char32_t point) {
+    if (point < 0x80) {
+      text += static_cast<char>(point);
+      return;
+    }
+    constexpr unsigned kLeadBits[] = {0, 0xC0, 0xE0, 0xF0};  // by the count of bytes that follow
+    const int trailing = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    text += static_cast<char>(kLeadBits[trailing] | (point >> (6 * trailing)));
+    for (int shift = 6 * (trailing - 1); shift >= 0; shift -= 6) {
+      text += static_cast<char>(0x80 | ((point >> shift) & 0x3F));
+    }
+  }
 };
 
 void setLong(JNIEnv* env, jlongArray out, std::int64_t value) {
@@ -108,14 +140,14 @@ jlong handleOrStatus(QENCStatus status, QENCMetric made) {
                                                    : static_cast<std::uint64_t>(status) << 32);
 }
 
-jlong metricCreate(JNIEnv* env, jclass, jbyteArray name, jdouble fraction) {
-  const Bytes text(env, name);
+jlong metricCreate(JNIEnv* env, jclass, jstring name, jdouble fraction) {
+  const Text text(env, name);
   QENCMetric made{};
   return handleOrStatus(QENCMetricCreate(text.data(), text.size(), fraction, &made), made);
 }
 
-jlong metricCreateLeaf(JNIEnv* env, jclass, jbyteArray name) {
-  const Bytes text(env, name);
+jlong metricCreateLeaf(JNIEnv* env, jclass, jstring name) {
+  const Text text(env, name);
   QENCMetric made{};
   return handleOrStatus(QENCMetricCreateLeaf(text.data(), text.size(), &made), made);
 }
@@ -156,35 +188,35 @@ jint metricAddChild(JNIEnv*, jclass, jlong parent, jlong child) {
   return QENCMetricAddChild(metric(parent), metric(child));
 }
 
-jint metricAddAnnotation(JNIEnv* env, jclass, jlong id, jbyteArray name, jdouble time) {
-  const Bytes text(env, name);
+jint metricAddAnnotation(JNIEnv* env, jclass, jlong id, jstring name, jdouble time) {
+  const Text text(env, name);
   return QENCMetricAddAnnotation(metric(id), text.data(), text.size(), time);
 }
 
-jint metricAddStringTag(JNIEnv* env, jclass, jlong id, jbyteArray key, jbyteArray value) {
-  const Bytes keyText(env, key);
-  const Bytes valueText(env, value);
+jint metricAddStringTag(JNIEnv* env, jclass, jlong id, jstring key, jstring value) {
+  const Text keyText(env, key);
+  const Text valueText(env, value);
   return QENCMetricAddStringTag(metric(id), keyText.data(), keyText.size(), valueText.data(),
                                 valueText.size());
 }
 
-jint metricAddBoolTag(JNIEnv* env, jclass, jlong id, jbyteArray key, jboolean value) {
-  const Bytes keyText(env, key);
+jint metricAddBoolTag(JNIEnv* env, jclass, jlong id, jstring key, jboolean value) {
+  const Text keyText(env, key);
   return QENCMetricAddBoolTag(metric(id), keyText.data(), keyText.size(), value == JNI_TRUE);
 }
 
-jint metricAddInt16Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jshort value) {
-  const Bytes keyText(env, key);
+jint metricAddInt16Tag(JNIEnv* env, jclass, jlong id, jstring key, jshort value) {
+  const Text keyText(env, key);
   return QENCMetricAddInt16Tag(metric(id), keyText.data(), keyText.size(), value);
 }
 
-jint metricAddInt32Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jint value) {
-  const Bytes keyText(env, key);
+jint metricAddInt32Tag(JNIEnv* env, jclass, jlong id, jstring key, jint value) {
+  const Text keyText(env, key);
   return QENCMetricAddInt32Tag(metric(id), keyText.data(), keyText.size(), value);
 }
 
-jint metricAddInt64Tag(JNIEnv* env, jclass, jlong id, jbyteArray key, jlong value) {
-  const Bytes keyText(env, key);
+jint metricAddInt64Tag(JNIEnv* env, jclass, jlong id, jstring key, jlong value) {
+  const Text keyText(env, key);
   return QENCMetricAddInt64Tag(metric(id), keyText.data(), keyText.size(), value);
 }
 
@@ -246,23 +278,23 @@ jint storeHeaders(JNIEnv* env, const std::vector<std::string>& headers, jobjectA
 // Each element a byte[] of UTF-8.
 jint setPropagationHosts(JNIEnv* env, jclass, jobjectArray hosts) {
   const jsize count = hosts == nullptr ? 0 : env->GetArrayLength(hosts);
-  std::vector<Bytes> texts;
+  std::vector<Text> texts;
   for (jsize index = 0; index < count; ++index) {
-    auto element = static_cast<jbyteArray>(env->GetObjectArrayElement(hosts, index));
+    auto element = static_cast<jstring>(env->GetObjectArrayElement(hosts, index));
     texts.emplace_back(env, element);
     env->DeleteLocalRef(element);
   }
   std::vector<const char*> data;
   std::vector<std::size_t> lengths;
-  for (const Bytes& text : texts) {
+  for (const Text& text : texts) {
     data.push_back(text.data());
     lengths.push_back(text.size());
   }
   return QENCSetPropagationHosts(data.data(), lengths.data(), data.size());
 }
 
-jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jbyteArray url, jobjectArray out) {
-  const Bytes urlText(env, url);
+jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jstring url, jobjectArray out) {
+  const Text urlText(env, url);
   std::vector<std::string> headers;
   const QENCStatus status = QENCMetricPropagationHeaders(metric(id), urlText.data(), urlText.size(),
                                                          collectHeader, &headers);
@@ -271,9 +303,9 @@ jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jbyteArray url, job
 
 // The drawn span id (0: none, the host is not listed) goes to out[0]; the headers, as for
 // metricPropagationHeaders, to pairs[0].
-jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jbyteArray url, jlongArray out,
+jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jstring url, jlongArray out,
                                   jobjectArray pairsOut) {
-  const Bytes urlText(env, url);
+  const Text urlText(env, url);
   std::vector<std::string> headers;
   std::int64_t spanId = 0;
   const QENCStatus status = QENCPropagationHeadersForRequest(
@@ -287,11 +319,11 @@ jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jbyteArray 
 
 // Timing: the eleven phase times (NaN for absent) then status, header bytes, body bytes and 1 for
 // a reused connection.
-jint endpointMetricCreate(JNIEnv* env, jclass, jbyteArray url, jbyteArray method,
+jint endpointMetricCreate(JNIEnv* env, jclass, jstring url, jstring method,
                           jdoubleArray times, jlongArray counts, jlong requestSpanId,
                           jlongArray out) {
-  const Bytes urlText(env, url);
-  const Bytes methodText(env, method);
+  const Text urlText(env, url);
+  const Text methodText(env, method);
   double phase[11];
   std::int64_t values[4];
   env->GetDoubleArrayRegion(times, 0, 11, phase);
@@ -323,10 +355,10 @@ jint metricObserveApplicationEvents(JNIEnv*, jclass, jlong id) {
 
 // MARK: - Export
 
-jint traceCreate(JNIEnv* env, jclass, jlong id, jbyteArray userId, jbyteArray platform,
+jint traceCreate(JNIEnv* env, jclass, jlong id, jstring userId, jstring platform,
                  jlongArray out) {
-  const Bytes user(env, userId);
-  const Bytes platformText(env, platform);
+  const Text user(env, userId);
+  const Text platformText(env, platform);
   QENCTrace made{};
   const QENCStatus status = QENCTraceCreate(metric(id), user.data(), user.size(),
                                             platformText.data(), platformText.size(), &made);
@@ -349,8 +381,8 @@ jint traceSpanCount(JNIEnv* env, jclass, jlong id, jlongArray out) {
   return status;
 }
 
-jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jbyteArray service, jobjectArray out) {
-  const Bytes serviceText(env, service);
+jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jstring service, jobjectArray out) {
+  const Text serviceText(env, service);
   QENCBuffer encoded{nullptr, 0};
   const QENCStatus status = QENCTraceEncode(trace(id), static_cast<QENCFormat>(format),
                                             serviceText.data(), serviceText.size(), &encoded);
@@ -372,12 +404,12 @@ jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jbyteArray service,
 
 // MARK: - Delivery
 
-jint spoolCreate(JNIEnv* env, jclass, jbyteArray path, jlong maximumBytes, jint maximumAgeSeconds,
+jint spoolCreate(JNIEnv* env, jclass, jstring path, jlong maximumBytes, jint maximumAgeSeconds,
                  jlongArray out) {
   if (maximumBytes < 0 || maximumAgeSeconds < 0) {  // not a bound past 2^63: a mistake
     return QENCStatusInvalidArgument;
   }
-  const Bytes pathText(env, path);
+  const Text pathText(env, path);
   QENCSpool made{};
   const QENCStatus status =
       QENCSpoolCreate(pathText.data(), pathText.size(), static_cast<std::uint64_t>(maximumBytes),
@@ -392,14 +424,14 @@ jint spoolRelease(JNIEnv*, jclass, jlong id) {
   return QENCSpoolRelease(spool(id));
 }
 
-jint reporterCreate(JNIEnv* env, jclass, jbyteArray url, jint format, jbyteArray service,
+jint reporterCreate(JNIEnv* env, jclass, jstring url, jint format, jstring service,
                     jboolean gzip, jobjectArray headerTexts, jlong spoolId, jlongArray out) {
-  const Bytes urlText(env, url);
-  const Bytes serviceText(env, service);
-  std::vector<Bytes> texts;
+  const Text urlText(env, url);
+  const Text serviceText(env, service);
+  std::vector<Text> texts;
   const jsize textCount = headerTexts != nullptr ? env->GetArrayLength(headerTexts) : 0;
   for (jsize index = 0; index < textCount; ++index) {
-    auto element = static_cast<jbyteArray>(env->GetObjectArrayElement(headerTexts, index));
+    auto element = static_cast<jstring>(env->GetObjectArrayElement(headerTexts, index));
     texts.emplace_back(env, element);
     env->DeleteLocalRef(element);
   }
@@ -472,8 +504,8 @@ jdouble monotonicNow(JNIEnv*, jclass) {
   }
 
 const JNINativeMethod kMethods[] = {
-    QENJ_METHOD(metricCreate, "([BD)J"),
-    QENJ_METHOD(metricCreateLeaf, "([B)J"),
+    QENJ_METHOD(metricCreate, "(Ljava/lang/String;D)J"),
+    QENJ_METHOD(metricCreateLeaf, "(Ljava/lang/String;)J"),
     QENJ_METHOD(metricRelease, "(J)I"),
     QENJ_METHOD(metricHandleCount, "()J"),
     QENJ_METHOD(metricStart, "(J)I"),
@@ -483,28 +515,28 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(metricInvalidate, "(JJ)I"),
     QENJ_METHOD(metricInvalidateWithTime, "(JJD)I"),
     QENJ_METHOD(metricAddChild, "(JJ)I"),
-    QENJ_METHOD(metricAddAnnotation, "(J[BD)I"),
-    QENJ_METHOD(metricAddStringTag, "(J[B[B)I"),
-    QENJ_METHOD(metricAddBoolTag, "(J[BZ)I"),
-    QENJ_METHOD(metricAddInt16Tag, "(J[BS)I"),
-    QENJ_METHOD(metricAddInt32Tag, "(J[BI)I"),
-    QENJ_METHOD(metricAddInt64Tag, "(J[BJ)I"),
+    QENJ_METHOD(metricAddAnnotation, "(JLjava/lang/String;D)I"),
+    QENJ_METHOD(metricAddStringTag, "(JLjava/lang/String;Ljava/lang/String;)I"),
+    QENJ_METHOD(metricAddBoolTag, "(JLjava/lang/String;Z)I"),
+    QENJ_METHOD(metricAddInt16Tag, "(JLjava/lang/String;S)I"),
+    QENJ_METHOD(metricAddInt32Tag, "(JLjava/lang/String;I)I"),
+    QENJ_METHOD(metricAddInt64Tag, "(JLjava/lang/String;J)I"),
     QENJ_METHOD(metricAddCompletion, "(JLjava/lang/Object;)I"),
     QENJ_METHOD(metricShouldUpload, "(J[Z)I"),
     QENJ_METHOD(metricIdentifiers, "(J[J)I"),
     QENJ_METHOD(setPropagationHosts, "([Ljava/lang/Object;)I"),
-    QENJ_METHOD(metricPropagationHeaders, "(J[B[Ljava/lang/Object;)I"),
-    QENJ_METHOD(propagationHeadersForRequest, "(J[B[J[Ljava/lang/Object;)I"),
-    QENJ_METHOD(endpointMetricCreate, "([B[B[D[JJ[J)I"),
+    QENJ_METHOD(metricPropagationHeaders, "(JLjava/lang/String;[Ljava/lang/Object;)I"),
+    QENJ_METHOD(propagationHeadersForRequest, "(JLjava/lang/String;[J[Ljava/lang/Object;)I"),
+    QENJ_METHOD(endpointMetricCreate, "(Ljava/lang/String;Ljava/lang/String;[D[JJ[J)I"),
     QENJ_METHOD(postApplicationEvent, "(I)I"),
     QENJ_METHOD(metricObserveApplicationEvents, "(J)I"),
-    QENJ_METHOD(traceCreate, "(J[B[B[J)I"),
+    QENJ_METHOD(traceCreate, "(JLjava/lang/String;Ljava/lang/String;[J)I"),
     QENJ_METHOD(traceRelease, "(J)I"),
     QENJ_METHOD(traceSpanCount, "(J[J)I"),
-    QENJ_METHOD(traceEncode, "(JI[B[Ljava/lang/Object;)I"),
-    QENJ_METHOD(spoolCreate, "([BJI[J)I"),
+    QENJ_METHOD(traceEncode, "(JILjava/lang/String;[Ljava/lang/Object;)I"),
+    QENJ_METHOD(spoolCreate, "(Ljava/lang/String;JI[J)I"),
     QENJ_METHOD(spoolRelease, "(J)I"),
-    QENJ_METHOD(reporterCreate, "([BI[BZ[Ljava/lang/Object;J[J)I"),
+    QENJ_METHOD(reporterCreate, "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;J[J)I"),
     QENJ_METHOD(reporterRelease, "(J)I"),
     QENJ_METHOD(reporterReport, "(JJ)I"),
     QENJ_METHOD(reporterShutdown, "(JI[Z)I"),

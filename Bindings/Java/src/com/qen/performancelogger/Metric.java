@@ -34,7 +34,7 @@ public final class Metric implements AutoCloseable {
   public Metric(String name, double uploadFraction) {
     handle =
         QENPerformanceLoggerException.checkHandle(
-            Native.metricCreate(Utf8.bytes(name, "name"), uploadFraction), "Metric");
+            Native.metricCreate(Arguments.required(name, "name"), uploadFraction), "Metric");
     registration = NativeReleaser.register(this, handle, Native::metricRelease);
   }
 
@@ -46,7 +46,7 @@ public final class Metric implements AutoCloseable {
   public static Metric leaf(String name) {
     return new Metric(
         QENPerformanceLoggerException.checkHandle(
-            Native.metricCreateLeaf(Utf8.bytes(name, "name")), "leaf"));
+            Native.metricCreateLeaf(Arguments.required(name, "name")), "leaf"));
   }
 
   /** Takes ownership of a handle the native side made. */
@@ -99,32 +99,32 @@ public final class Metric implements AutoCloseable {
 
   public void addAnnotation(String name, double time) {
     QENPerformanceLoggerException.check(
-        Native.metricAddAnnotation(handle, Utf8.bytes(name, "name"), time), "addAnnotation");
+        Native.metricAddAnnotation(handle, Arguments.required(name, "name"), time), "addAnnotation");
   }
 
   public void addTag(String key, String value) {
-    QENPerformanceLoggerException.check(Native.metricAddStringTag(handle, Utf8.bytes(key, "key"),
-        Utf8.bytes(value, "value")), "addTag");
+    QENPerformanceLoggerException.check(Native.metricAddStringTag(handle, Arguments.required(key, "key"),
+        Arguments.required(value, "value")), "addTag");
   }
 
   public void addTag(String key, boolean value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddBoolTag(handle, Utf8.bytes(key, "key"), value), "addTag");
+        Native.metricAddBoolTag(handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   public void addTag(String key, short value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddInt16Tag(handle, Utf8.bytes(key, "key"), value), "addTag");
+        Native.metricAddInt16Tag(handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   public void addTag(String key, int value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddInt32Tag(handle, Utf8.bytes(key, "key"), value), "addTag");
+        Native.metricAddInt32Tag(handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   public void addTag(String key, long value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddInt64Tag(handle, Utf8.bytes(key, "key"), value), "addTag");
+        Native.metricAddInt64Tag(handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   /**
@@ -168,7 +168,7 @@ public final class Metric implements AutoCloseable {
   public static void setPropagationHosts(List<String> hostSuffixes) {
     Object[] hosts = new Object[hostSuffixes.size()];
     for (int index = 0; index < hosts.length; ++index) {
-      hosts[index] = Utf8.bytes(hostSuffixes.get(index), "host");
+      hosts[index] = Arguments.required(hostSuffixes.get(index), "host");
     }
     QENPerformanceLoggerException.check(Native.setPropagationHosts(hosts), "setPropagationHosts");
   }
@@ -181,7 +181,7 @@ public final class Metric implements AutoCloseable {
   public Map<String, String> propagationHeaders(String url) {
     Object[] out = new Object[1];
     QENPerformanceLoggerException.check(
-        Native.metricPropagationHeaders(handle, Utf8.bytes(url, "url"), out),
+        Native.metricPropagationHeaders(handle, Arguments.required(url, "url"), out),
         "propagationHeaders");
     return headersOf(out);
   }

@@ -42,9 +42,9 @@ final class Native {
   }
 
   /** A handle; on failure the status in the high half over a zero low half. */
-  static native long metricCreate(byte[] name, double uploadFraction);
+  static native long metricCreate(String name, double uploadFraction);
   /** As {@link #metricCreate}. */
-  static native long metricCreateLeaf(byte[] name);
+  static native long metricCreateLeaf(String name);
   static native int metricRelease(long metric);
   static native long metricHandleCount();
   static native int metricStart(long metric);
@@ -54,30 +54,30 @@ final class Native {
   static native int metricInvalidate(long metric, long stopReason);
   static native int metricInvalidateWithTime(long metric, long stopReason, double time);
   static native int metricAddChild(long parent, long child);
-  static native int metricAddAnnotation(long metric, byte[] name, double time);
-  static native int metricAddStringTag(long metric, byte[] key, byte[] value);
-  static native int metricAddBoolTag(long metric, byte[] key, boolean value);
-  static native int metricAddInt16Tag(long metric, byte[] key, short value);
-  static native int metricAddInt32Tag(long metric, byte[] key, int value);
-  static native int metricAddInt64Tag(long metric, byte[] key, long value);
+  static native int metricAddAnnotation(long metric, String name, double time);
+  static native int metricAddStringTag(long metric, String key, String value);
+  static native int metricAddBoolTag(long metric, String key, boolean value);
+  static native int metricAddInt16Tag(long metric, String key, short value);
+  static native int metricAddInt32Tag(long metric, String key, int value);
+  static native int metricAddInt64Tag(long metric, String key, long value);
   static native int metricAddCompletion(long metric, Object completion);
   static native int metricShouldUpload(long metric, boolean[] shouldUpload);
   static native int metricIdentifiers(long metric, long[] traceAndSpanId);
-  static native int setPropagationHosts(Object[] hostsAsUtf8);
-  static native int metricPropagationHeaders(long metric, byte[] url, Object[] namesAndValues);
+  static native int setPropagationHosts(Object[] hosts);
+  static native int metricPropagationHeaders(long metric, String url, Object[] namesAndValues);
   static native int propagationHeadersForRequest(
-      long parent, byte[] url, long[] spanId, Object[] headers);
-  static native int endpointMetricCreate(byte[] url, byte[] method, double[] phaseTimes,
+      long parent, String url, long[] spanId, Object[] headers);
+  static native int endpointMetricCreate(String url, String method, double[] phaseTimes,
       long[] statusBytesAndReuse, long requestSpanId, long[] metric);
   static native int postApplicationEvent(int event);
   static native int metricObserveApplicationEvents(long metric);
-  static native int traceCreate(long metric, byte[] userId, byte[] platform, long[] trace);
+  static native int traceCreate(long metric, String userId, String platform, long[] trace);
   static native int traceRelease(long trace);
   static native int traceSpanCount(long trace, long[] count);
-  static native int traceEncode(long trace, int format, byte[] service, Object[] encoded);
-  static native int spoolCreate(byte[] path, long maximumBytes, int maximumAgeSeconds, long[] spool);
+  static native int traceEncode(long trace, int format, String service, Object[] encoded);
+  static native int spoolCreate(String path, long maximumBytes, int maximumAgeSeconds, long[] spool);
   static native int spoolRelease(long spool);
-  static native int reporterCreate(byte[] collectorURL, int format, byte[] service, boolean gzip,
+  static native int reporterCreate(String collectorURL, int format, String service, boolean gzip,
       Object[] headerNamesAndValues, long spool, long[] reporter);
   static native int reporterRelease(long reporter);
   static native int reporterReport(long reporter, long trace);

@@ -94,7 +94,7 @@ public final class OkHttpTracing {
       long[] spanId = new long[1];
       Object[] headers = new Object[1];
       QENPerformanceLoggerException.check(Native.propagationHeadersForRequest(state.parent.handle,
-          Utf8.bytes(request.url().toString(), "url"), spanId, headers), "propagationHeaders");
+          Arguments.required(request.url().toString(), "url"), spanId, headers), "propagationHeaders");
       if (spanId[0] == 0) {
         return request;  // a host the app did not list
       }
@@ -244,7 +244,7 @@ public final class OkHttpTracing {
         Request request = call.request();
         long[] made = new long[1];
         QENPerformanceLoggerException.check(Native.endpointMetricCreate(
-            Utf8.bytes(request.url().toString(), "url"), Utf8.bytes(request.method(), "method"),
+            Arguments.required(request.url().toString(), "url"), Arguments.required(request.method(), "method"),
             times, statusBytesAndReuse, state.sentSpanId, made), "callEnd");
         try (Metric endpoint = new Metric(made[0])) {
           state.parent.addChild(endpoint);

@@ -43,15 +43,15 @@ public final class Reporter implements AutoCloseable {
   private final NativeReleaser.Registration registration;
 
   public Reporter(Options options) {
-    List<byte[]> headers = new ArrayList<>();
+    List<String> headers = new ArrayList<>();
     options.headers.forEach((name, value) -> {
-      headers.add(Utf8.bytes(name, "header name"));
-      headers.add(Utf8.bytes(value, "header value"));
+      headers.add(Arguments.required(name, "header name"));
+      headers.add(Arguments.required(value, "header value"));
     });
     long[] made = new long[1];
     QENPerformanceLoggerException.check(Native.reporterCreate(
-        Utf8.bytes(options.collectorURL, "collectorURL"), options.format.ordinal(),
-        Utf8.bytes(options.service, "service"), options.gzip, headers.toArray(),
+        Arguments.required(options.collectorURL, "collectorURL"), options.format.ordinal(),
+        Arguments.required(options.service, "service"), options.gzip, headers.toArray(),
         options.spool == null ? 0 : options.spool.handle, made), "Reporter");
     handle = made[0];
     registration = NativeReleaser.register(this, handle, Native::reporterRelease);

@@ -12,7 +12,7 @@ public final class Spool implements AutoCloseable {
   /** 0 for a bound takes its default (8 MiB, seven days); a negative one is refused. */
   public Spool(String path, long maximumBytes, int maximumAgeSeconds) {
     long[] made = new long[1];
-    QENPerformanceLoggerException.check(Native.spoolCreate(Utf8.bytes(path, "path"), maximumBytes,
+    QENPerformanceLoggerException.check(Native.spoolCreate(Arguments.required(path, "path"), maximumBytes,
         maximumAgeSeconds, made), "Spool");
     handle = made[0];
     registration = NativeReleaser.register(this, handle, Native::spoolRelease);

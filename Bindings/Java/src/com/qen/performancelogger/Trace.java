@@ -8,9 +8,8 @@ public final class Trace implements AutoCloseable {
 
   Trace(Metric metric, String userId, String platform) {
     long[] made = new long[1];
-    byte[] user = userId == null ? null : Utf8.bytes(userId, "userId");
-    QENPerformanceLoggerException.check(Native.traceCreate(metric.handle, user,
-        Utf8.bytes(platform, "platform"), made), "export");
+    QENPerformanceLoggerException.check(Native.traceCreate(metric.handle, userId,
+        Arguments.required(platform, "platform"), made), "export");
     handle = made[0];
     registration = NativeReleaser.register(this, handle, Native::traceRelease);
   }
@@ -25,7 +24,7 @@ public final class Trace implements AutoCloseable {
   public byte[] encode(Format format, String service) {
     Object[] out = new Object[1];
     QENPerformanceLoggerException.check(Native.traceEncode(handle, format.ordinal(),
-        Utf8.bytes(service, "service"), out), "encode");
+        Arguments.required(service, "service"), out), "encode");
     return (byte[]) out[0];
   }
 

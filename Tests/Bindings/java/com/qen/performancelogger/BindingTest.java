@@ -29,7 +29,7 @@ class BindingTest {
       root.start(now - 1.0);
       root.addChild(request);
       request.start(now - 0.5);
-      request.addTag("http.path", "/feed \u00e9");
+      request.addTag("http.path", "/feed \u00e9 \uD800");  // a lone surrogate
       request.addTag("cached", true);
       request.addAnnotation("first_byte", now - 0.2);
       Metric.setPropagationHosts(List.of("api.example.com"));
@@ -42,7 +42,7 @@ class BindingTest {
       try (Trace trace = root.export(null, "android")) {
         assertEquals(2, trace.spanCount());
         String json = text(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"));
-        assertTrue(json.contains("\"http.path\":\"/feed \u00e9\""), json);
+        assertTrue(json.contains("\"http.path\":\"/feed \u00e9 \uFFFD\""), json);
         assertTrue(json.contains("\"serviceName\":\"java-app\""), json);
         assertTrue(text(trace.encode(Format.OTLP_JSON, "java-app")).contains("resourceSpans"));
       }
