@@ -7,7 +7,7 @@
 #include <mutex>
 
 // What a C handle names.
-enum class QENCHandleKind : std::uint8_t { kMetric = 1, kTrace, kSpool, kReporter };
+enum class QENCHandleKind : std::uint8_t { kMetric = 1, kTrace, kSpool, kReporter, kReporterOptions };
 
 // The objects the C interface has handed out, by id. An id holds a slot's index and the slot's
 // generation, which moves on twice in each life of the slot: to an odd number when an object is

@@ -3,9 +3,12 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -28,6 +31,12 @@ struct Trace {
   Metric::SpanList spans;
 };
 
+// What a QENCReporterOptions names: the reporter's options, set under a lock of their own.
+struct ReporterOptions {
+  std::mutex mutex;
+  QENSpanReporterOptions options;
+};
+
 template <class Object>
 constexpr QENCHandleKind kindOf();
 template <>
@@ -45,6 +54,10 @@ constexpr QENCHandleKind kindOf<QENSpanSpool>() {
 template <>
 constexpr QENCHandleKind kindOf<QENSpanReporter>() {
   return QENCHandleKind::kReporter;
+}
+template <>
+constexpr QENCHandleKind kindOf<ReporterOptions>() {
+  return QENCHandleKind::kReporterOptions;
 }
 
 void reportInvalidHandle(std::uint64_t id, const char* function) {
@@ -701,49 +714,255 @@ QENCStatus QENCSpoolRelease(QENCSpool spool) {
 
 namespace {
 
-// The reporter's options from the C ones; InvalidArgument or InvalidHandle on a bad one.
-QENCStatus reporterOptions(const QENCReporterOptions& given, QENSpanReporterOptions& options,
-                           const char* function) {
-  const auto url = stringOf(given.collectorURL, given.collectorURLLength);
-  const auto service = stringOf(given.service, given.serviceLength);
-  if (!url || !service || !isFormat(given.format) || given.format == QENCFormatChromeTrace ||
-      (given.headers == nullptr && given.headerCount != 0)) {
-    return invalidArgument(function, "collectorURL, service, format or headers");
-  }
-  options.collectorURL = *url;
-  options.encoding.format = encodingFormatOf(given.format);
-  options.encoding.reading.serviceName = *service;
-  options.encoding.gzip = given.gzip;
-  for (std::size_t index = 0; index < given.headerCount; ++index) {
-    const QENCHeader& header = given.headers[index];
-    const auto name = stringOf(header.name, header.nameLength);
-    const auto value = stringOf(header.value, header.valueLength);
-    if (!name || !value) {
-      return invalidArgument(function, "header");
-    }
-    options.headers.emplace_back(*name, *value);
-  }
-  if (given.spool.id != 0) {
-    options.spool = resolve<QENSpanSpool>(given.spool.id, function);
-    if (options.spool == nullptr) {
+// Runs `change` on the options a handle names, under their lock.
+template <class Change>
+QENCStatus withOptions(QENCReporterOptions handle, const char* function, Change&& change) noexcept {
+  return guarded(function, [&] {
+    const auto pinned = pin<ReporterOptions>(handle.id, function);
+    if (!pinned) {
       return QENCStatusInvalidHandle;
     }
+    auto& target = *static_cast<ReporterOptions*>(pinned.object());
+    const std::lock_guard guard(target.mutex);
+    return change(target.options);
+  });
+}
+
+// Durations past a month are refused: no setting means that much, and a time point moved by the
+// largest duration would overflow.
+constexpr std::uint64_t kLongestMilliseconds = 30ull * 24 * 3600 * 1000;
+
+// Sets one limit, or says why it cannot; `floor` is the least value the setting takes.
+QENCStatus setLimit(QENSpanReporterOptions& options, QENCReporterLimit limit, std::uint64_t value,
+                    const char* function) {
+  using std::chrono::milliseconds;
+  const auto number = [&](auto& setting, std::uint64_t floor, std::uint64_t ceiling) {
+    if (value < floor || value > ceiling) {
+      return invalidArgument(function, "value");
+    }
+    setting = static_cast<std::remove_reference_t<decltype(setting)>>(value);
+    return QENCStatusOK;
+  };
+  const auto duration = [&](milliseconds& setting, std::uint64_t floor) {
+    std::int64_t count = 0;
+    const QENCStatus status = number(count, floor, kLongestMilliseconds);
+    setting = status == QENCStatusOK ? milliseconds(count) : setting;
+    return status;
+  };
+  constexpr std::uint64_t kAny = UINT64_MAX;
+  auto& reading = options.encoding.reading;
+  switch (limit) {
+    case QENCLimitMaximumSpansPerReport:
+      return number(options.maximumSpansPerReport, 1, kAny);
+    case QENCLimitMaximumSpansPerMinute:
+      return number(options.maximumSpansPerMinute, 0, kAny);
+    case QENCLimitMaximumQueuedSpans:
+      return number(options.maximumQueuedSpans, 1, kAny);
+    case QENCLimitMaximumBatchSpans:
+      return number(options.maximumBatchSpans, 1, kAny);
+    case QENCLimitMaximumBatchBytes:
+      return number(options.maximumBatchBytes, 1, kAny);
+    case QENCLimitMaximumTagsPerSpan:
+      return number(reading.maximumTagsPerSpan, QENSpanReading::kLeastTagsPerSpan, kAny);
+    case QENCLimitMaximumTagValueBytes:
+      return number(reading.maximumTagValueBytes, QENSpanReading::kLeastTagValueBytes, kAny);
+    case QENCLimitMaximumRetries:
+      return number(options.maximumRetries, 0, INT32_MAX);
+    case QENCLimitFlushIntervalMilliseconds:
+      return duration(options.flushInterval, 0);
+    case QENCLimitInitialBackoffMilliseconds:
+      return duration(options.initialBackoff, 0);
+    case QENCLimitMaximumBackoffMilliseconds:
+      return duration(options.maximumBackoff, 0);
+    case QENCLimitMaximumRetryAfterMilliseconds:
+      return duration(options.maximumRetryAfter, 0);
+    case QENCLimitRequestTimeoutMilliseconds:
+      return duration(options.requestTimeout, 1);
+    case QENCLimitShutdownMilliseconds:
+      return duration(options.destructionShutdownLimit, 0);
   }
-  return QENCStatusOK;
+  return invalidArgument(function, "limit");
+}
+
+bool isHeaderName(std::string_view name) {
+  return !name.empty() && name.find_first_of(":\r\n") == std::string_view::npos;
 }
 
 }  // namespace
 
-QENCStatus QENCReporterCreate(const QENCReporterOptions* options, QENCReporter* reporter) {
+// What a tag filter is handed: the value, which it may replace.
+struct QENCTagValue {
+  std::string& text;
+};
+
+QENCStatus QENCReporterOptionsCreate(const char* collectorURL, size_t collectorURLLength,
+                                     QENCReporterOptions* options) {
   const char* const function = __func__;
   return guarded(function, [&] {
-    if (options == nullptr || reporter == nullptr) {
-      return invalidArgument(function, options == nullptr ? "options" : "reporter");
+    const auto url = stringOf(collectorURL, collectorURLLength);
+    if (options == nullptr || !url || url->empty()) {
+      return invalidArgument(function, options == nullptr ? "options" : "collectorURL");
+    }
+    auto made = std::make_shared<ReporterOptions>();
+    made->options.collectorURL = *url;
+    return handOut<ReporterOptions>(std::move(made), options->id, function);
+  });
+}
+
+QENCStatus QENCReporterOptionsRelease(QENCReporterOptions options) {
+  const char* const function = __func__;
+  return guarded(function, [&] { return release<ReporterOptions>(options.id, function); });
+}
+
+QENCStatus QENCReporterOptionsSetFormat(QENCReporterOptions options, QENCFormat format, bool gzip) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    if (!isFormat(format) || format == QENCFormatChromeTrace) {
+      return invalidArgument(function, "format");
+    }
+    target.encoding.format = encodingFormatOf(format);
+    target.encoding.gzip = gzip;
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterOptionsSetService(QENCReporterOptions options, const char* service,
+                                         size_t serviceLength) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    const auto text = stringOf(service, serviceLength);
+    if (!text) {
+      return invalidArgument(function, "service");
+    }
+    target.encoding.reading.serviceName = *text;
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterOptionsAddHeader(QENCReporterOptions options, const char* name,
+                                        size_t nameLength, const char* value, size_t valueLength) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    const auto nameText = stringOf(name, nameLength);
+    const auto valueText = stringOf(value, valueLength);
+    if (!nameText || !valueText || !isHeaderName(*nameText) ||
+        valueText->find_first_of("\r\n") != std::string::npos) {
+      return invalidArgument(function, "header");
+    }
+    target.headers.emplace_back(*nameText, *valueText);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterOptionsSetSpool(QENCReporterOptions options, QENCSpool spool) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    auto resolved = spool.id == 0 ? nullptr : resolve<QENSpanSpool>(spool.id, function);
+    if (spool.id != 0 && resolved == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    target.spool = std::move(resolved);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterOptionsSetConsent(QENCReporterOptions options, QENCConsent consent) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    if (consent < QENCConsentPending || consent > QENCConsentNotGranted) {
+      return invalidArgument(function, "consent");
+    }
+    constexpr QENTelemetryConsent kConsents[] = {QENTelemetryConsent::kPending,
+                                                 QENTelemetryConsent::kGranted,
+                                                 QENTelemetryConsent::kNotGranted};
+    target.consent = kConsents[consent];
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterOptionsAddKeptQueryKey(QENCReporterOptions options, const char* key,
+                                              size_t keyLength) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    const auto text = stringOf(key, keyLength);
+    if (!text) {
+      return invalidArgument(function, "key");
+    }
+    target.encoding.reading.scrubbing.keptQueryKeys.push_back(*text);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterOptionsSetLimit(QENCReporterOptions options, QENCReporterLimit limit,
+                                       uint64_t value) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    return setLimit(target, limit, value, function);
+  });
+}
+
+QENCStatus QENCReporterOptionsSetDeviceThresholds(QENCReporterOptions options,
+                                                  double minimumBatteryLevel,
+                                                  bool pausesOnMeteredNetwork) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    if (!(minimumBatteryLevel >= 0 && minimumBatteryLevel <= 1)) {  // NaN too
+      return invalidArgument(function, "minimumBatteryLevel");
+    }
+    target.minimumBatteryLevel = minimumBatteryLevel;
+    target.pausesOnMeteredNetwork = pausesOnMeteredNetwork;
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCReporterOptionsSetTagFilter(QENCReporterOptions options, QENCTagFilter filter,
+                                           QENCRelease release, void* userData) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    if (filter == nullptr) {
+      return invalidArgument(function, "filter");
+    }
+    // Released when the last reporter made with these options, and the options, have let go.
+    const std::shared_ptr<void> releasedOnce(userData, [release](void* data) {
+      if (release != nullptr) {
+        release(data);
+      }
+    });
+    target.encoding.reading.scrubbing.tagFilter = [filter, releasedOnce](std::string_view key,
+                                                                         std::string& value) {
+      QENCTagValue tagValue{value};
+      return filter(releasedOnce.get(), key.data(), key.size(), &tagValue);
+    };
+    return QENCStatusOK;
+  });
+}
+
+void QENCTagValueRead(const QENCTagValue* value, const char** text, size_t* length) {
+  if (value != nullptr && text != nullptr && length != nullptr) {
+    *text = value->text.data();
+    *length = value->text.size();
+  }
+}
+
+void QENCTagValueReplace(QENCTagValue* value, const char* text, size_t length) {
+  if (value != nullptr && (text != nullptr || length == 0)) {
+    value->text.assign(text == nullptr ? "" : text, length);
+  }
+}
+
+QENCStatus QENCReporterCreate(QENCReporterOptions options, QENCReporter* reporter) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    if (reporter == nullptr) {
+      return invalidArgument(function, "reporter");
     }
     QENSpanReporterOptions made;
-    if (const QENCStatus status = reporterOptions(*options, made, function);
-        status != QENCStatusOK) {
-      return status;
+    const QENCStatus copied = withOptions(options, function, [&](QENSpanReporterOptions& given) {
+      made = given;
+      return QENCStatusOK;
+    });
+    if (copied != QENCStatusOK) {
+      return copied;
     }
     return handOut<QENSpanReporter>(QENSpanReporter::makeReleasedInBackground(std::move(made)),
                                     reporter->id, function);

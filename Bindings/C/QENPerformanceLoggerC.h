@@ -243,24 +243,85 @@ QENC_EXPORT QENCStatus QENCSpoolCreate(const char* path, size_t pathLength, uint
                                        uint32_t maximumAgeSeconds, QENCSpool* spool);
 QENC_EXPORT QENCStatus QENCSpoolRelease(QENCSpool spool);
 
-typedef struct QENCHeader {
-  const char* name;
-  size_t nameLength;
-  const char* value;
-  size_t valueLength;
-} QENCHeader;
+/* Whether the user lets telemetry leave the device; a reporter starts granted. Pending keeps
+ * spans (in the spool, else in the queue) and sends none; granted sends them; not granted keeps
+ * none, and what the spool held is deleted when QENCReporterSetConsent returns. */
+typedef QENC_ENUM(QENCConsent){QENCConsentPending = 0, QENCConsentGranted = 1,
+                               QENCConsentNotGranted = 2} QENCConsent;
 
+/* What a reporter is made with: an object of the library's rather than a struct, so that a setting
+ * added later (a setter, or a value of QENCReporterLimit) breaks no compiled caller. Made with the
+ * collector's URL; every other setting keeps the reporter's default until set. QENCReporterCreate
+ * copies what it holds, so it may be released, or set again for another reporter, at once. A
+ * setter refuses a value the reporter cannot take (below the setting's floor, a format it does not
+ * send) with QENCStatusInvalidArgument and keeps what it had. Setters on one options object from
+ * two threads at once are serialised. */
 typedef struct QENCReporterOptions {
-  const char* collectorURL;
-  size_t collectorURLLength;
-  QENCFormat format; /* not QENCFormatChromeTrace */
-  const char* service;
-  size_t serviceLength;
-  bool gzip;
-  const QENCHeader* headers; /* sent with every request; copied */
-  size_t headerCount;
-  QENCSpool spool; /* id 0: none */
+  uint64_t id;
 } QENCReporterOptions;
+QENC_EXPORT QENCStatus QENCReporterOptionsCreate(const char* collectorURL,
+                                                 size_t collectorURLLength,
+                                                 QENCReporterOptions* options);
+QENC_EXPORT QENCStatus QENCReporterOptionsRelease(QENCReporterOptions options);
+/* Zipkin v2 JSON, gzipped, by default; not QENCFormatChromeTrace. */
+QENC_EXPORT QENCStatus QENCReporterOptionsSetFormat(QENCReporterOptions options, QENCFormat format,
+                                                    bool gzip);
+/* The service every span belongs to; the platform's name ("android", "ios") until set. */
+QENC_EXPORT QENCStatus QENCReporterOptionsSetService(QENCReporterOptions options,
+                                                     const char* service, size_t serviceLength);
+/* Sent with every request besides Content-Type, Content-Encoding and User-Agent; copied. A name
+ * with a colon or a line break anywhere is refused. */
+QENC_EXPORT QENCStatus QENCReporterOptionsAddHeader(QENCReporterOptions options, const char* name,
+                                                    size_t nameLength, const char* value,
+                                                    size_t valueLength);
+/* A reporter made with it keeps the spool open as long as it needs it. */
+QENC_EXPORT QENCStatus QENCReporterOptionsSetSpool(QENCReporterOptions options, QENCSpool spool);
+QENC_EXPORT QENCStatus QENCReporterOptionsSetConsent(QENCReporterOptions options,
+                                                     QENCConsent consent);
+/* Query keys whose values the URL scrubbing keeps, matched exactly as written. */
+QENC_EXPORT QENCStatus QENCReporterOptionsAddKeptQueryKey(QENCReporterOptions options,
+                                                          const char* key, size_t keyLength);
+
+/* The numbers a reporter works within, each with its floor; the durations in milliseconds. */
+typedef QENC_ENUM(QENCReporterLimit){
+    QENCLimitMaximumSpansPerReport = 0,          /* 1000, at least 1 */
+    QENCLimitMaximumSpansPerMinute = 1,          /* 0: no rate limit */
+    QENCLimitMaximumQueuedSpans = 2,             /* 10000, at least 1 */
+    QENCLimitMaximumBatchSpans = 3,              /* 100, at least 1 */
+    QENCLimitMaximumBatchBytes = 4,              /* 512 KiB, at least 1 */
+    QENCLimitMaximumTagsPerSpan = 5,             /* 64, at least 1 */
+    QENCLimitMaximumTagValueBytes = 6,           /* 4096, at least 16 */
+    QENCLimitMaximumRetries = 7,                 /* 4, at most 2^31 - 1 */
+    QENCLimitFlushIntervalMilliseconds = 8,      /* 1000 */
+    QENCLimitInitialBackoffMilliseconds = 9,     /* 100 */
+    QENCLimitMaximumBackoffMilliseconds = 10,    /* 5000, at least the initial back-off */
+    QENCLimitMaximumRetryAfterMilliseconds = 11, /* ten minutes */
+    QENCLimitRequestTimeoutMilliseconds = 12,    /* 5000, at least 1 */
+    QENCLimitShutdownMilliseconds = 13           /* 5000: what a release gives the shutdown */
+} QENCReporterLimit;
+QENC_EXPORT QENCStatus QENCReporterOptionsSetLimit(QENCReporterOptions options,
+                                                   QENCReporterLimit limit, uint64_t value);
+/* Sending also pauses below `minimumBatteryLevel` (0 to 1; 0.1 by default) when not charging, and
+ * on a metered network when `pausesOnMeteredNetwork`. */
+QENC_EXPORT QENCStatus QENCReporterOptionsSetDeviceThresholds(QENCReporterOptions options,
+                                                              double minimumBatteryLevel,
+                                                              bool pausesOnMeteredNetwork);
+
+/* The host's say over each tag about to leave (after URL scrubbing), and over each span's name
+ * (key "span.name"): return false to drop the tag (a name refused leaves as "redacted"), or call
+ * QENCTagValueReplace to change its value. It runs on the reporter's thread, or a watcher's, and
+ * may run on two at once. `release` (may be NULL) runs once with `userData` when no reporter made
+ * with these options can call the filter any more. */
+typedef struct QENCTagValue QENCTagValue;
+typedef bool (*QENCTagFilter)(void* userData, const char* key, size_t keyLength,
+                              QENCTagValue* value);
+QENC_EXPORT QENCStatus QENCReporterOptionsSetTagFilter(QENCReporterOptions options,
+                                                       QENCTagFilter filter, QENCRelease release,
+                                                       void* userData);
+/* The value as text, as the JSON formats write it; valid until the filter returns. */
+QENC_EXPORT void QENCTagValueRead(const QENCTagValue* value, const char** text, size_t* length);
+/* The value leaves as this string instead; copied. */
+QENC_EXPORT void QENCTagValueReplace(QENCTagValue* value, const char* text, size_t length);
 
 typedef struct QENCReporterCounters {
   uint64_t accepted;
@@ -272,8 +333,7 @@ typedef struct QENCReporterCounters {
 /* A reporter sends on a thread of its own; the caller owns *reporter. Releasing it returns at once:
  * its shutdown, within 5 s, goes on on a thread of the library's (QENCReporterShutdown waits for
  * it, for a caller that wants to). */
-QENC_EXPORT QENCStatus QENCReporterCreate(const QENCReporterOptions* options,
-                                          QENCReporter* reporter);
+QENC_EXPORT QENCStatus QENCReporterCreate(QENCReporterOptions options, QENCReporter* reporter);
 QENC_EXPORT QENCStatus QENCReporterRelease(QENCReporter reporter);
 /* Queues the trace's spans and returns at once; the trace stays the caller's. */
 QENC_EXPORT QENCStatus QENCReporterReport(QENCReporter reporter, QENCTrace trace);
@@ -284,11 +344,6 @@ QENC_EXPORT QENCStatus QENCReporterShutdown(QENCReporter reporter, uint32_t limi
 QENC_EXPORT QENCStatus QENCReporterGetCounters(QENCReporter reporter,
                                                QENCReporterCounters* counters);
 
-/* Whether the user lets telemetry leave the device; a reporter starts granted. Pending keeps
- * spans (in the spool, else in the queue) and sends none; granted sends them; not granted keeps
- * none, and what the spool held is deleted when this returns. */
-typedef QENC_ENUM(QENCConsent){QENCConsentPending = 0, QENCConsentGranted = 1,
-                               QENCConsentNotGranted = 2} QENCConsent;
 QENC_EXPORT QENCStatus QENCReporterSetConsent(QENCReporter reporter, QENCConsent consent);
 
 /* What the host knows of the device. Sending pauses while offline, in power-save, or under 10 %

@@ -174,22 +174,87 @@ static void checkExport(QENCTrace trace) {
   QENCBufferRelease(NULL);
 }
 
+// A host's tag filter: it rewrites the request's path and drops its retries.
+struct Filter {
+  pthread_mutex_t mutex;
+  pthread_cond_t released;
+  int calls;
+  int releases;
+};
+
+static bool rewritePath(void* userData, const char* key, size_t keyLength, QENCTagValue* value) {
+  struct Filter* filter = userData;
+  const char* text = NULL;
+  size_t length = 0;
+  QENCTagValueRead(value, &text, &length);
+  if (keyLength == 9 && memcmp(key, "http.path", 9) == 0 && length == 5)
+    QENCTagValueReplace(value, TEXT("/rewritten-by-c"));
+  pthread_mutex_lock(&filter->mutex);
+  ++filter->calls;
+  pthread_mutex_unlock(&filter->mutex);
+  return keyLength != 7 || memcmp(key, "retries", 7) != 0;
+}
+
+static void releaseFilter(void* userData) {
+  struct Filter* filter = userData;
+  pthread_mutex_lock(&filter->mutex);
+  ++filter->releases;
+  pthread_cond_signal(&filter->released);
+  pthread_mutex_unlock(&filter->mutex);
+}
+
+// Whether the file, or the write-ahead log beside it, holds `text`.
+static int onDisk(const char* path, const char* text) {
+  char walPath[4096];
+  snprintf(walPath, sizeof walPath, "%s-wal", path);
+  const char* files[] = {path, walPath};
+  for (int index = 0; index < 2; ++index) {
+    FILE* file = fopen(files[index], "rb");
+    static uint8_t bytes[1 << 20];
+    const size_t read = file != NULL ? fread(bytes, 1, sizeof bytes, file) : 0;
+    if (file != NULL)
+      fclose(file);
+    const QENCBuffer buffer = {bytes, read};
+    if (contains(&buffer, text))
+      return 1;
+  }
+  return 0;
+}
+
+// Every option group set from C reaches the reporter: what it keeps on disk says so.
 static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   QENCSpool spool;
   OK(QENCSpoolCreate(spoolPath, strlen(spoolPath), 0, 60, &spool));
-  const QENCHeader header = {TEXT("Authorization"), TEXT("Bearer c")};
+  QENCReporterOptions options;
   // Nothing listens on port 9 of loopback: every attempt fails, and the spool keeps the spans.
-  QENCReporterOptions options = {TEXT("http://127.0.0.1:9/api/v2/spans"),
-                                 QENCFormatZipkinV2JSON,
-                                 TEXT("c-app"),
-                                 true,
-                                 &header,
-                                 1,
-                                 spool};
+  OK(QENCReporterOptionsCreate(TEXT("http://127.0.0.1:9/api/v2/spans"), &options));
+  OK(QENCReporterOptionsSetFormat(options, QENCFormatZipkinV2JSON, false));
+  OK(QENCReporterOptionsSetService(options, TEXT("c-app")));
+  OK(QENCReporterOptionsAddHeader(options, TEXT("Authorization"), TEXT("Bearer c")));
+  OK(QENCReporterOptionsSetSpool(options, spool));
+  OK(QENCReporterOptionsSetConsent(options, QENCConsentPending));
+  OK(QENCReporterOptionsAddKeptQueryKey(options, TEXT("size")));
+  OK(QENCReporterOptionsSetLimit(options, QENCLimitMaximumTagsPerSpan, 3));
+  OK(QENCReporterOptionsSetDeviceThresholds(options, 0.2, true));
+  struct Filter filter = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, 0};
+  OK(QENCReporterOptionsSetTagFilter(options, rewritePath, releaseFilter, &filter));
+  CHECK(QENCReporterOptionsSetFormat(options, QENCFormatChromeTrace, false) ==
+        QENCStatusInvalidArgument);
+  CHECK(QENCReporterOptionsSetLimit(options, QENCLimitMaximumTagValueBytes, 15) ==
+        QENCStatusInvalidArgument);
+  CHECK(QENCReporterOptionsSetLimit(options, QENCLimitFlushIntervalMilliseconds, UINT64_MAX) ==
+        QENCStatusInvalidArgument);
+  CHECK(QENCReporterOptionsSetLimit(options, (QENCReporterLimit)14, 1) ==
+        QENCStatusInvalidArgument);
+  CHECK(QENCReporterOptionsAddHeader(options, TEXT("X-Bad:"), TEXT("1")) ==
+        QENCStatusInvalidArgument);
+  CHECK(QENCReporterOptionsSetDeviceThresholds(options, NAN, false) == QENCStatusInvalidArgument);
+  CHECK(QENCReporterOptionsSetConsent(options, (QENCConsent)3) == QENCStatusInvalidArgument);
   QENCReporter reporter;
-  OK(QENCReporterCreate(&options, &reporter));
-  OK(QENCSpoolRelease(spool));  // the reporter keeps it open
-  // Offline and pending: nothing is tried, and the spool keeps the spans all the same.
+  OK(QENCReporterCreate(options, &reporter));
+  OK(QENCReporterOptionsRelease(options));  // the reporter took a copy
+  OK(QENCSpoolRelease(spool));              // and keeps the spool open
+  CHECK(QENCReporterCreate(options, &reporter) == QENCStatusInvalidHandle);
   const QENCDeviceConditions offline = {false, false, false, -1, false};
   OK(QENCReporterSetDeviceConditions(reporter, &offline));
   CHECK(QENCReporterSetDeviceConditions(reporter, NULL) == QENCStatusInvalidArgument);
@@ -202,13 +267,14 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   OK(QENCReporterGetCounters(reporter, &counters));
   CHECK(counters.accepted == 2 && counters.persisted == 2 && counters.delivered == 0);
   CHECK(QENCReporterGetCounters(reporter, NULL) == QENCStatusInvalidArgument);
+  CHECK(onDisk(spoolPath, "/rewritten-by-c") && onDisk(spoolPath, "qen.dropped_tags") &&
+        onDisk(spoolPath, "c-app") && !onDisk(spoolPath, "\"retries\""));
   OK(QENCReporterRelease(reporter));
-
-  options.format = QENCFormatChromeTrace;
-  CHECK(QENCReporterCreate(&options, &reporter) == QENCStatusInvalidArgument);
-  options.format = QENCFormatZipkinV2JSON;
-  CHECK(QENCReporterCreate(&options, &reporter) == QENCStatusInvalidHandle);  // released spool
-  CHECK(QENCReporterCreate(NULL, &reporter) == QENCStatusInvalidArgument);
+  pthread_mutex_lock(&filter.mutex);
+  while (filter.releases == 0)  // once the reporter, on a thread of its own, has gone
+    pthread_cond_wait(&filter.released, &filter.mutex);
+  pthread_mutex_unlock(&filter.mutex);
+  CHECK(filter.calls > 0 && filter.releases == 1);
 }
 
 // A request timed by a network stack, traced under a screen that hears the app go to the

@@ -319,9 +319,8 @@ jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jstring url
 
 // Timing: the eleven phase times (NaN for absent) then status, header bytes, body bytes and 1 for
 // a reused connection.
-jint endpointMetricCreate(JNIEnv* env, jclass, jstring url, jstring method,
-                          jdoubleArray times, jlongArray counts, jlong requestSpanId,
-                          jlongArray out) {
+jint endpointMetricCreate(JNIEnv* env, jclass, jstring url, jstring method, jdoubleArray times,
+                          jlongArray counts, jlong requestSpanId, jlongArray out) {
   const Text urlText(env, url);
   const Text methodText(env, method);
   double phase[11];
@@ -355,8 +354,7 @@ jint metricObserveApplicationEvents(JNIEnv*, jclass, jlong id) {
 
 // MARK: - Export
 
-jint traceCreate(JNIEnv* env, jclass, jlong id, jstring userId, jstring platform,
-                 jlongArray out) {
+jint traceCreate(JNIEnv* env, jclass, jlong id, jstring userId, jstring platform, jlongArray out) {
   const Text user(env, userId);
   const Text platformText(env, platform);
   QENCTrace made{};
@@ -424,28 +422,74 @@ jint spoolRelease(JNIEnv*, jclass, jlong id) {
   return QENCSpoolRelease(spool(id));
 }
 
-jint reporterCreate(JNIEnv* env, jclass, jstring url, jint format, jstring service,
-                    jboolean gzip, jobjectArray headerTexts, jlong spoolId, jlongArray out) {
-  const Text urlText(env, url);
-  const Text serviceText(env, service);
+// The strings of a Java array, each read once.
+std::vector<Text> textsOf(JNIEnv* env, jobjectArray array) {
   std::vector<Text> texts;
-  const jsize textCount = headerTexts != nullptr ? env->GetArrayLength(headerTexts) : 0;
-  for (jsize index = 0; index < textCount; ++index) {
-    auto element = static_cast<jstring>(env->GetObjectArrayElement(headerTexts, index));
+  const jsize count = array != nullptr ? env->GetArrayLength(array) : 0;
+  for (jsize index = 0; index < count; ++index) {
+    auto element = static_cast<jstring>(env->GetObjectArrayElement(array, index));
     texts.emplace_back(env, element);
     env->DeleteLocalRef(element);
   }
-  std::vector<QENCHeader> headers;
-  for (std::size_t index = 0; index + 1 < texts.size(); index += 2) {
-    headers.push_back({texts[index].data(), texts[index].size(), texts[index + 1].data(),
-                       texts[index + 1].size()});
+  return texts;
+}
+
+// Applies to `options` what Java set: headers and kept query keys as strings, limits as pairs of
+// a QENCReporterLimit and its value; the first refusal ends it.
+QENCStatus applyOptions(JNIEnv* env, QENCReporterOptions options, jint format, jstring service,
+                        jboolean gzip, jobjectArray headerTexts, jlong spoolId, jlongArray limits,
+                        jobjectArray keptQueryKeys, jint consent, jdouble minimumBatteryLevel,
+                        jboolean pausesOnMeteredNetwork) {
+  const Text serviceText(env, service);
+  QENCStatus status =
+      QENCReporterOptionsSetFormat(options, static_cast<QENCFormat>(format), gzip == JNI_TRUE);
+  const auto keep = [&](QENCStatus next) { status = status == QENCStatusOK ? next : status; };
+  keep(QENCReporterOptionsSetService(options, serviceText.data(), serviceText.size()));
+  const std::vector<Text> headers = textsOf(env, headerTexts);
+  for (std::size_t index = 0; index + 1 < headers.size(); index += 2) {
+    keep(QENCReporterOptionsAddHeader(options, headers[index].data(), headers[index].size(),
+                                      headers[index + 1].data(), headers[index + 1].size()));
   }
-  const QENCReporterOptions options{
-      urlText.data(),     urlText.size(),     static_cast<QENCFormat>(format),
-      serviceText.data(), serviceText.size(), gzip == JNI_TRUE,
-      headers.data(),     headers.size(),     spool(spoolId)};
+  for (const Text& key : textsOf(env, keptQueryKeys)) {
+    keep(QENCReporterOptionsAddKeptQueryKey(options, key.data(), key.size()));
+  }
+  const jsize limitCount = limits != nullptr ? env->GetArrayLength(limits) : 0;
+  std::vector<jlong> pairs(static_cast<std::size_t>(limitCount));
+  if (limitCount > 0) {
+    env->GetLongArrayRegion(limits, 0, limitCount, pairs.data());
+  }
+  for (std::size_t index = 0; index + 1 < pairs.size(); index += 2) {
+    keep(pairs[index + 1] < 0
+             ? QENCStatusInvalidArgument
+             : QENCReporterOptionsSetLimit(options, static_cast<QENCReporterLimit>(pairs[index]),
+                                           static_cast<std::uint64_t>(pairs[index + 1])));
+  }
+  keep(QENCReporterOptionsSetConsent(options, static_cast<QENCConsent>(consent)));
+  keep(QENCReporterOptionsSetDeviceThresholds(options, minimumBatteryLevel,
+                                              pausesOnMeteredNetwork == JNI_TRUE));
+  if (spoolId != 0) {
+    keep(QENCReporterOptionsSetSpool(options, spool(spoolId)));
+  }
+  return status;
+}
+
+jint reporterCreate(JNIEnv* env, jclass, jstring url, jint format, jstring service, jboolean gzip,
+                    jobjectArray headerTexts, jlong spoolId, jlongArray limits,
+                    jobjectArray keptQueryKeys, jint consent, jdouble minimumBatteryLevel,
+                    jboolean pausesOnMeteredNetwork, jlongArray out) {
+  const Text urlText(env, url);
+  QENCReporterOptions options{};
+  QENCStatus status = QENCReporterOptionsCreate(urlText.data(), urlText.size(), &options);
+  if (status != QENCStatusOK) {
+    return status;
+  }
+  status = applyOptions(env, options, format, service, gzip, headerTexts, spoolId, limits,
+                        keptQueryKeys, consent, minimumBatteryLevel, pausesOnMeteredNetwork);
   QENCReporter made{};
-  const QENCStatus status = QENCReporterCreate(&options, &made);
+  if (status == QENCStatusOK) {
+    status = QENCReporterCreate(options, &made);
+  }
+  QENCReporterOptionsRelease(options);
   if (status == QENCStatusOK) {
     setLong(env, out, static_cast<std::int64_t>(made.id));
   }
@@ -536,7 +580,9 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(traceEncode, "(JILjava/lang/String;[Ljava/lang/Object;)I"),
     QENJ_METHOD(spoolCreate, "(Ljava/lang/String;JI[J)I"),
     QENJ_METHOD(spoolRelease, "(J)I"),
-    QENJ_METHOD(reporterCreate, "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;J[J)I"),
+    QENJ_METHOD(
+        reporterCreate,
+        "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;J[J[Ljava/lang/Object;IDZ[J)I"),
     QENJ_METHOD(reporterRelease, "(J)I"),
     QENJ_METHOD(reporterReport, "(JJ)I"),
     QENJ_METHOD(reporterShutdown, "(JI[Z)I"),

@@ -7,11 +7,11 @@ package com.qen.performancelogger;
 final class Arguments {
   private Arguments() {}
 
-  /** The string; a null one is a NullPointerException naming the argument. */
-  static String required(String text, String argument) {
-    if (text == null) {
+  /** The argument; a null one is a NullPointerException naming it. */
+  static <T> T required(T value, String argument) {
+    if (value == null) {
       throw new NullPointerException(argument + " must not be null");
     }
-    return text;
+    return value;
   }
 }

@@ -77,8 +77,10 @@ final class Native {
   static native int traceEncode(long trace, int format, String service, Object[] encoded);
   static native int spoolCreate(String path, long maximumBytes, int maximumAgeSeconds, long[] spool);
   static native int spoolRelease(long spool);
+  /** Limits in pairs of a Reporter.Limit's ordinal and its value. */
   static native int reporterCreate(String collectorURL, int format, String service, boolean gzip,
-      Object[] headerNamesAndValues, long spool, long[] reporter);
+      Object[] headerNamesAndValues, long spool, long[] limits, Object[] keptQueryKeys,
+      int consent, double minimumBatteryLevel, boolean pausesOnMeteredNetwork, long[] reporter);
   static native int reporterRelease(long reporter);
   static native int reporterReport(long reporter, long trace);
   static native int reporterShutdown(long reporter, int limitMilliseconds, boolean[] delivered);

@@ -2,6 +2,7 @@ package com.qen.performancelogger;
 
 import java.time.Duration;
 import java.util.ArrayList;
+import java.util.EnumMap;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -19,6 +20,23 @@ public final class Reporter implements AutoCloseable {
     public boolean gzip = true;
     public final Map<String, String> headers = new LinkedHashMap<>();
     public Spool spool;
+    /** Until {@link #setConsent}: granted by default; an app that asks its users starts pending. */
+    public Consent consent = Consent.GRANTED;
+    /** Query keys whose values URL scrubbing keeps, matched exactly. */
+    public final List<String> keptQueryKeys = new ArrayList<>();
+    /** Limits other than the reporter's defaults; a value below a limit's floor is refused. */
+    public final Map<Limit, Long> limits = new EnumMap<>(Limit.class);
+    /** Sending also pauses below this battery level (0 to 1) when not charging. */
+    public double minimumBatteryLevel = 0.1;
+    public boolean pausesOnMeteredNetwork = false;
+  }
+
+  /** The numbers a reporter works within (the C interface's QENCReporterLimit, in its order). */
+  public enum Limit {
+    MAXIMUM_SPANS_PER_REPORT, MAXIMUM_SPANS_PER_MINUTE, MAXIMUM_QUEUED_SPANS, MAXIMUM_BATCH_SPANS,
+    MAXIMUM_BATCH_BYTES, MAXIMUM_TAGS_PER_SPAN, MAXIMUM_TAG_VALUE_BYTES, MAXIMUM_RETRIES,
+    FLUSH_INTERVAL_MILLISECONDS, INITIAL_BACKOFF_MILLISECONDS, MAXIMUM_BACKOFF_MILLISECONDS,
+    MAXIMUM_RETRY_AFTER_MILLISECONDS, REQUEST_TIMEOUT_MILLISECONDS, SHUTDOWN_MILLISECONDS
   }
 
   /**
@@ -49,10 +67,19 @@ public final class Reporter implements AutoCloseable {
       headers.add(Arguments.required(value, "header value"));
     });
     long[] made = new long[1];
+    long[] limits = new long[options.limits.size() * 2];
+    int next = 0;
+    for (Map.Entry<Limit, Long> limit : options.limits.entrySet()) {
+      limits[next++] = limit.getKey().ordinal();
+      limits[next++] = Arguments.required(limit.getValue(), "limit");
+    }
+    options.keptQueryKeys.forEach(key -> Arguments.required(key, "kept query key"));
     QENPerformanceLoggerException.check(Native.reporterCreate(
         Arguments.required(options.collectorURL, "collectorURL"), options.format.ordinal(),
         Arguments.required(options.service, "service"), options.gzip, headers.toArray(),
-        options.spool == null ? 0 : options.spool.handle, made), "Reporter");
+        options.spool == null ? 0 : options.spool.handle, limits, options.keptQueryKeys.toArray(),
+        Arguments.required(options.consent, "consent").ordinal(), options.minimumBatteryLevel,
+        options.pausesOnMeteredNetwork, made), "Reporter");
     handle = made[0];
     registration = NativeReleaser.register(this, handle, Native::reporterRelease);
   }

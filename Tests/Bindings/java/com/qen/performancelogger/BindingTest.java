@@ -63,6 +63,9 @@ class BindingTest {
     options.collectorURL = "http://127.0.0.1:9/";
     options.format = Format.CHROME_TRACE;
     assertEquals(Status.INVALID_ARGUMENT, thrown(() -> new Reporter(options)));
+    options.format = Format.ZIPKIN_V2_JSON;
+    options.limits.put(Reporter.Limit.MAXIMUM_TAG_VALUE_BYTES, 15L);
+    assertEquals(Status.INVALID_ARGUMENT, thrown(() -> new Reporter(options)));
     assertEquals(Status.INVALID_ARGUMENT, thrown(() -> new Spool("unused.sqlite", -1, 0)));
   }
 
@@ -131,13 +134,21 @@ class BindingTest {
     collector.start();
     try (Metric metric = new Metric("sent")) {
       metric.start();
+      metric.addTag("screen", "feed");  // the host's, which a tag limit may drop
       metric.stop();
       Reporter.Options options = new Reporter.Options();
       options.collectorURL =
           "http://127.0.0.1:" + collector.getAddress().getPort() + "/api/v2/spans";
       options.service = "java-app";
       options.gzip = false;
+      options.limits.put(Reporter.Limit.MAXIMUM_TAGS_PER_SPAN, 1L);
       try (Trace trace = metric.export("42", "android"); Reporter reporter = new Reporter(options)) {
+        options.consent = Reporter.Consent.PENDING;
+        try (Reporter held = new Reporter(options)) {
+          held.report(trace);
+          assertFalse(held.shutdown(Duration.ZERO));
+          assertEquals(new Reporter.Counters(1, 0, 0, 1), held.counters(), "kept, never sent");
+        }
         reporter.report(trace);
         assertTrue(reporter.shutdown(Duration.ofSeconds(30)));
         assertEquals(new Reporter.Counters(1, 0, 1, 0), reporter.counters());
@@ -147,5 +158,6 @@ class BindingTest {
     }
     assertEquals(1, bodies.size());
     assertTrue(text(bodies.get(0)).contains("\"name\":\"sent\""));
+    assertTrue(text(bodies.get(0)).contains("qen.dropped_tags"), "past the tag limit it was given");
   }
 }
