@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "BinaryAnnotation+QENAdditions.h"
+#include "QENHostCollectorTransport.h"
 #include "QENSpanReporter.h"
 #include "Support/QENCapturedAssertions.h"
 #include "Support/QENLoopbackHTTPServer.h"
@@ -279,6 +280,42 @@ TEST(SpanReporter, ReleasedInBackgroundItsLastOwnerDoesNotWaitForTheShutdown) {
     EXPECT_FALSE(stopped->try_wait()) << "still waiting for the collector, elsewhere";
   }
   stopped->wait();
+}
+
+// A host's transport: its answers drive the reporter as libcurl's do (a 429 sent again after its
+// Retry-After), and a post that hangs in the host's client cannot hold a shutdown.
+TEST(SpanReporter, AHostsTransportIsRetriedAsAskedAndCannotHoldAShutdown) {
+  struct Steps {
+    std::atomic<int> posts{0};
+    std::latch delivered{1}, hung{1}, released{1};
+  };
+  const auto steps = std::make_shared<Steps>();  // the host's client may outlive the test
+  auto settings = options(std::string());
+  settings.transport = std::make_shared<QENHostCollectorTransport>(
+      [steps](std::string_view, const auto&, std::optional<std::chrono::seconds>& retryAfter) {
+        switch (steps->posts++) {
+          case 0:
+            retryAfter = std::chrono::seconds(0);
+            return Outcome::kSlowDown;
+          case 1:
+            steps->delivered.count_down();
+            return Outcome::kDelivered;
+          default:
+            steps->hung.count_down();
+            steps->released.wait();
+            return Outcome::kDelivered;
+        }
+      });
+  QENSpanReporter reporter(settings);
+  reporter.report(spans(1, 1));
+  steps->delivered.wait();
+  reporter.report(spans(1, 2));
+  steps->hung.wait();
+  EXPECT_FALSE(reporter.shutdown(10ms));
+  steps->released.count_down();
+  EXPECT_EQ(reporter.counters().delivered, 1u);
+  EXPECT_EQ(reporter.counters().retried, 1u);
+  EXPECT_EQ(reporter.counters().droppedShutDown, 1u) << "given up at the deadline";
 }
 
 }  // namespace

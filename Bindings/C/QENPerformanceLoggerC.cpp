@@ -784,6 +784,15 @@ QENCStatus setLimit(QENSpanReporterOptions& options, QENCReporterLimit limit, st
   return invalidArgument(function, "limit");
 }
 
+QENCollectorTransport::Outcome outcomeOf(QENCPostOutcome outcome) {
+  using Outcome = QENCollectorTransport::Outcome;
+  constexpr Outcome kOutcomes[] = {
+      Outcome::kDelivered,           Outcome::kRetry,  Outcome::kSlowDown, Outcome::kTooLarge,
+      Outcome::kUnsupportedEncoding, Outcome::kRefused};
+  const bool known = outcome >= QENCPostDelivered && outcome <= QENCPostRefused;
+  return known ? kOutcomes[outcome] : Outcome::kTransportFailed;
+}
+
 bool isHeaderName(std::string_view name) {
   return !name.empty() && name.find_first_of(":\r\n") == std::string_view::npos;
 }
@@ -948,6 +957,36 @@ void QENCTagValueReplace(QENCTagValue* value, const char* text, size_t length) {
   if (value != nullptr && (text != nullptr || length == 0)) {
     value->text.assign(text == nullptr ? "" : text, length);
   }
+}
+
+QENCStatus QENCReporterOptionsSetTransport(QENCReporterOptions options, QENCPost post,
+                                           QENCRelease release, void* userData) {
+  const char* const function = __func__;
+  return withOptions(options, function, [&](QENSpanReporterOptions& target) {
+    if (post == nullptr) {
+      return invalidArgument(function, "post");
+    }
+    const std::shared_ptr<void> releasedOnce(userData, [release](void* data) {
+      if (release != nullptr) {
+        release(data);
+      }
+    });
+    target.transport = std::make_shared<QENHostCollectorTransport>(
+        [post, releasedOnce](std::string_view body, const QENCollectorTransport::Headers& headers,
+                             std::optional<std::chrono::seconds>& retryAfter) {
+          std::vector<QENCHeader> fields;
+          for (const auto& [name, value] : headers) {
+            fields.push_back({name.data(), name.size(), value.data(), value.size()});
+          }
+          std::int64_t seconds = -1;
+          const QENCPostOutcome outcome =
+              post(releasedOnce.get(), reinterpret_cast<const std::uint8_t*>(body.data()),
+                   body.size(), fields.data(), fields.size(), &seconds);
+          retryAfter = seconds >= 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
+          return outcomeOf(outcome);
+        });
+    return QENCStatusOK;
+  });
 }
 
 QENCStatus QENCReporterCreate(QENCReporterOptions options, QENCReporter* reporter) {

@@ -323,6 +323,35 @@ QENC_EXPORT void QENCTagValueRead(const QENCTagValue* value, const char** text, 
 /* The value leaves as this string instead; copied. */
 QENC_EXPORT void QENCTagValueReplace(QENCTagValue* value, const char* text, size_t length);
 
+/* How one post through a host's transport went. */
+typedef QENC_ENUM(QENCPostOutcome){
+    QENCPostDelivered = 0,           /* the collector took it: 2xx */
+    QENCPostRetry = 1,               /* no connection, no whole answer, or a 5xx */
+    QENCPostSlowDown = 2,            /* 429 or 503: *retryAfterSeconds as the answer said */
+    QENCPostTooLarge = 3,            /* 413 */
+    QENCPostUnsupportedEncoding = 4, /* 415 */
+    QENCPostRefused = 5              /* any other 3xx or 4xx: final */
+} QENCPostOutcome;
+typedef struct QENCHeader {
+  const char* name;
+  size_t nameLength;
+  const char* value;
+  size_t valueLength;
+} QENCHeader;
+/* Posts `body` with `headers` (Content-Type, Content-Encoding and User-Agent among them; all
+ * valid only during the call) through the host's own HTTP stack, with its proxies and certificate
+ * pinning, and says how it went; on QENCPostSlowDown it may set *retryAfterSeconds (-1 until
+ * set). It runs on a thread of the library's, one post at a time, and may block: a reporter waits
+ * for it only within its limits and gives up a post that takes longer (the call still returns
+ * to the library, which then ignores it). A value outside QENCPostOutcome counts the batch lost.
+ * `release` (may be NULL) runs once with `userData` when no reporter can post through it any
+ * more. Without a transport, the reporter posts with libcurl. */
+typedef QENCPostOutcome (*QENCPost)(void* userData, const uint8_t* body, size_t bodyLength,
+                                    const QENCHeader* headers, size_t headerCount,
+                                    int64_t* retryAfterSeconds);
+QENC_EXPORT QENCStatus QENCReporterOptionsSetTransport(QENCReporterOptions options, QENCPost post,
+                                                       QENCRelease release, void* userData);
+
 typedef struct QENCReporterCounters {
   uint64_t accepted;
   uint64_t persisted;

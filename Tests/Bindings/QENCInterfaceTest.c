@@ -277,6 +277,42 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   CHECK(filter.calls > 0 && filter.releases == 1);
 }
 
+// What a host's transport was given.
+struct Posts {
+  int count;
+  int namedTheService;
+};
+
+static QENCPostOutcome postThroughHost(void* userData, const uint8_t* body, size_t bodyLength,
+                                       const QENCHeader* headers, size_t headerCount,
+                                       int64_t* retryAfterSeconds) {
+  struct Posts* posts = userData;
+  const QENCBuffer buffer = {(uint8_t*)body, bodyLength};
+  posts->namedTheService |= contains(&buffer, "c-host") && headerCount > 0 && headers != NULL;
+  ++posts->count;
+  *retryAfterSeconds = -1;
+  return QENCPostDelivered;
+}
+
+// A reporter given a host's transport posts through it, not with libcurl.
+static void checkHostTransport(QENCTrace trace) {
+  struct Posts posts = {0, 0};
+  QENCReporterOptions options;
+  OK(QENCReporterOptionsCreate(TEXT("https://unused.example/"), &options));
+  OK(QENCReporterOptionsSetService(options, TEXT("c-host")));
+  OK(QENCReporterOptionsSetFormat(options, QENCFormatZipkinV2JSON, false));
+  OK(QENCReporterOptionsSetTransport(options, postThroughHost, NULL, &posts));
+  CHECK(QENCReporterOptionsSetTransport(options, NULL, NULL, NULL) == QENCStatusInvalidArgument);
+  QENCReporter reporter;
+  OK(QENCReporterCreate(options, &reporter));
+  OK(QENCReporterOptionsRelease(options));
+  OK(QENCReporterReport(reporter, trace));
+  bool delivered = false;
+  OK(QENCReporterShutdown(reporter, 5000, &delivered));
+  CHECK(delivered && posts.count == 1 && posts.namedTheService);
+  OK(QENCReporterRelease(reporter));
+}
+
 // A request timed by a network stack, traced under a screen that hears the app go to the
 // background: its span carries the id its headers sent, and a child per phase.
 static void checkEndpointAndApplicationEvents(void) {
@@ -380,6 +416,7 @@ int main(int argc, char** argv) {
   CHECK(QENCMetricHandleCount() == 0);
   checkExport(trace);
   checkDelivery(trace, argv[1]);
+  checkHostTransport(trace);
   checkBadHandles(root, trace);
   checkEndpointAndApplicationEvents();
   checkRefusedArguments();
