@@ -15,6 +15,8 @@ namespace {
 JavaVM* javaVM = nullptr;
 jclass nativeClass = nullptr;       // global reference
 jmethodID runCompletion = nullptr;  // static void runCompletion(Object, boolean)
+// static long postThroughTransport(Object, byte[], Object[])
+jmethodID postThroughTransport = nullptr;
 
 // A Java string as UTF-8, read from its UTF-16 without a copy on the Java side; a lone surrogate
 // becomes U+FFFD, as ill-formed UTF-8 does in the C interface. Absent for null.
@@ -128,6 +130,59 @@ void completeInJava(void* userData, bool valid) {
 void releaseInJava(void* userData) {
   if (JNIEnv* env = attachedEnv()) {
     env->DeleteGlobalRef(static_cast<jobject>(userData));
+  }
+}
+
+// A reporter's post through the app's Java transport, on the transport's library thread. The
+// Java side answers the outcome in the low byte and the Retry-After seconds above it (-1: none);
+// it catches what the transport throws, and anything that still escapes is cleared here.
+QENCPostOutcome postThroughJava(void* transport, const std::uint8_t* body, std::size_t bodyLength,
+                                const QENCHeader* headers, std::size_t headerCount,
+                                std::int64_t* retryAfterSeconds) {
+  JNIEnv* env = attachedEnv();
+  if (env == nullptr) {
+    return QENCPostRetry;  // the JVM is going away: the batch waits, or goes at shutdown
+  }
+  jbyteArray bytes = env->NewByteArray(static_cast<jsize>(bodyLength));
+  jclass stringClass = env->FindClass("java/lang/String");
+  jobjectArray pairs =
+      bytes == nullptr || stringClass == nullptr
+          ? nullptr
+          : env->NewObjectArray(static_cast<jsize>(headerCount * 2), stringClass, nullptr);
+  jlong answer = -1;  // no outcome: the batch counts as lost to host code
+  if (pairs != nullptr) {
+    env->SetByteArrayRegion(bytes, 0, static_cast<jsize>(bodyLength),
+                            reinterpret_cast<const jbyte*>(body));
+    for (std::size_t index = 0; index < headerCount; ++index) {
+      const QENCHeader& header = headers[index];
+      for (const auto& [offset, text] :
+           {std::pair{0, std::string(header.name, header.nameLength)},
+            std::pair{1, std::string(header.value, header.valueLength)}}) {
+        jstring element = env->NewStringUTF(text.c_str());
+        env->SetObjectArrayElement(pairs, static_cast<jsize>(index * 2 + offset), element);
+        env->DeleteLocalRef(element);
+      }
+    }
+    answer = env->CallStaticLongMethod(nativeClass, postThroughTransport,
+                                       static_cast<jobject>(transport), bytes, pairs);
+  }
+  if (env->ExceptionCheck()) {
+    env->ExceptionDescribe();
+    env->ExceptionClear();
+    answer = -1;
+  }
+  for (jobject local : {static_cast<jobject>(bytes), static_cast<jobject>(pairs),
+                        static_cast<jobject>(stringClass)}) {
+    env->DeleteLocalRef(local);
+  }
+  *retryAfterSeconds = answer < 0 ? -1 : (answer >> 8) - 1;
+  return answer < 0 ? static_cast<QENCPostOutcome>(-1)
+                    : static_cast<QENCPostOutcome>(answer & 0xFF);
+}
+
+void releaseJavaTransport(void* transport) {
+  if (JNIEnv* env = attachedEnv()) {
+    env->DeleteGlobalRef(static_cast<jobject>(transport));
   }
 }
 
@@ -439,7 +494,7 @@ std::vector<Text> textsOf(JNIEnv* env, jobjectArray array) {
 QENCStatus applyOptions(JNIEnv* env, QENCReporterOptions options, jint format, jstring service,
                         jboolean gzip, jobjectArray headerTexts, jlong spoolId, jlongArray limits,
                         jobjectArray keptQueryKeys, jint consent, jdouble minimumBatteryLevel,
-                        jboolean pausesOnMeteredNetwork) {
+                        jboolean pausesOnMeteredNetwork, jobject transport) {
   const Text serviceText(env, service);
   QENCStatus status =
       QENCReporterOptionsSetFormat(options, static_cast<QENCFormat>(format), gzip == JNI_TRUE);
@@ -470,21 +525,29 @@ QENCStatus applyOptions(JNIEnv* env, QENCReporterOptions options, jint format, j
   if (spoolId != 0) {
     keep(QENCReporterOptionsSetSpool(options, spool(spoolId)));
   }
+  if (transport != nullptr && status == QENCStatusOK) {
+    jobject held = env->NewGlobalRef(transport);
+    status = QENCReporterOptionsSetTransport(options, postThroughJava, releaseJavaTransport, held);
+    if (status != QENCStatusOK) {
+      env->DeleteGlobalRef(held);
+    }
+  }
   return status;
 }
 
 jint reporterCreate(JNIEnv* env, jclass, jstring url, jint format, jstring service, jboolean gzip,
                     jobjectArray headerTexts, jlong spoolId, jlongArray limits,
                     jobjectArray keptQueryKeys, jint consent, jdouble minimumBatteryLevel,
-                    jboolean pausesOnMeteredNetwork, jlongArray out) {
+                    jboolean pausesOnMeteredNetwork, jobject transport, jlongArray out) {
   const Text urlText(env, url);
   QENCReporterOptions options{};
   QENCStatus status = QENCReporterOptionsCreate(urlText.data(), urlText.size(), &options);
   if (status != QENCStatusOK) {
     return status;
   }
-  status = applyOptions(env, options, format, service, gzip, headerTexts, spoolId, limits,
-                        keptQueryKeys, consent, minimumBatteryLevel, pausesOnMeteredNetwork);
+  status =
+      applyOptions(env, options, format, service, gzip, headerTexts, spoolId, limits, keptQueryKeys,
+                   consent, minimumBatteryLevel, pausesOnMeteredNetwork, transport);
   QENCReporter made{};
   if (status == QENCStatusOK) {
     status = QENCReporterCreate(options, &made);
@@ -582,7 +645,8 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(spoolRelease, "(J)I"),
     QENJ_METHOD(
         reporterCreate,
-        "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;J[J[Ljava/lang/Object;IDZ[J)I"),
+        "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;J[J[Ljava/lang/Object;IDZ"
+        "Ljava/lang/Object;[J)I"),
     QENJ_METHOD(reporterRelease, "(J)I"),
     QENJ_METHOD(reporterReport, "(JJ)I"),
     QENJ_METHOD(reporterShutdown, "(JI[Z)I"),
@@ -606,7 +670,9 @@ extern "C" JNIEXPORT jint JNI_OnLoad(JavaVM* vm, void*) {
   }
   nativeClass = static_cast<jclass>(env->NewGlobalRef(found));
   runCompletion = env->GetStaticMethodID(nativeClass, "runCompletion", "(Ljava/lang/Object;Z)V");
-  if (runCompletion == nullptr ||
+  postThroughTransport = env->GetStaticMethodID(nativeClass, "postThroughTransport",
+                                                "(Ljava/lang/Object;[B[Ljava/lang/Object;)J");
+  if (runCompletion == nullptr || postThroughTransport == nullptr ||
       env->RegisterNatives(nativeClass, kMethods, sizeof kMethods / sizeof kMethods[0]) != 0) {
     return JNI_ERR;
   }

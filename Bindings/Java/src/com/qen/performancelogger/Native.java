@@ -41,6 +41,27 @@ final class Native {
     }
   }
 
+  /**
+   * Called from native code on a library thread, for a reporter's post through the app's
+   * transport: the outcome (the C interface's QENCPostOutcome) in the low byte, and the
+   * Retry-After seconds plus one above it (0: none). Nothing the transport throws leaves here.
+   */
+  static long postThroughTransport(Object transport, byte[] body, Object[] headerPairs) {
+    java.util.Map<String, String> headers = new java.util.LinkedHashMap<>();
+    for (int index = 0; index + 1 < headerPairs.length; index += 2) {
+      headers.put((String) headerPairs[index], (String) headerPairs[index + 1]);
+    }
+    try {
+      return ((Reporter.Transport) transport).post(body, headers).encoded();
+    } catch (java.io.IOException noAnswer) {
+      return Reporter.Answer.RETRY;
+    } catch (RuntimeException thrown) {
+      java.util.logging.Logger.getLogger(Reporter.class.getName())
+          .log(java.util.logging.Level.WARNING, "QENPerformanceLogger: the transport threw", thrown);
+      return -1;  // the batch is lost to host code, counted as such
+    }
+  }
+
   /** A handle; on failure the status in the high half over a zero low half. */
   static native long metricCreate(String name, double uploadFraction);
   /** As {@link #metricCreate}. */
@@ -80,7 +101,8 @@ final class Native {
   /** Limits in pairs of a Reporter.Limit's ordinal and its value. */
   static native int reporterCreate(String collectorURL, int format, String service, boolean gzip,
       Object[] headerNamesAndValues, long spool, long[] limits, Object[] keptQueryKeys,
-      int consent, double minimumBatteryLevel, boolean pausesOnMeteredNetwork, long[] reporter);
+      int consent, double minimumBatteryLevel, boolean pausesOnMeteredNetwork, Object transport,
+      long[] reporter);
   static native int reporterRelease(long reporter);
   static native int reporterReport(long reporter, long trace);
   static native int reporterShutdown(long reporter, int limitMilliseconds, boolean[] delivered);

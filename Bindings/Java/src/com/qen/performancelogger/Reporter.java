@@ -29,6 +29,42 @@ public final class Reporter implements AutoCloseable {
     /** Sending also pauses below this battery level (0 to 1) when not charging. */
     public double minimumBatteryLevel = 0.1;
     public boolean pausesOnMeteredNetwork = false;
+    /** The app's own HTTP client to post through; null: the library posts with libcurl. */
+    public Transport transport;
+  }
+
+  /**
+   * Posts a reporter's batches through the app's own HTTP client (OkHttp with its interceptors,
+   * proxies and certificate pinning). Called on a library thread, one post at a time; it may
+   * block, but a reporter waits for it only within its limits. An IOException is no answer (the
+   * batch is retried); anything else it throws is logged and loses the batch, never the app.
+   */
+  @FunctionalInterface
+  public interface Transport {
+    Answer post(byte[] body, Map<String, String> headers) throws java.io.IOException;
+  }
+
+  /**
+   * The collector's answer: its status, and its Retry-After header (null when it has none; a date
+   * there is read as none).
+   */
+  public record Answer(int status, String retryAfter) {
+    static final long RETRY = 1;
+
+    /** The C interface's QENCPostOutcome, with the Retry-After seconds plus one above it. */
+    long encoded() {
+      long outcome = status >= 200 && status < 300 ? 0
+          : status == 429 || status == 503 ? 2
+          : status == 413 ? 3
+          : status == 415 ? 4
+          : status >= 300 && status < 500 ? 5
+          : RETRY;
+      long seconds = -1;
+      if (outcome == 2 && retryAfter != null && retryAfter.trim().matches("[0-9]{1,9}")) {
+        seconds = Long.parseLong(retryAfter.trim());
+      }
+      return outcome | (seconds + 1) << 8;
+    }
   }
 
   /** The numbers a reporter works within (the C interface's QENCReporterLimit, in its order). */
@@ -79,7 +115,7 @@ public final class Reporter implements AutoCloseable {
         Arguments.required(options.service, "service"), options.gzip, headers.toArray(),
         options.spool == null ? 0 : options.spool.handle, limits, options.keptQueryKeys.toArray(),
         Arguments.required(options.consent, "consent").ordinal(), options.minimumBatteryLevel,
-        options.pausesOnMeteredNetwork, made), "Reporter");
+        options.pausesOnMeteredNetwork, options.transport, made), "Reporter");
     handle = made[0];
     registration = NativeReleaser.register(this, handle, Native::reporterRelease);
   }

@@ -97,4 +97,40 @@ class OkHttpTracingTest {
       https.stop(0);
     }
   }
+
+  /** A reporter posts through the app's OkHttp client: a 429 is sent again after its Retry-After. */
+  @Test
+  void aReporterPostsThroughTheAppsOkHttpClientAndRetriesA429() throws Exception {
+    List<Integer> answers = new java.util.concurrent.CopyOnWriteArrayList<>(List.of(429, 202));
+    HttpServer collector = HttpServer.create(new InetSocketAddress("127.0.0.1", 0), 0);
+    collector.createContext("/", exchange -> {
+      exchange.getResponseHeaders().add("Retry-After", "0");
+      exchange.sendResponseHeaders(answers.remove(0), -1);
+      exchange.close();
+    });
+    collector.start();
+    OkHttpClient okHttp = new OkHttpClient();
+    Reporter.Options options = new Reporter.Options();
+    options.collectorURL = "http://127.0.0.1:" + collector.getAddress().getPort() + "/api/v2/spans";
+    options.transport = (body, headers) -> {
+      Request.Builder request = new Request.Builder().url(options.collectorURL)
+          .post(RequestBody.create(MediaType.get("application/json"), body));
+      headers.forEach(request::header);
+      try (Response response = okHttp.newCall(request.build()).execute()) {
+        return new Reporter.Answer(response.code(), response.header("Retry-After"));
+      }
+    };
+    try (Metric metric = new Metric("sent"); Reporter reporter = new Reporter(options)) {
+      metric.start();
+      metric.stop();
+      try (Trace trace = metric.export(null, "android")) {
+        reporter.report(trace);
+      }
+      assertTrue(reporter.shutdown(java.time.Duration.ofSeconds(30)));
+      assertEquals(new Reporter.Counters(1, 0, 1, 0), reporter.counters());
+    } finally {
+      collector.stop(0);
+    }
+    assertTrue(answers.isEmpty(), "the 429, then the retry");
+  }
 }
