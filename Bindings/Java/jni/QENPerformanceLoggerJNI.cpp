@@ -17,6 +17,7 @@ jclass nativeClass = nullptr;       // global reference
 jmethodID runCompletion = nullptr;  // static void runCompletion(Object, boolean)
 // static long postThroughTransport(Object, byte[], Object[])
 jmethodID postThroughTransport = nullptr;
+jmethodID filterTag = nullptr;  // static String filterTag(Object, String, String)
 
 // A Java string as UTF-8, read from its UTF-16 without a copy on the Java side; a lone surrogate
 // becomes U+FFFD, as ill-formed UTF-8 does in the C interface. Absent for null.
@@ -180,10 +181,38 @@ QENCPostOutcome postThroughJava(void* transport, const std::uint8_t* body, std::
                     : static_cast<QENCPostOutcome>(answer & 0xFF);
 }
 
-void releaseJavaTransport(void* transport) {
+void releaseJavaReference(void* reference) {
   if (JNIEnv* env = attachedEnv()) {
-    env->DeleteGlobalRef(static_cast<jobject>(transport));
+    env->DeleteGlobalRef(static_cast<jobject>(reference));
   }
+}
+
+// The app's Java tag filter, on the thread that encodes: null drops the tag, another string
+// replaces its value. The Java side catches what the filter throws (the tag then stays).
+bool filterTagInJava(void* filter, const char* key, std::size_t keyLength, QENCTagValue* value) {
+  JNIEnv* env = attachedEnv();
+  if (env == nullptr) {
+    return true;
+  }
+  const char* text = nullptr;
+  std::size_t length = 0;
+  QENCTagValueRead(value, &text, &length);
+  jstring keyString = env->NewStringUTF(std::string(key, keyLength).c_str());
+  jstring valueString = env->NewStringUTF(std::string(text, length).c_str());
+  auto kept = static_cast<jstring>(env->CallStaticObjectMethod(
+      nativeClass, filterTag, static_cast<jobject>(filter), keyString, valueString));
+  if (env->ExceptionCheck()) {
+    env->ExceptionClear();
+  }
+  if (kept != nullptr && !env->IsSameObject(kept, valueString)) {
+    const Text replaced(env, kept);
+    QENCTagValueReplace(value, replaced.data(), replaced.size());
+  }
+  for (jobject local : {static_cast<jobject>(keyString), static_cast<jobject>(valueString),
+                        static_cast<jobject>(kept)}) {
+    env->DeleteLocalRef(local);
+  }
+  return kept != nullptr;
 }
 
 // MARK: - Metrics
@@ -494,7 +523,7 @@ std::vector<Text> textsOf(JNIEnv* env, jobjectArray array) {
 QENCStatus applyOptions(JNIEnv* env, QENCReporterOptions options, jint format, jstring service,
                         jboolean gzip, jobjectArray headerTexts, jlong spoolId, jlongArray limits,
                         jobjectArray keptQueryKeys, jint consent, jdouble minimumBatteryLevel,
-                        jboolean pausesOnMeteredNetwork, jobject transport) {
+                        jboolean pausesOnMeteredNetwork, jobject tagFilter, jobject transport) {
   const Text serviceText(env, service);
   QENCStatus status =
       QENCReporterOptionsSetFormat(options, static_cast<QENCFormat>(format), gzip == JNI_TRUE);
@@ -525,9 +554,16 @@ QENCStatus applyOptions(JNIEnv* env, QENCReporterOptions options, jint format, j
   if (spoolId != 0) {
     keep(QENCReporterOptionsSetSpool(options, spool(spoolId)));
   }
+  if (tagFilter != nullptr && status == QENCStatusOK) {
+    jobject held = env->NewGlobalRef(tagFilter);
+    status = QENCReporterOptionsSetTagFilter(options, filterTagInJava, releaseJavaReference, held);
+    if (status != QENCStatusOK) {
+      env->DeleteGlobalRef(held);
+    }
+  }
   if (transport != nullptr && status == QENCStatusOK) {
     jobject held = env->NewGlobalRef(transport);
-    status = QENCReporterOptionsSetTransport(options, postThroughJava, releaseJavaTransport, held);
+    status = QENCReporterOptionsSetTransport(options, postThroughJava, releaseJavaReference, held);
     if (status != QENCStatusOK) {
       env->DeleteGlobalRef(held);
     }
@@ -538,7 +574,8 @@ QENCStatus applyOptions(JNIEnv* env, QENCReporterOptions options, jint format, j
 jint reporterCreate(JNIEnv* env, jclass, jstring url, jint format, jstring service, jboolean gzip,
                     jobjectArray headerTexts, jlong spoolId, jlongArray limits,
                     jobjectArray keptQueryKeys, jint consent, jdouble minimumBatteryLevel,
-                    jboolean pausesOnMeteredNetwork, jobject transport, jlongArray out) {
+                    jboolean pausesOnMeteredNetwork, jobject tagFilter, jobject transport,
+                    jlongArray out) {
   const Text urlText(env, url);
   QENCReporterOptions options{};
   QENCStatus status = QENCReporterOptionsCreate(urlText.data(), urlText.size(), &options);
@@ -547,7 +584,7 @@ jint reporterCreate(JNIEnv* env, jclass, jstring url, jint format, jstring servi
   }
   status =
       applyOptions(env, options, format, service, gzip, headerTexts, spoolId, limits, keptQueryKeys,
-                   consent, minimumBatteryLevel, pausesOnMeteredNetwork, transport);
+                   consent, minimumBatteryLevel, pausesOnMeteredNetwork, tagFilter, transport);
   QENCReporter made{};
   if (status == QENCStatusOK) {
     status = QENCReporterCreate(options, &made);
@@ -646,7 +683,7 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(
         reporterCreate,
         "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;J[J[Ljava/lang/Object;IDZ"
-        "Ljava/lang/Object;[J)I"),
+        "Ljava/lang/Object;Ljava/lang/Object;[J)I"),
     QENJ_METHOD(reporterRelease, "(J)I"),
     QENJ_METHOD(reporterReport, "(JJ)I"),
     QENJ_METHOD(reporterShutdown, "(JI[Z)I"),
@@ -672,7 +709,10 @@ extern "C" JNIEXPORT jint JNI_OnLoad(JavaVM* vm, void*) {
   runCompletion = env->GetStaticMethodID(nativeClass, "runCompletion", "(Ljava/lang/Object;Z)V");
   postThroughTransport = env->GetStaticMethodID(nativeClass, "postThroughTransport",
                                                 "(Ljava/lang/Object;[B[Ljava/lang/Object;)J");
-  if (runCompletion == nullptr || postThroughTransport == nullptr ||
+  filterTag = env->GetStaticMethodID(
+      nativeClass, "filterTag",
+      "(Ljava/lang/Object;Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;");
+  if (runCompletion == nullptr || postThroughTransport == nullptr || filterTag == nullptr ||
       env->RegisterNatives(nativeClass, kMethods, sizeof kMethods / sizeof kMethods[0]) != 0) {
     return JNI_ERR;
   }

@@ -62,6 +62,20 @@ final class Native {
     }
   }
 
+  /**
+   * Called from native code on the thread that encodes: the value to keep (the same string, or
+   * another), or null to drop the tag. A filter that throws keeps the tag as it was.
+   */
+  static String filterTag(Object filter, String key, String value) {
+    try {
+      return ((Reporter.TagFilter) filter).filter(key, value);
+    } catch (RuntimeException thrown) {
+      java.util.logging.Logger.getLogger(Reporter.class.getName())
+          .log(java.util.logging.Level.WARNING, "QENPerformanceLogger: the tag filter threw", thrown);
+      return value;
+    }
+  }
+
   /** A handle; on failure the status in the high half over a zero low half. */
   static native long metricCreate(String name, double uploadFraction);
   /** As {@link #metricCreate}. */
@@ -101,8 +115,8 @@ final class Native {
   /** Limits in pairs of a Reporter.Limit's ordinal and its value. */
   static native int reporterCreate(String collectorURL, int format, String service, boolean gzip,
       Object[] headerNamesAndValues, long spool, long[] limits, Object[] keptQueryKeys,
-      int consent, double minimumBatteryLevel, boolean pausesOnMeteredNetwork, Object transport,
-      long[] reporter);
+      int consent, double minimumBatteryLevel, boolean pausesOnMeteredNetwork, Object tagFilter,
+      Object transport, long[] reporter);
   static native int reporterRelease(long reporter);
   static native int reporterReport(long reporter, long trace);
   static native int reporterShutdown(long reporter, int limitMilliseconds, boolean[] delivered);

@@ -29,8 +29,20 @@ public final class Reporter implements AutoCloseable {
     /** Sending also pauses below this battery level (0 to 1) when not charging. */
     public double minimumBatteryLevel = 0.1;
     public boolean pausesOnMeteredNetwork = false;
+    /** Sees each tag about to leave, and each span's name (key "span.name"); null: none. */
+    public TagFilter tagFilter;
     /** The app's own HTTP client to post through; null: the library posts with libcurl. */
     public Transport transport;
+  }
+
+  /**
+   * The app's say over each tag about to leave, after URL scrubbing: returns the value to keep
+   * (the same, or another string), or null to drop the tag (a name dropped leaves as "redacted").
+   * Called on library threads, possibly two at once.
+   */
+  @FunctionalInterface
+  public interface TagFilter {
+    String filter(String key, String value);
   }
 
   /**
@@ -115,7 +127,7 @@ public final class Reporter implements AutoCloseable {
         Arguments.required(options.service, "service"), options.gzip, headers.toArray(),
         options.spool == null ? 0 : options.spool.handle, limits, options.keptQueryKeys.toArray(),
         Arguments.required(options.consent, "consent").ordinal(), options.minimumBatteryLevel,
-        options.pausesOnMeteredNetwork, options.transport, made), "Reporter");
+        options.pausesOnMeteredNetwork, options.tagFilter, options.transport, made), "Reporter");
     handle = made[0];
     registration = NativeReleaser.register(this, handle, Native::reporterRelease);
   }

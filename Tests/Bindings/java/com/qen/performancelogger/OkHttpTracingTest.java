@@ -98,7 +98,10 @@ class OkHttpTracingTest {
     }
   }
 
-  /** A reporter posts through the app's OkHttp client: a 429 is sent again after its Retry-After. */
+  /**
+   * A reporter posts through the app's OkHttp client (a 429 is sent again after its Retry-After),
+   * what it posts passed through the app's tag filter.
+   */
   @Test
   void aReporterPostsThroughTheAppsOkHttpClientAndRetriesA429() throws Exception {
     List<Integer> answers = new java.util.concurrent.CopyOnWriteArrayList<>(List.of(429, 202));
@@ -112,7 +115,11 @@ class OkHttpTracingTest {
     OkHttpClient okHttp = new OkHttpClient();
     Reporter.Options options = new Reporter.Options();
     options.collectorURL = "http://127.0.0.1:" + collector.getAddress().getPort() + "/api/v2/spans";
+    options.gzip = false;
+    options.tagFilter = (key, value) -> key.equals("screen") ? "rewritten" : value;
+    List<String> bodies = new java.util.concurrent.CopyOnWriteArrayList<>();
     options.transport = (body, headers) -> {
+      bodies.add(new String(body, StandardCharsets.UTF_8));
       Request.Builder request = new Request.Builder().url(options.collectorURL)
           .post(RequestBody.create(MediaType.get("application/json"), body));
       headers.forEach(request::header);
@@ -122,6 +129,7 @@ class OkHttpTracingTest {
     };
     try (Metric metric = new Metric("sent"); Reporter reporter = new Reporter(options)) {
       metric.start();
+      metric.addTag("screen", "feed");
       metric.stop();
       try (Trace trace = metric.export(null, "android")) {
         reporter.report(trace);
@@ -132,5 +140,6 @@ class OkHttpTracingTest {
       collector.stop(0);
     }
     assertTrue(answers.isEmpty(), "the 429, then the retry");
+    assertTrue(bodies.get(1).contains("\"screen\":\"rewritten\""), bodies.get(1));
   }
 }
