@@ -115,6 +115,26 @@ std::optional<std::string> stringOf(const char* data, std::size_t length) {
   return std::string(data, length);
 }
 
+// Holds a host's `userData` for a callback kept by the library: `release` (may be null) runs once,
+// when the last copy of the callback goes.
+std::shared_ptr<void> releasedOnceOf(void* userData, QENCRelease release) {
+  return std::shared_ptr<void>(userData, [release](void* data) {
+    if (release != nullptr) {
+      release(data);
+    }
+  });
+}
+
+std::optional<QENTelemetryConsent> consentOf(QENCConsent consent) {
+  constexpr QENTelemetryConsent kConsents[] = {QENTelemetryConsent::kPending,
+                                               QENTelemetryConsent::kGranted,
+                                               QENTelemetryConsent::kNotGranted};
+  if (consent < QENCConsentPending || consent > QENCConsentNotGranted) {
+    return std::nullopt;
+  }
+  return kConsents[consent];
+}
+
 // Runs an entry point's body; no exception leaves it.
 template <class Body>
 QENCStatus guarded(const char* function, Body&& body) noexcept {
@@ -400,11 +420,7 @@ QENCStatus QENCMetricAddCompletion(QENCMetric metric, QENCCompletion completion,
     }
     // Released when the last copy of the callback goes: after it ran, or with a metric that
     // never finished.
-    const std::shared_ptr<void> releasedOnce(userData, [release](void* data) {
-      if (release != nullptr) {
-        release(data);
-      }
-    });
+    const std::shared_ptr<void> releasedOnce = releasedOnceOf(userData, release);
     // The callback holds no reference to the metric: it may release the metric's handle.
     target.addCompletionBlock(
         [completion, releasedOnce](bool valid) { completion(releasedOnce.get(), valid); });
@@ -878,13 +894,11 @@ QENCStatus QENCReporterOptionsSetSpool(QENCReporterOptions options, QENCSpool sp
 QENCStatus QENCReporterOptionsSetConsent(QENCReporterOptions options, QENCConsent consent) {
   const char* const function = __func__;
   return withOptions(options, function, [&](QENSpanReporterOptions& target) {
-    if (consent < QENCConsentPending || consent > QENCConsentNotGranted) {
+    const auto given = consentOf(consent);
+    if (!given) {
       return invalidArgument(function, "consent");
     }
-    constexpr QENTelemetryConsent kConsents[] = {QENTelemetryConsent::kPending,
-                                                 QENTelemetryConsent::kGranted,
-                                                 QENTelemetryConsent::kNotGranted};
-    target.consent = kConsents[consent];
+    target.consent = *given;
     return QENCStatusOK;
   });
 }
@@ -932,11 +946,7 @@ QENCStatus QENCReporterOptionsSetTagFilter(QENCReporterOptions options, QENCTagF
       return invalidArgument(function, "filter");
     }
     // Released when the last reporter made with these options, and the options, have let go.
-    const std::shared_ptr<void> releasedOnce(userData, [release](void* data) {
-      if (release != nullptr) {
-        release(data);
-      }
-    });
+    const std::shared_ptr<void> releasedOnce = releasedOnceOf(userData, release);
     target.encoding.reading.scrubbing.tagFilter = [filter, releasedOnce](std::string_view key,
                                                                          std::string& value) {
       QENCTagValue tagValue{value};
@@ -966,11 +976,7 @@ QENCStatus QENCReporterOptionsSetTransport(QENCReporterOptions options, QENCPost
     if (post == nullptr) {
       return invalidArgument(function, "post");
     }
-    const std::shared_ptr<void> releasedOnce(userData, [release](void* data) {
-      if (release != nullptr) {
-        release(data);
-      }
-    });
+    const std::shared_ptr<void> releasedOnce = releasedOnceOf(userData, release);
     target.transport = std::make_shared<QENHostCollectorTransport>(
         [post, releasedOnce](std::string_view body, const QENCollectorTransport::Headers& headers,
                              std::optional<std::chrono::seconds>& retryAfter) {
@@ -1049,13 +1055,11 @@ QENCStatus QENCReporterSetConsent(QENCReporter reporter, QENCConsent consent) {
     if (target == nullptr) {
       return QENCStatusInvalidHandle;
     }
-    if (consent < QENCConsentPending || consent > QENCConsentNotGranted) {
+    const auto given = consentOf(consent);
+    if (!given) {
       return invalidArgument(function, "consent");
     }
-    constexpr QENTelemetryConsent kConsents[] = {QENTelemetryConsent::kPending,
-                                                 QENTelemetryConsent::kGranted,
-                                                 QENTelemetryConsent::kNotGranted};
-    target->setConsent(kConsents[consent]);
+    target->setConsent(*given);
     return QENCStatusOK;
   });
 }
