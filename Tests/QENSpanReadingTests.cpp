@@ -219,6 +219,24 @@ TEST(SpanReading, TagsPastTheCapsAreLeftOutOrCutAtACharacterAndCounted) {
   EXPECT_EQ(keysOf(readingOf(span, options))[0], "lc");
 }
 
+// A user-wait metric with 70 tags of the host's: the cap leaves out host tags only.
+TEST(SpanReading, TheTagCapKeepsEveryTagOfTheLibrarysOnAUserWaitSpan) {
+  QENPerformanceMetric::setUwtMetricNames(QENPerformanceMetric::MetricNameSet{"feed_wait"});
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto wait = QENPerformanceMetric::initWithName("feed_wait", now - 1, now);
+  for (int index = 0; index < 70; ++index)
+    wait->addBinaryAnnotation(
+        Vocabulary::annotationWithKeyInt64("host." + std::to_string(index), 1));
+  const auto span = wait->spansWithAppContext(QENPerformanceMetricAppContext("42", "android"))[0];
+  const auto kept = keysOf(readingOf(*span));
+  EXPECT_EQ(kept.size(), 64u + 1u) << "the cap, and the count of what it left out";
+  for (const auto& tag : span->binary_annotations()) {
+    const bool library = !tag->key().starts_with("host.");
+    EXPECT_TRUE(!library || std::find(kept.begin(), kept.end(), tag->key()) != kept.end())
+        << tag->key();
+  }
+}
+
 // The library's client-send and client-receive carry the saturated time, which the interop
 // readers find in no document; a reporter's Thrift is the backend-safe form unless asked.
 TEST(SpanReading, AReportersThriftCarriesNoSaturatedClientTime) {
