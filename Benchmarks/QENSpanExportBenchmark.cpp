@@ -173,7 +173,7 @@ void BM_EncodeSpanWithManyTags(benchmark::State& state) {
   QENThrift::Span::BinaryAnnotationList tags;
   for (std::int64_t index = 0; index < state.range(0); ++index) {
     tags.push_back(QENThrift::BinaryAnnotationQENAdditions::annotationWithKeyString(
-        "host.tag_" + std::to_string(index), "value"));
+        std::string("host.tag_").append(std::to_string(index)), "value"));
   }
   span->setBinary_annotations(std::move(tags));
   const std::shared_ptr<QENThrift::Span> spans[] = {span};

@@ -121,7 +121,8 @@ TEST(SpanReading, EventsLeaveOutClientMarkersAndTagsKeepTheLastWellFormedValueOf
     many.push_back(std::make_shared<const BinaryAnnotation>(
         key, BinaryAnnotation::Bytes{std::byte{1}}, AnnotationType::BOOL, nullptr));
   for (int index = 0; index < 40; ++index)
-    many.push_back(Vocabulary::annotationWithKeyInt64("n" + std::to_string(index % 20), index));
+    many.push_back(Vocabulary::annotationWithKeyInt64(
+        std::string("n").append(std::to_string(index % 20)), index));
   span.setBinary_annotations(many);
   const auto large = readingOf(span);
   EXPECT_EQ(large.tags().size(), 3u + 1u + 20u);
@@ -226,7 +227,7 @@ TEST(SpanReading, TheTagCapKeepsEveryTagOfTheLibrarysOnAUserWaitSpan) {
   const auto wait = QENPerformanceMetric::initWithName("feed_wait", now - 1, now);
   for (int index = 0; index < 70; ++index)
     wait->addBinaryAnnotation(
-        Vocabulary::annotationWithKeyInt64("host." + std::to_string(index), 1));
+        Vocabulary::annotationWithKeyInt64(std::string("host.").append(std::to_string(index)), 1));
   const auto span = wait->spansWithAppContext(QENPerformanceMetricAppContext("42", "android"))[0];
   const auto kept = keysOf(readingOf(*span));
   EXPECT_EQ(kept.size(), 64u + 1u) << "the cap, and the count of what it left out";
