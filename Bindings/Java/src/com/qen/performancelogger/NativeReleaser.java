@@ -7,8 +7,8 @@ import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.atomic.AtomicBoolean;
 
 /**
- * Releases the native handle of an object the app let go of without closing it. Android lacks
- * {@code java.lang.ref.Cleaner} below API 33, so this is the same idea from API 24: a phantom
+ * Releases the native handle of an object the app let go of without closing it. Android lacks the
+ * JDK's {@code Cleaner} below API 33, so this is the same idea from API 24: a phantom
  * reference per object, enqueued once the object is unreachable, and a daemon thread of the
  * binding's that releases what the queue hands it.
  */
