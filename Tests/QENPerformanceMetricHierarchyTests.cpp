@@ -79,7 +79,9 @@ TEST(MetricHierarchy, LeavesNeitherPostNorListenAndBaseHooksAdoptNothing) {
         QENPerformanceMetricWillStartNotification);
   };
   const std::size_t before = registrations();
-  EXPECT_TRUE(managing->isObservingMetricWillStart());
+  const auto baseForm = Metric::initWithName("base_form");
+  EXPECT_TRUE(baseForm->isObservingMetricWillStart() && managing->isObservingMetricWillStart());
+  EXPECT_EQ(registrations(), before);
   managing->stopObservingMetricWillStartNotificationsIfNeeded();
   EXPECT_FALSE(managing->isObservingMetricWillStart());
   EXPECT_EQ(registrations(), before);
