@@ -1,5 +1,11 @@
 package com.qen.performancelogger;
 
+import java.io.IOException;
+import java.util.LinkedHashMap;
+import java.util.Map;
+import java.util.logging.Level;
+import java.util.logging.Logger;
+
 /**
  * The native methods, one per function of the C interface; each returns its status. The library
  * is loaded from the path in the system property {@code com.qen.performancelogger.library} when it
@@ -8,6 +14,7 @@ package com.qen.performancelogger;
  */
 final class Native {
   static final String LIBRARY_PROPERTY = "com.qen.performancelogger.library";
+  private static final Logger LOG = Logger.getLogger(Native.class.getName());
 
   /** Where a completion's exception goes; by default the thread's uncaught-exception handler. */
   static volatile Thread.UncaughtExceptionHandler completionFailureHandler = null;
@@ -47,17 +54,16 @@ final class Native {
    * Retry-After seconds plus one above it (0: none). Nothing the transport throws leaves here.
    */
   static long postThroughTransport(Object transport, byte[] body, Object[] headerPairs) {
-    java.util.Map<String, String> headers = new java.util.LinkedHashMap<>();
+    Map<String, String> headers = new LinkedHashMap<>();
     for (int index = 0; index + 1 < headerPairs.length; index += 2) {
       headers.put((String) headerPairs[index], (String) headerPairs[index + 1]);
     }
     try {
       return ((Reporter.Transport) transport).post(body, headers).encoded();
-    } catch (java.io.IOException noAnswer) {
+    } catch (IOException noAnswer) {
       return Reporter.Answer.RETRY;
     } catch (RuntimeException thrown) {
-      java.util.logging.Logger.getLogger(Reporter.class.getName())
-          .log(java.util.logging.Level.WARNING, "QENPerformanceLogger: the transport threw", thrown);
+      LOG.log(Level.WARNING, "QENPerformanceLogger: the transport threw", thrown);
       return -1;  // the batch is lost to host code, counted as such
     }
   }
@@ -70,8 +76,7 @@ final class Native {
     try {
       return ((Reporter.TagFilter) filter).filter(key, value);
     } catch (RuntimeException thrown) {
-      java.util.logging.Logger.getLogger(Reporter.class.getName())
-          .log(java.util.logging.Level.WARNING, "QENPerformanceLogger: the tag filter threw", thrown);
+      LOG.log(Level.WARNING, "QENPerformanceLogger: the tag filter threw", thrown);
       return value;
     }
   }

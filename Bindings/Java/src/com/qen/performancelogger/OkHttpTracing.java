@@ -58,7 +58,7 @@ public final class OkHttpTracing {
   }
 
   public EventListener.Factory eventListenerFactory() {
-    return call -> new PhaseListener(call, stateOf(call));
+    return call -> new PhaseListener(stateOf(call));
   }
 
   /** For {@code addNetworkInterceptor}: it sees every hop, so each host is judged on its own. */
@@ -153,7 +153,7 @@ public final class OkHttpTracing {
     private final long[] statusBytesAndReuse = new long[4];
     private final CallState state;
 
-    PhaseListener(Call call, CallState state) {
+    PhaseListener(CallState state) {
       this.state = state;
       Arrays.fill(times, Double.NaN);
     }
