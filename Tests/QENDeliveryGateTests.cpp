@@ -51,6 +51,16 @@ TEST(DeliveryGate, PausesWhileTheDeviceCannotAffordItAndARefusalVoidsEarlierTick
   EXPECT_TRUE(gate.isOpen());
 }
 
+// Two a minute: a burst of two, then one more each half minute.
+TEST(DeliveryGate, ARateLimitAdmitsABurstThenOneSpanPerItsShareOfAMinute) {
+  QENDeliveryGate gate(Consent::kGranted, 0.1, false, 2);
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<bool> admitted;
+  for (const auto at : {0s, 0s, 0s, 30s, 30s})
+    admitted.push_back(gate.admitsReportedSpan(start + at));
+  EXPECT_EQ(admitted, (std::vector{true, true, false, true, false}));
+}
+
 class ConsentAtTheWire : public testing::TestWithParam<Path> {};
 
 // Five spans in one batch; the refusal (or pause) lands while the batch is taken or posted. After

@@ -1,10 +1,21 @@
 #include "QENDeliveryGate.h"
 
+#include "QENTokenBucket.h"
+
 QENDeliveryGate::QENDeliveryGate(QENTelemetryConsent consent, double minimumBatteryLevel,
-                                 bool pausesOnMeteredNetwork)
+                                 bool pausesOnMeteredNetwork, std::uint64_t maximumSpansPerMinute)
     : consent_(consent),
       minimumBatteryLevel_(minimumBatteryLevel),
-      pausesOnMeteredNetwork_(pausesOnMeteredNetwork) {}
+      pausesOnMeteredNetwork_(pausesOnMeteredNetwork),
+      rateLimit_(maximumSpansPerMinute == 0
+                     ? nullptr
+                     : std::make_unique<QENTokenBucket>(maximumSpansPerMinute, Clock::now())) {}
+
+QENDeliveryGate::~QENDeliveryGate() = default;
+
+bool QENDeliveryGate::admitsReportedSpan(Clock::time_point now) {
+  return rateLimit_ == nullptr || rateLimit_->take(now);
+}
 
 QENDeliveryGate::Verdict QENDeliveryGate::verdictFor(Ticket ticket) const {
   if (ticket != refusals_ || consent_ == QENTelemetryConsent::kNotGranted) {
