@@ -141,6 +141,9 @@ void QENCHandleTable::free(Slot& slot) {
   std::shared_ptr<void> object = std::move(slot.owner);
   slot.object.store(nullptr, std::memory_order_relaxed);
   slot.kind.store(QENCHandleKind{}, std::memory_order_relaxed);
+  if ((slot.state.load(std::memory_order_relaxed) >> 32) == 0) {
+    return;  // its generation wrapped: retired, never on the free list again
+  }
   std::uint64_t head = freeHead_.load(std::memory_order_relaxed);
   do {
     slot.nextFree.store(static_cast<std::uint32_t>(head & 0xFFFFFFFF), std::memory_order_relaxed);

@@ -7,14 +7,21 @@
 #include <mutex>
 
 // What a C handle names.
-enum class QENCHandleKind : std::uint8_t { kMetric = 1, kTrace, kSpool, kReporter, kReporterOptions };
+enum class QENCHandleKind : std::uint8_t {
+  kMetric = 1,
+  kTrace,
+  kSpool,
+  kReporter,
+  kReporterOptions
+};
 
 // The objects the C interface has handed out, by id. An id holds a slot's index and the slot's
 // generation, which moves on twice in each life of the slot: to an odd number when an object is
 // put in, to an even one the moment it is released. Only an odd generation finds an object, so an
 // id once released never finds one again, nor does any id (forged, or the one the slot's next
 // object will get) while the released object is still on its way out; nor an id of another kind,
-// or zero.
+// or zero. A slot whose generation comes round to zero (after 2^31 objects) would hand out its
+// first ids again: it is retired instead.
 //
 // Every call through a handle looks it up, so a lookup takes no lock: it pins the slot (one
 // atomic add on the slot's own state) and unpins it when done. A release on another thread
@@ -58,6 +65,11 @@ class QENCHandleTable {
   std::size_t count(QENCHandleKind kind) const;
 
  private:
+  // One table, the shared one: a pin unpins there.
+  QENCHandleTable() = default;
+  // Lets a test bring a slot to its last generation without 2^31 lives.
+  friend struct QENCHandleTableTestAccess;
+
   // A slot's state: its generation in the high half (odd while an object lives in the slot); below
   // it a flag set when a release found the slot pinned (the last unpin then frees the object),
   // and the number of pins.

@@ -45,3 +45,35 @@ TEST(CHandleTable, LookupsRacingReleasesNeverSeeAFreedObject) {
 }
 
 }  // namespace
+
+struct QENCHandleTableTestAccess {
+  // The id the object in `id`'s slot would have in the slot's last generation, now given to it.
+  static std::uint64_t moveToLastGeneration(std::uint64_t id) {
+    auto& table = QENCHandleTable::shared();
+    auto& state = table.slotAt(static_cast<std::uint32_t>((id & 0xFFFFFFFF) - 1))->state;
+    state.store(std::uint64_t{0xFFFFFFFF} << 32);
+    return (std::uint64_t{0xFFFFFFFF} << 32) | (id & 0xFFFFFFFF);
+  }
+};
+
+namespace {
+
+// A slot released in its last generation never takes an object again, so none of its ids, from
+// its first on, ever finds one.
+TEST(CHandleTable, ASlotWhoseGenerationWouldWrapIsRetired) {
+  auto& table = QENCHandleTable::shared();
+  const std::uint64_t first = table.insert(Kind::kTrace, std::make_shared<int>(1));
+  const std::uint64_t last = QENCHandleTableTestAccess::moveToLastGeneration(first);
+  ASSERT_TRUE(table.find(last, Kind::kTrace));
+  EXPECT_TRUE(table.remove(last, Kind::kTrace));
+  std::vector<std::uint64_t> later;
+  for (int object = 0; object < 100; ++object) {
+    later.push_back(table.insert(Kind::kTrace, std::make_shared<int>(object)));
+    EXPECT_NE(later.back() & 0xFFFFFFFF, first & 0xFFFFFFFF);
+  }
+  EXPECT_FALSE(table.find(first, Kind::kTrace));
+  for (const std::uint64_t id : later)
+    table.remove(id, Kind::kTrace);
+}
+
+}  // namespace
