@@ -280,7 +280,7 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
 // What a host's transport was given.
 struct Posts {
   int count;
-  int namedTheService;
+  int namedTheServiceAndTeam;
 };
 
 static QENCPostOutcome postThroughHost(void* userData, const uint8_t* body, size_t bodyLength,
@@ -288,29 +288,41 @@ static QENCPostOutcome postThroughHost(void* userData, const uint8_t* body, size
                                        int64_t* retryAfterSeconds) {
   struct Posts* posts = userData;
   const QENCBuffer buffer = {(uint8_t*)body, bodyLength};
-  posts->namedTheService |= contains(&buffer, "c-host") && headerCount > 0 && headers != NULL;
+  int team = 0;
+  for (size_t index = 0; index < headerCount; ++index)
+    team |= strncmp(headers[index].name, "X-Team", headers[index].nameLength) == 0;
+  posts->namedTheServiceAndTeam += contains(&buffer, "c-host") && team;
   ++posts->count;
   *retryAfterSeconds = -1;
   return QENCPostDelivered;
 }
 
-// A reporter given a host's transport posts through it, not with libcurl.
+// A reporter given a host's transport posts through it, not with libcurl, with the options it
+// was given: a header, one span a batch, and a pause below a battery level above the default.
 static void checkHostTransport(QENCTrace trace) {
   struct Posts posts = {0, 0};
   QENCReporterOptions options;
   OK(QENCReporterOptionsCreate(TEXT("https://unused.example/"), &options));
   OK(QENCReporterOptionsSetService(options, TEXT("c-host")));
   OK(QENCReporterOptionsSetFormat(options, QENCFormatZipkinV2JSON, false));
+  OK(QENCReporterOptionsAddHeader(options, TEXT("X-Team"), TEXT("c")));
+  OK(QENCReporterOptionsSetLimit(options, QENCLimitMaximumBatchSpans, 1));
   OK(QENCReporterOptionsSetTransport(options, postThroughHost, NULL, &posts));
   CHECK(QENCReporterOptionsSetTransport(options, NULL, NULL, NULL) == QENCStatusInvalidArgument);
-  QENCReporter reporter;
-  OK(QENCReporterCreate(options, &reporter));
+  const QENCDeviceConditions lowBattery = {true, false, false, 0.3, false};
+  for (int paused = 1; paused >= 0; --paused) {
+    OK(QENCReporterOptionsSetDeviceThresholds(options, paused ? 0.5 : 0.2, false));
+    QENCReporter reporter;
+    OK(QENCReporterCreate(options, &reporter));
+    OK(QENCReporterSetDeviceConditions(reporter, &lowBattery));
+    OK(QENCReporterReport(reporter, trace));
+    bool delivered = false;
+    OK(QENCReporterShutdown(reporter, paused ? 50 : 5000, &delivered));
+    CHECK(delivered == !paused && posts.count == (paused ? 0 : 2));
+    OK(QENCReporterRelease(reporter));
+  }
+  CHECK(posts.namedTheServiceAndTeam == 2);
   OK(QENCReporterOptionsRelease(options));
-  OK(QENCReporterReport(reporter, trace));
-  bool delivered = false;
-  OK(QENCReporterShutdown(reporter, 5000, &delivered));
-  CHECK(delivered && posts.count == 1 && posts.namedTheService);
-  OK(QENCReporterRelease(reporter));
 }
 
 // A request timed by a network stack, traced under a screen that hears the app go to the

@@ -125,8 +125,10 @@ class BindingTest {
   @Test
   void aReporterDeliversToACollector() throws IOException {
     List<byte[]> bodies = new CopyOnWriteArrayList<>();
+    List<String> teams = new CopyOnWriteArrayList<>();
     HttpServer collector = HttpServer.create(new InetSocketAddress("127.0.0.1", 0), 0);
     collector.createContext("/api/v2/spans", exchange -> {
+      teams.add(exchange.getRequestHeaders().getFirst("X-Team"));
       bodies.add(exchange.getRequestBody().readAllBytes());  // recorded before it answers
       exchange.sendResponseHeaders(202, -1);
       exchange.close();
@@ -142,6 +144,7 @@ class BindingTest {
       options.service = "java-app";
       options.gzip = false;
       options.limits.put(Reporter.Limit.MAXIMUM_TAGS_PER_SPAN, 1L);
+      options.headers.put("X-Team", "java");
       try (Trace trace = metric.export("42", "android"); Reporter reporter = new Reporter(options)) {
         options.consent = Reporter.Consent.PENDING;
         try (Reporter held = new Reporter(options)) {
@@ -159,5 +162,6 @@ class BindingTest {
     assertEquals(1, bodies.size());
     assertTrue(text(bodies.get(0)).contains("\"name\":\"sent\""));
     assertTrue(text(bodies.get(0)).contains("qen.dropped_tags"), "past the tag limit it was given");
+    assertEquals(List.of("java"), teams);
   }
 }

@@ -117,6 +117,7 @@ class OkHttpTracingTest {
     options.collectorURL = "http://127.0.0.1:" + collector.getAddress().getPort() + "/api/v2/spans";
     options.gzip = false;
     options.tagFilter = (key, value) -> key.equals("screen") ? "rewritten" : value;
+    options.keptQueryKeys.add("size");
     List<String> bodies = new java.util.concurrent.CopyOnWriteArrayList<>();
     options.transport = (body, headers) -> {
       bodies.add(new String(body, StandardCharsets.UTF_8));
@@ -130,6 +131,7 @@ class OkHttpTracingTest {
     try (Metric metric = new Metric("sent"); Reporter reporter = new Reporter(options)) {
       metric.start();
       metric.addTag("screen", "feed");
+      metric.addTag("feed.url", "https://api.example.com/feed?size=3&token=secret");
       metric.stop();
       try (Trace trace = metric.export(null, "android")) {
         reporter.report(trace);
@@ -141,5 +143,6 @@ class OkHttpTracingTest {
     }
     assertTrue(answers.isEmpty(), "the 429, then the retry");
     assertTrue(bodies.get(1).contains("\"screen\":\"rewritten\""), bodies.get(1));
+    assertTrue(bodies.get(1).contains("/feed?size=3&token=redacted"), bodies.get(1));
   }
 }
