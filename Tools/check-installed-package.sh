@@ -46,8 +46,8 @@ fi
 printf '#include <QENThrift/tracing_clientConstants.h>\nint main() { return QENThrift::tracing_clientConstants::NETWORK_SPEED() == "net.speed_kbps" ? 0 : 1; }\n' |
   ${CXX:-c++} -x c++ - -o "$prefix/keys-consumer" $($pkgconfig --cflags QENPerformanceLogger)
 "$prefix/keys-consumer"
-if [ -f "$build/Bindings/Java/qen-performance-logger.jar" ]; then
-  for installed in share/java/qen-performance-logger.jar share/java/qen-performance-logger-okhttp.jar \
+if [ -d "$build/Bindings/Java/maven" ]; then
+  for installed in share/java/qen-performance-logger.jar share/java/qen-performance-logger-sources.jar \
     "$(basename "$(dirname "$PKG_CONFIG_PATH")")/libQENPerformanceLoggerJNI.so"; do
     [ -f "$prefix/install/$installed" ] || { echo "not installed: $installed" >&2; exit 1; }
   done

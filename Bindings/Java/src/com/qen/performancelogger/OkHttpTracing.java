@@ -4,7 +4,6 @@ import java.io.IOException;
 import java.net.InetAddress;
 import java.net.InetSocketAddress;
 import java.net.Proxy;
-import java.time.Instant;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
@@ -130,9 +129,14 @@ public final class OkHttpTracing {
     }
   }
 
+  // The wall clock read once, and the monotonic one since: phases of a few microseconds keep their
+  // length (the wall clock of API 24 counts milliseconds; java.time is above it), and no clock
+  // change lands between two phases of one call.
+  private static final long ANCHOR_NANOS = System.nanoTime();
+  private static final double ANCHOR_SECONDS = System.currentTimeMillis() / 1e3;
+
   private static double wallClockSeconds() {
-    Instant now = Instant.now();
-    return now.getEpochSecond() + now.getNano() / 1e9;
+    return ANCHOR_SECONDS + (System.nanoTime() - ANCHOR_NANOS) / 1e9;
   }
 
   /** One call's phases, in the order the endpoint metric takes them. */

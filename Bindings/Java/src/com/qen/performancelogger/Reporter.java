@@ -1,11 +1,12 @@
 package com.qen.performancelogger;
 
-import java.time.Duration;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.EnumMap;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.TimeUnit;
 
 /**
  * Sends traces to a collector from a native thread of its own. Closing it (or the binding's
@@ -60,8 +61,23 @@ public final class Reporter implements AutoCloseable {
    * The collector's answer: its status, and its Retry-After header (null when it has none; a date
    * there is read as none).
    */
-  public record Answer(int status, String retryAfter) {
+  public static final class Answer {
     static final long RETRY = 1;
+    private final int status;
+    private final String retryAfter;
+
+    public Answer(int status, String retryAfter) {
+      this.status = status;
+      this.retryAfter = retryAfter;
+    }
+
+    public int status() {
+      return status;
+    }
+
+    public String retryAfter() {
+      return retryAfter;
+    }
 
     /** The C interface's QENCPostOutcome, with the Retry-After seconds plus one above it. */
     long encoded() {
@@ -99,11 +115,59 @@ public final class Reporter implements AutoCloseable {
    * battery and not charging, and resumes when that changes. {@code batteryLevel} is 0 to 1, or
    * {@code Double.NaN} when unknown.
    */
-  public record DeviceConditions(
-      boolean online, boolean metered, boolean powerSave, double batteryLevel, boolean charging) {}
+  public static final class DeviceConditions {
+    final boolean online;
+    final boolean metered;
+    final boolean powerSave;
+    final double batteryLevel;
+    final boolean charging;
 
-  /** What happened to the spans it was given. */
-  public record Counters(long accepted, long persisted, long delivered, long dropped) {}
+    public DeviceConditions(
+        boolean online, boolean metered, boolean powerSave, double batteryLevel, boolean charging) {
+      this.online = online;
+      this.metered = metered;
+      this.powerSave = powerSave;
+      this.batteryLevel = batteryLevel;
+      this.charging = charging;
+    }
+  }
+
+  /**
+   * What happened to the spans it was given. A value (not a record: records and java.time are
+   * above Android API 24, which the binding supports).
+   */
+  public static final class Counters {
+    public final long accepted;
+    public final long persisted;
+    public final long delivered;
+    public final long dropped;
+
+    public Counters(long accepted, long persisted, long delivered, long dropped) {
+      this.accepted = accepted;
+      this.persisted = persisted;
+      this.delivered = delivered;
+      this.dropped = dropped;
+    }
+
+    @Override
+    public boolean equals(Object other) {
+      return other instanceof Counters && Arrays.equals(values(), ((Counters) other).values());
+    }
+
+    @Override
+    public int hashCode() {
+      return Arrays.hashCode(values());
+    }
+
+    @Override
+    public String toString() {
+      return "Counters" + Arrays.toString(values());
+    }
+
+    private long[] values() {
+      return new long[] {accepted, persisted, delivered, dropped};
+    }
+  }
 
   private final long handle;
   private final NativeReleaser.Registration registration;
@@ -137,10 +201,10 @@ public final class Reporter implements AutoCloseable {
     QENPerformanceLoggerException.check(Native.reporterReport(handle, trace.handle), "report");
   }
 
-  /** Sends what is queued within {@code limit}, then stops; whether everything was delivered. */
-  public boolean shutdown(Duration limit) {
+  /** Sends what is queued within the limit, then stops; whether everything was delivered. */
+  public boolean shutdown(long limit, TimeUnit unit) {
     boolean[] delivered = new boolean[1];
-    int milliseconds = (int) Math.min(Integer.MAX_VALUE, Math.max(0, limit.toMillis()));
+    int milliseconds = (int) Math.min(Integer.MAX_VALUE, Math.max(0, unit.toMillis(limit)));
     QENPerformanceLoggerException.check(
         Native.reporterShutdown(handle, milliseconds, delivered), "shutdown");
     return delivered[0];
@@ -153,8 +217,8 @@ public final class Reporter implements AutoCloseable {
 
   public void setDeviceConditions(DeviceConditions conditions) {
     QENPerformanceLoggerException.check(
-        Native.reporterSetDeviceConditions(handle, conditions.online(), conditions.metered(),
-            conditions.powerSave(), conditions.batteryLevel(), conditions.charging()),
+        Native.reporterSetDeviceConditions(handle, conditions.online, conditions.metered,
+            conditions.powerSave, conditions.batteryLevel, conditions.charging),
         "setDeviceConditions");
   }
 

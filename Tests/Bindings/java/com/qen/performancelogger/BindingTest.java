@@ -7,7 +7,6 @@ import com.sun.net.httpserver.HttpServer;
 import java.io.IOException;
 import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
-import java.time.Duration;
 import java.util.*;
 import java.util.concurrent.*;
 import org.junit.jupiter.api.Test;
@@ -149,11 +148,11 @@ class BindingTest {
         options.consent = Reporter.Consent.PENDING;
         try (Reporter held = new Reporter(options)) {
           held.report(trace);
-          assertFalse(held.shutdown(Duration.ZERO));
+          assertFalse(held.shutdown(0, TimeUnit.SECONDS));
           assertEquals(new Reporter.Counters(1, 0, 0, 1), held.counters(), "kept, never sent");
         }
         reporter.report(trace);
-        assertTrue(reporter.shutdown(Duration.ofSeconds(30)));
+        assertTrue(reporter.shutdown(30, TimeUnit.SECONDS));
         assertEquals(new Reporter.Counters(1, 0, 1, 0), reporter.counters());
       }
     } finally {

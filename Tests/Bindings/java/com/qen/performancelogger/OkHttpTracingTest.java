@@ -122,7 +122,7 @@ class OkHttpTracingTest {
     options.transport = (body, headers) -> {
       bodies.add(new String(body, StandardCharsets.UTF_8));
       Request.Builder request = new Request.Builder().url(options.collectorURL)
-          .post(RequestBody.create(MediaType.get("application/json"), body));
+          .post(RequestBody.create(body, MediaType.get("application/json")));
       headers.forEach(request::header);
       try (Response response = okHttp.newCall(request.build()).execute()) {
         return new Reporter.Answer(response.code(), response.header("Retry-After"));
@@ -136,7 +136,7 @@ class OkHttpTracingTest {
       try (Trace trace = metric.export(null, "android")) {
         reporter.report(trace);
       }
-      assertTrue(reporter.shutdown(java.time.Duration.ofSeconds(30)));
+      assertTrue(reporter.shutdown(30, java.util.concurrent.TimeUnit.SECONDS));
       assertEquals(new Reporter.Counters(1, 0, 1, 0), reporter.counters());
     } finally {
       collector.stop(0);
