@@ -244,67 +244,67 @@ jlong metricHandleCount(JNIEnv*, jclass) {
   return static_cast<jlong>(QENCMetricHandleCount());
 }
 
-jint metricStart(JNIEnv*, jclass, jlong id) {
+jint metricStart(JNIEnv*, jclass, jobject, jlong id) {
   return QENCMetricStart(metric(id));
 }
 
-jint metricStartWithTime(JNIEnv*, jclass, jlong id, jdouble time) {
+jint metricStartWithTime(JNIEnv*, jclass, jobject, jlong id, jdouble time) {
   return QENCMetricStartWithTime(metric(id), time);
 }
 
-jint metricStop(JNIEnv*, jclass, jlong id) {
+jint metricStop(JNIEnv*, jclass, jobject, jlong id) {
   return QENCMetricStop(metric(id));
 }
 
-jint metricStopWithTime(JNIEnv*, jclass, jlong id, jdouble time) {
+jint metricStopWithTime(JNIEnv*, jclass, jobject, jlong id, jdouble time) {
   return QENCMetricStopWithTime(metric(id), time);
 }
 
-jint metricInvalidate(JNIEnv*, jclass, jlong id, jlong reason) {
+jint metricInvalidate(JNIEnv*, jclass, jobject, jlong id, jlong reason) {
   return QENCMetricInvalidate(metric(id), reason);
 }
 
-jint metricInvalidateWithTime(JNIEnv*, jclass, jlong id, jlong reason, jdouble time) {
+jint metricInvalidateWithTime(JNIEnv*, jclass, jobject, jlong id, jlong reason, jdouble time) {
   return QENCMetricInvalidateWithTime(metric(id), reason, time);
 }
 
-jint metricAddChild(JNIEnv*, jclass, jlong parent, jlong child) {
+jint metricAddChild(JNIEnv*, jclass, jobject, jlong parent, jobject, jlong child) {
   return QENCMetricAddChild(metric(parent), metric(child));
 }
 
-jint metricAddAnnotation(JNIEnv* env, jclass, jlong id, jstring name, jdouble time) {
+jint metricAddAnnotation(JNIEnv* env, jclass, jobject, jlong id, jstring name, jdouble time) {
   const Text text(env, name);
   return QENCMetricAddAnnotation(metric(id), text.data(), text.size(), time);
 }
 
-jint metricAddStringTag(JNIEnv* env, jclass, jlong id, jstring key, jstring value) {
+jint metricAddStringTag(JNIEnv* env, jclass, jobject, jlong id, jstring key, jstring value) {
   const Text keyText(env, key);
   const Text valueText(env, value);
   return QENCMetricAddStringTag(metric(id), keyText.data(), keyText.size(), valueText.data(),
                                 valueText.size());
 }
 
-jint metricAddBoolTag(JNIEnv* env, jclass, jlong id, jstring key, jboolean value) {
+jint metricAddBoolTag(JNIEnv* env, jclass, jobject, jlong id, jstring key, jboolean value) {
   const Text keyText(env, key);
   return QENCMetricAddBoolTag(metric(id), keyText.data(), keyText.size(), value == JNI_TRUE);
 }
 
-jint metricAddInt16Tag(JNIEnv* env, jclass, jlong id, jstring key, jshort value) {
+jint metricAddInt16Tag(JNIEnv* env, jclass, jobject, jlong id, jstring key, jshort value) {
   const Text keyText(env, key);
   return QENCMetricAddInt16Tag(metric(id), keyText.data(), keyText.size(), value);
 }
 
-jint metricAddInt32Tag(JNIEnv* env, jclass, jlong id, jstring key, jint value) {
+jint metricAddInt32Tag(JNIEnv* env, jclass, jobject, jlong id, jstring key, jint value) {
   const Text keyText(env, key);
   return QENCMetricAddInt32Tag(metric(id), keyText.data(), keyText.size(), value);
 }
 
-jint metricAddInt64Tag(JNIEnv* env, jclass, jlong id, jstring key, jlong value) {
+jint metricAddInt64Tag(JNIEnv* env, jclass, jobject, jlong id, jstring key, jlong value) {
   const Text keyText(env, key);
   return QENCMetricAddInt64Tag(metric(id), keyText.data(), keyText.size(), value);
 }
 
-jint metricAddCompletion(JNIEnv* env, jclass, jlong id, jobject callback) {
+jint metricAddCompletion(JNIEnv* env, jclass, jobject, jlong id, jobject callback) {
   jobject held = env->NewGlobalRef(callback);
   const QENCStatus status =
       QENCMetricAddCompletion(metric(id), completeInJava, releaseInJava, held);
@@ -314,7 +314,7 @@ jint metricAddCompletion(JNIEnv* env, jclass, jlong id, jobject callback) {
   return status;
 }
 
-jint metricShouldUpload(JNIEnv* env, jclass, jlong id, jbooleanArray out) {
+jint metricShouldUpload(JNIEnv* env, jclass, jobject, jlong id, jbooleanArray out) {
   bool shouldUpload = false;
   const QENCStatus status = QENCMetricShouldUpload(metric(id), &shouldUpload);
   if (status == QENCStatusOK) {
@@ -324,7 +324,7 @@ jint metricShouldUpload(JNIEnv* env, jclass, jlong id, jbooleanArray out) {
   return status;
 }
 
-jint metricIdentifiers(JNIEnv* env, jclass, jlong id, jlongArray out) {
+jint metricIdentifiers(JNIEnv* env, jclass, jobject, jlong id, jlongArray out) {
   std::int64_t identifiers[2] = {0, 0};
   const QENCStatus status = QENCMetricIdentifiers(metric(id), &identifiers[0], &identifiers[1]);
   if (status == QENCStatusOK) {
@@ -377,7 +377,8 @@ jint setPropagationHosts(JNIEnv* env, jclass, jobjectArray hosts) {
   return QENCSetPropagationHosts(data.data(), lengths.data(), data.size());
 }
 
-jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jstring url, jobjectArray out) {
+jint metricPropagationHeaders(JNIEnv* env, jclass, jobject, jlong id, jstring url,
+                              jobjectArray out) {
   const Text urlText(env, url);
   std::vector<std::string> headers;
   const QENCStatus status = QENCMetricPropagationHeaders(metric(id), urlText.data(), urlText.size(),
@@ -387,8 +388,8 @@ jint metricPropagationHeaders(JNIEnv* env, jclass, jlong id, jstring url, jobjec
 
 // The drawn span id (0: none, the host is not listed) goes to out[0]; the headers, as for
 // metricPropagationHeaders, to pairs[0].
-jint propagationHeadersForRequest(JNIEnv* env, jclass, jlong parent, jstring url, jlongArray out,
-                                  jobjectArray pairsOut) {
+jint propagationHeadersForRequest(JNIEnv* env, jclass, jobject, jlong parent, jstring url,
+                                  jlongArray out, jobjectArray pairsOut) {
   const Text urlText(env, url);
   std::vector<std::string> headers;
   std::int64_t spanId = 0;
@@ -432,13 +433,14 @@ jint postApplicationEvent(JNIEnv*, jclass, jint event) {
   return QENCPostApplicationEvent(static_cast<QENCApplicationEvent>(event));
 }
 
-jint metricObserveApplicationEvents(JNIEnv*, jclass, jlong id) {
+jint metricObserveApplicationEvents(JNIEnv*, jclass, jobject, jlong id) {
   return QENCMetricObserveApplicationEvents(metric(id));
 }
 
 // MARK: - Export
 
-jint traceCreate(JNIEnv* env, jclass, jlong id, jstring userId, jstring platform, jlongArray out) {
+jint traceCreate(JNIEnv* env, jclass, jobject, jlong id, jstring userId, jstring platform,
+                 jlongArray out) {
   const Text user(env, userId);
   const Text platformText(env, platform);
   QENCTrace made{};
@@ -454,7 +456,7 @@ jint traceRelease(JNIEnv*, jclass, jlong id) {
   return QENCTraceRelease(trace(id));
 }
 
-jint traceSpanCount(JNIEnv* env, jclass, jlong id, jlongArray out) {
+jint traceSpanCount(JNIEnv* env, jclass, jobject, jlong id, jlongArray out) {
   std::size_t count = 0;
   const QENCStatus status = QENCTraceSpanCount(trace(id), &count);
   if (status == QENCStatusOK) {
@@ -463,7 +465,8 @@ jint traceSpanCount(JNIEnv* env, jclass, jlong id, jlongArray out) {
   return status;
 }
 
-jint traceEncode(JNIEnv* env, jclass, jlong id, jint format, jstring service, jobjectArray out) {
+jint traceEncode(JNIEnv* env, jclass, jobject, jlong id, jint format, jstring service,
+                 jobjectArray out) {
   const Text serviceText(env, service);
   QENCBuffer encoded{nullptr, 0};
   const QENCStatus status = QENCTraceEncode(trace(id), static_cast<QENCFormat>(format),
@@ -572,7 +575,7 @@ QENCStatus applyOptions(JNIEnv* env, QENCReporterOptions options, jint format, j
 }
 
 jint reporterCreate(JNIEnv* env, jclass, jstring url, jint format, jstring service, jboolean gzip,
-                    jobjectArray headerTexts, jlong spoolId, jlongArray limits,
+                    jobjectArray headerTexts, jobject, jlong spoolId, jlongArray limits,
                     jobjectArray keptQueryKeys, jint consent, jdouble minimumBatteryLevel,
                     jboolean pausesOnMeteredNetwork, jobject tagFilter, jobject transport,
                     jlongArray out) {
@@ -600,11 +603,12 @@ jint reporterRelease(JNIEnv*, jclass, jlong id) {
   return QENCReporterRelease(reporter(id));
 }
 
-jint reporterReport(JNIEnv*, jclass, jlong id, jlong traceId) {
+jint reporterReport(JNIEnv*, jclass, jobject, jlong id, jobject, jlong traceId) {
   return QENCReporterReport(reporter(id), trace(traceId));
 }
 
-jint reporterShutdown(JNIEnv* env, jclass, jlong id, jint limitMilliseconds, jbooleanArray out) {
+jint reporterShutdown(JNIEnv* env, jclass, jobject, jlong id, jint limitMilliseconds,
+                      jbooleanArray out) {
   bool delivered = false;
   const QENCStatus status =
       QENCReporterShutdown(reporter(id), static_cast<std::uint32_t>(limitMilliseconds), &delivered);
@@ -615,18 +619,19 @@ jint reporterShutdown(JNIEnv* env, jclass, jlong id, jint limitMilliseconds, jbo
   return status;
 }
 
-jint reporterSetConsent(JNIEnv*, jclass, jlong id, jint consent) {
+jint reporterSetConsent(JNIEnv*, jclass, jobject, jlong id, jint consent) {
   return QENCReporterSetConsent(reporter(id), static_cast<QENCConsent>(consent));
 }
 
-jint reporterSetDeviceConditions(JNIEnv*, jclass, jlong id, jboolean online, jboolean metered,
-                                 jboolean powerSave, jdouble batteryLevel, jboolean charging) {
+jint reporterSetDeviceConditions(JNIEnv*, jclass, jobject, jlong id, jboolean online,
+                                 jboolean metered, jboolean powerSave, jdouble batteryLevel,
+                                 jboolean charging) {
   const QENCDeviceConditions conditions{online == JNI_TRUE, metered == JNI_TRUE,
                                         powerSave == JNI_TRUE, batteryLevel, charging == JNI_TRUE};
   return QENCReporterSetDeviceConditions(reporter(id), &conditions);
 }
 
-jint reporterCounters(JNIEnv* env, jclass, jlong id, jlongArray out) {
+jint reporterCounters(JNIEnv* env, jclass, jobject, jlong id, jlongArray out) {
   QENCReporterCounters counters{};
   const QENCStatus status = QENCReporterGetCounters(reporter(id), &counters);
   if (status == QENCStatusOK) {
@@ -652,44 +657,46 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(metricCreateLeaf, "(Ljava/lang/String;)J"),
     QENJ_METHOD(metricRelease, "(J)I"),
     QENJ_METHOD(metricHandleCount, "()J"),
-    QENJ_METHOD(metricStart, "(J)I"),
-    QENJ_METHOD(metricStartWithTime, "(JD)I"),
-    QENJ_METHOD(metricStop, "(J)I"),
-    QENJ_METHOD(metricStopWithTime, "(JD)I"),
-    QENJ_METHOD(metricInvalidate, "(JJ)I"),
-    QENJ_METHOD(metricInvalidateWithTime, "(JJD)I"),
-    QENJ_METHOD(metricAddChild, "(JJ)I"),
-    QENJ_METHOD(metricAddAnnotation, "(JLjava/lang/String;D)I"),
-    QENJ_METHOD(metricAddStringTag, "(JLjava/lang/String;Ljava/lang/String;)I"),
-    QENJ_METHOD(metricAddBoolTag, "(JLjava/lang/String;Z)I"),
-    QENJ_METHOD(metricAddInt16Tag, "(JLjava/lang/String;S)I"),
-    QENJ_METHOD(metricAddInt32Tag, "(JLjava/lang/String;I)I"),
-    QENJ_METHOD(metricAddInt64Tag, "(JLjava/lang/String;J)I"),
-    QENJ_METHOD(metricAddCompletion, "(JLjava/lang/Object;)I"),
-    QENJ_METHOD(metricShouldUpload, "(J[Z)I"),
-    QENJ_METHOD(metricIdentifiers, "(J[J)I"),
+    QENJ_METHOD(metricStart, "(Ljava/lang/Object;J)I"),
+    QENJ_METHOD(metricStartWithTime, "(Ljava/lang/Object;JD)I"),
+    QENJ_METHOD(metricStop, "(Ljava/lang/Object;J)I"),
+    QENJ_METHOD(metricStopWithTime, "(Ljava/lang/Object;JD)I"),
+    QENJ_METHOD(metricInvalidate, "(Ljava/lang/Object;JJ)I"),
+    QENJ_METHOD(metricInvalidateWithTime, "(Ljava/lang/Object;JJD)I"),
+    QENJ_METHOD(metricAddChild, "(Ljava/lang/Object;JLjava/lang/Object;J)I"),
+    QENJ_METHOD(metricAddAnnotation, "(Ljava/lang/Object;JLjava/lang/String;D)I"),
+    QENJ_METHOD(metricAddStringTag, "(Ljava/lang/Object;JLjava/lang/String;Ljava/lang/String;)I"),
+    QENJ_METHOD(metricAddBoolTag, "(Ljava/lang/Object;JLjava/lang/String;Z)I"),
+    QENJ_METHOD(metricAddInt16Tag, "(Ljava/lang/Object;JLjava/lang/String;S)I"),
+    QENJ_METHOD(metricAddInt32Tag, "(Ljava/lang/Object;JLjava/lang/String;I)I"),
+    QENJ_METHOD(metricAddInt64Tag, "(Ljava/lang/Object;JLjava/lang/String;J)I"),
+    QENJ_METHOD(metricAddCompletion, "(Ljava/lang/Object;JLjava/lang/Object;)I"),
+    QENJ_METHOD(metricShouldUpload, "(Ljava/lang/Object;J[Z)I"),
+    QENJ_METHOD(metricIdentifiers, "(Ljava/lang/Object;J[J)I"),
     QENJ_METHOD(setPropagationHosts, "([Ljava/lang/Object;)I"),
-    QENJ_METHOD(metricPropagationHeaders, "(JLjava/lang/String;[Ljava/lang/Object;)I"),
-    QENJ_METHOD(propagationHeadersForRequest, "(JLjava/lang/String;[J[Ljava/lang/Object;)I"),
+    QENJ_METHOD(metricPropagationHeaders,
+                "(Ljava/lang/Object;JLjava/lang/String;[Ljava/lang/Object;)I"),
+    QENJ_METHOD(propagationHeadersForRequest,
+                "(Ljava/lang/Object;JLjava/lang/String;[J[Ljava/lang/Object;)I"),
     QENJ_METHOD(endpointMetricCreate, "(Ljava/lang/String;Ljava/lang/String;[D[JJ[J)I"),
     QENJ_METHOD(postApplicationEvent, "(I)I"),
-    QENJ_METHOD(metricObserveApplicationEvents, "(J)I"),
-    QENJ_METHOD(traceCreate, "(JLjava/lang/String;Ljava/lang/String;[J)I"),
+    QENJ_METHOD(metricObserveApplicationEvents, "(Ljava/lang/Object;J)I"),
+    QENJ_METHOD(traceCreate, "(Ljava/lang/Object;JLjava/lang/String;Ljava/lang/String;[J)I"),
     QENJ_METHOD(traceRelease, "(J)I"),
-    QENJ_METHOD(traceSpanCount, "(J[J)I"),
-    QENJ_METHOD(traceEncode, "(JILjava/lang/String;[Ljava/lang/Object;)I"),
+    QENJ_METHOD(traceSpanCount, "(Ljava/lang/Object;J[J)I"),
+    QENJ_METHOD(traceEncode, "(Ljava/lang/Object;JILjava/lang/String;[Ljava/lang/Object;)I"),
     QENJ_METHOD(spoolCreate, "(Ljava/lang/String;JI[J)I"),
     QENJ_METHOD(spoolRelease, "(J)I"),
-    QENJ_METHOD(
-        reporterCreate,
-        "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;J[J[Ljava/lang/Object;IDZ"
-        "Ljava/lang/Object;Ljava/lang/Object;[J)I"),
+    QENJ_METHOD(reporterCreate,
+                "(Ljava/lang/String;ILjava/lang/String;Z[Ljava/lang/Object;Ljava/lang/"
+                "Object;J[J[Ljava/lang/Object;IDZ"
+                "Ljava/lang/Object;Ljava/lang/Object;[J)I"),
     QENJ_METHOD(reporterRelease, "(J)I"),
-    QENJ_METHOD(reporterReport, "(JJ)I"),
-    QENJ_METHOD(reporterShutdown, "(JI[Z)I"),
-    QENJ_METHOD(reporterCounters, "(J[J)I"),
-    QENJ_METHOD(reporterSetConsent, "(JI)I"),
-    QENJ_METHOD(reporterSetDeviceConditions, "(JZZZDZ)I"),
+    QENJ_METHOD(reporterReport, "(Ljava/lang/Object;JLjava/lang/Object;J)I"),
+    QENJ_METHOD(reporterShutdown, "(Ljava/lang/Object;JI[Z)I"),
+    QENJ_METHOD(reporterCounters, "(Ljava/lang/Object;J[J)I"),
+    QENJ_METHOD(reporterSetConsent, "(Ljava/lang/Object;JI)I"),
+    QENJ_METHOD(reporterSetDeviceConditions, "(Ljava/lang/Object;JZZZDZ)I"),
     QENJ_METHOD(monotonicNow, "()D"),
 };
 

@@ -66,65 +66,65 @@ public final class Metric implements AutoCloseable {
   }
 
   public void start() {
-    QENPerformanceLoggerException.check(Native.metricStart(handle), "start");
+    QENPerformanceLoggerException.check(Native.metricStart(this, handle), "start");
   }
 
   public void start(double time) {
-    QENPerformanceLoggerException.check(Native.metricStartWithTime(handle, time), "start");
+    QENPerformanceLoggerException.check(Native.metricStartWithTime(this, handle, time), "start");
   }
 
   public void stop() {
-    QENPerformanceLoggerException.check(Native.metricStop(handle), "stop");
+    QENPerformanceLoggerException.check(Native.metricStop(this, handle), "stop");
   }
 
   public void stop(double time) {
-    QENPerformanceLoggerException.check(Native.metricStopWithTime(handle, time), "stop");
+    QENPerformanceLoggerException.check(Native.metricStopWithTime(this, handle, time), "stop");
   }
 
   /** With a stop reason from -1 (valid) to 5 (client error). */
   public void invalidate(long stopReason) {
-    QENPerformanceLoggerException.check(Native.metricInvalidate(handle, stopReason), "invalidate");
+    QENPerformanceLoggerException.check(Native.metricInvalidate(this, handle, stopReason), "invalidate");
   }
 
   public void invalidate(long stopReason, double time) {
     QENPerformanceLoggerException.check(
-        Native.metricInvalidateWithTime(handle, stopReason, time), "invalidate");
+        Native.metricInvalidateWithTime(this, handle, stopReason, time), "invalidate");
   }
 
   public void addChild(Metric child) {
     QENPerformanceLoggerException.check(
-        Native.metricAddChild(handle, java.util.Objects.requireNonNull(child, "child").handle),
+        Native.metricAddChild(this, handle, java.util.Objects.requireNonNull(child, "child"), child.handle),
         "addChild");
   }
 
   public void addAnnotation(String name, double time) {
     QENPerformanceLoggerException.check(
-        Native.metricAddAnnotation(handle, Arguments.required(name, "name"), time), "addAnnotation");
+        Native.metricAddAnnotation(this, handle, Arguments.required(name, "name"), time), "addAnnotation");
   }
 
   public void addTag(String key, String value) {
-    QENPerformanceLoggerException.check(Native.metricAddStringTag(handle, Arguments.required(key, "key"),
+    QENPerformanceLoggerException.check(Native.metricAddStringTag(this, handle, Arguments.required(key, "key"),
         Arguments.required(value, "value")), "addTag");
   }
 
   public void addTag(String key, boolean value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddBoolTag(handle, Arguments.required(key, "key"), value), "addTag");
+        Native.metricAddBoolTag(this, handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   public void addTag(String key, short value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddInt16Tag(handle, Arguments.required(key, "key"), value), "addTag");
+        Native.metricAddInt16Tag(this, handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   public void addTag(String key, int value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddInt32Tag(handle, Arguments.required(key, "key"), value), "addTag");
+        Native.metricAddInt32Tag(this, handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   public void addTag(String key, long value) {
     QENPerformanceLoggerException.check(
-        Native.metricAddInt64Tag(handle, Arguments.required(key, "key"), value), "addTag");
+        Native.metricAddInt64Tag(this, handle, Arguments.required(key, "key"), value), "addTag");
   }
 
   /**
@@ -140,7 +140,7 @@ public final class Metric implements AutoCloseable {
     HeldCompletion holder = new HeldCompletion(Objects.requireNonNull(completion, "completion"));
     synchronized (this) {
       QENPerformanceLoggerException.check(
-          Native.metricAddCompletion(handle, holder), "onCompletion");
+          Native.metricAddCompletion(this, handle, holder), "onCompletion");
       completions.add(completion);
       held.add(holder);
     }
@@ -148,7 +148,7 @@ public final class Metric implements AutoCloseable {
 
   public boolean shouldUpload() {
     boolean[] answer = new boolean[1];
-    QENPerformanceLoggerException.check(Native.metricShouldUpload(handle, answer), "shouldUpload");
+    QENPerformanceLoggerException.check(Native.metricShouldUpload(this, handle, answer), "shouldUpload");
     return answer[0];
   }
 
@@ -181,7 +181,7 @@ public final class Metric implements AutoCloseable {
   public Map<String, String> propagationHeaders(String url) {
     Object[] out = new Object[1];
     QENPerformanceLoggerException.check(
-        Native.metricPropagationHeaders(handle, Arguments.required(url, "url"), out),
+        Native.metricPropagationHeaders(this, handle, Arguments.required(url, "url"), out),
         "propagationHeaders");
     return headersOf(out);
   }
@@ -189,7 +189,7 @@ public final class Metric implements AutoCloseable {
   /** Annotates the metric with the application's lifecycle events from now on. */
   public void observeApplicationEvents() {
     QENPerformanceLoggerException.check(
-        Native.metricObserveApplicationEvents(handle), "observeApplicationEvents");
+        Native.metricObserveApplicationEvents(this, handle), "observeApplicationEvents");
   }
 
   /** Native code's names and values, alternately, in out[0]. */
@@ -244,7 +244,7 @@ public final class Metric implements AutoCloseable {
 
   private long[] identifiers() {
     long[] identifiers = new long[2];
-    QENPerformanceLoggerException.check(Native.metricIdentifiers(handle, identifiers), "identifiers");
+    QENPerformanceLoggerException.check(Native.metricIdentifiers(this, handle, identifiers), "identifiers");
     return identifiers;
   }
 }

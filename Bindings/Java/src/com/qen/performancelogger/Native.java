@@ -87,47 +87,47 @@ final class Native {
   static native long metricCreateLeaf(String name);
   static native int metricRelease(long metric);
   static native long metricHandleCount();
-  static native int metricStart(long metric);
-  static native int metricStartWithTime(long metric, double time);
-  static native int metricStop(long metric);
-  static native int metricStopWithTime(long metric, double time);
-  static native int metricInvalidate(long metric, long stopReason);
-  static native int metricInvalidateWithTime(long metric, long stopReason, double time);
-  static native int metricAddChild(long parent, long child);
-  static native int metricAddAnnotation(long metric, String name, double time);
-  static native int metricAddStringTag(long metric, String key, String value);
-  static native int metricAddBoolTag(long metric, String key, boolean value);
-  static native int metricAddInt16Tag(long metric, String key, short value);
-  static native int metricAddInt32Tag(long metric, String key, int value);
-  static native int metricAddInt64Tag(long metric, String key, long value);
-  static native int metricAddCompletion(long metric, Object completion);
-  static native int metricShouldUpload(long metric, boolean[] shouldUpload);
-  static native int metricIdentifiers(long metric, long[] traceAndSpanId);
+  static native int metricStart(Object owner, long metric);
+  static native int metricStartWithTime(Object owner, long metric, double time);
+  static native int metricStop(Object owner, long metric);
+  static native int metricStopWithTime(Object owner, long metric, double time);
+  static native int metricInvalidate(Object owner, long metric, long stopReason);
+  static native int metricInvalidateWithTime(Object owner, long metric, long stopReason, double time);
+  static native int metricAddChild(Object parentOwner, long parent, Object childOwner, long child);
+  static native int metricAddAnnotation(Object owner, long metric, String name, double time);
+  static native int metricAddStringTag(Object owner, long metric, String key, String value);
+  static native int metricAddBoolTag(Object owner, long metric, String key, boolean value);
+  static native int metricAddInt16Tag(Object owner, long metric, String key, short value);
+  static native int metricAddInt32Tag(Object owner, long metric, String key, int value);
+  static native int metricAddInt64Tag(Object owner, long metric, String key, long value);
+  static native int metricAddCompletion(Object owner, long metric, Object completion);
+  static native int metricShouldUpload(Object owner, long metric, boolean[] shouldUpload);
+  static native int metricIdentifiers(Object owner, long metric, long[] traceAndSpanId);
   static native int setPropagationHosts(Object[] hosts);
-  static native int metricPropagationHeaders(long metric, String url, Object[] namesAndValues);
+  static native int metricPropagationHeaders(Object owner, long metric, String url, Object[] namesAndValues);
   static native int propagationHeadersForRequest(
-      long parent, String url, long[] spanId, Object[] headers);
+      Object owner, long parent, String url, long[] spanId, Object[] headers);
   static native int endpointMetricCreate(String url, String method, double[] phaseTimes,
       long[] statusBytesAndReuse, long requestSpanId, long[] metric);
   static native int postApplicationEvent(int event);
-  static native int metricObserveApplicationEvents(long metric);
-  static native int traceCreate(long metric, String userId, String platform, long[] trace);
+  static native int metricObserveApplicationEvents(Object owner, long metric);
+  static native int traceCreate(Object owner, long metric, String userId, String platform, long[] trace);
   static native int traceRelease(long trace);
-  static native int traceSpanCount(long trace, long[] count);
-  static native int traceEncode(long trace, int format, String service, Object[] encoded);
+  static native int traceSpanCount(Object owner, long trace, long[] count);
+  static native int traceEncode(Object owner, long trace, int format, String service, Object[] encoded);
   static native int spoolCreate(String path, long maximumBytes, int maximumAgeSeconds, long[] spool);
   static native int spoolRelease(long spool);
   /** Limits in pairs of a Reporter.Limit's ordinal and its value. */
   static native int reporterCreate(String collectorURL, int format, String service, boolean gzip,
-      Object[] headerNamesAndValues, long spool, long[] limits, Object[] keptQueryKeys,
+      Object[] headerNamesAndValues, Object spoolOwner, long spool, long[] limits, Object[] keptQueryKeys,
       int consent, double minimumBatteryLevel, boolean pausesOnMeteredNetwork, Object tagFilter,
       Object transport, long[] reporter);
   static native int reporterRelease(long reporter);
-  static native int reporterReport(long reporter, long trace);
-  static native int reporterShutdown(long reporter, int limitMilliseconds, boolean[] delivered);
-  static native int reporterCounters(long reporter, long[] counters);
-  static native int reporterSetConsent(long reporter, int consent);
-  static native int reporterSetDeviceConditions(long reporter, boolean online, boolean metered,
+  static native int reporterReport(Object reporterOwner, long reporter, Object traceOwner, long trace);
+  static native int reporterShutdown(Object owner, long reporter, int limitMilliseconds, boolean[] delivered);
+  static native int reporterCounters(Object owner, long reporter, long[] counters);
+  static native int reporterSetConsent(Object owner, long reporter, int consent);
+  static native int reporterSetDeviceConditions(Object owner, long reporter, boolean online, boolean metered,
       boolean powerSave, double batteryLevel, boolean charging);
   static native double monotonicNow();
 }

@@ -92,7 +92,7 @@ public final class OkHttpTracing {
       }
       long[] spanId = new long[1];
       Object[] headers = new Object[1];
-      QENPerformanceLoggerException.check(Native.propagationHeadersForRequest(state.parent.handle,
+      QENPerformanceLoggerException.check(Native.propagationHeadersForRequest(state.parent, state.parent.handle,
           Arguments.required(request.url().toString(), "url"), spanId, headers), "propagationHeaders");
       if (spanId[0] == 0) {
         return request;  // a host the app did not list

@@ -189,7 +189,7 @@ public final class Reporter implements AutoCloseable {
     QENPerformanceLoggerException.check(Native.reporterCreate(
         Arguments.required(options.collectorURL, "collectorURL"), options.format.ordinal(),
         Arguments.required(options.service, "service"), options.gzip, headers.toArray(),
-        options.spool == null ? 0 : options.spool.handle, limits, options.keptQueryKeys.toArray(),
+        options.spool, options.spool == null ? 0 : options.spool.handle, limits, options.keptQueryKeys.toArray(),
         Arguments.required(options.consent, "consent").ordinal(), options.minimumBatteryLevel,
         options.pausesOnMeteredNetwork, options.tagFilter, options.transport, made), "Reporter");
     handle = made[0];
@@ -198,7 +198,7 @@ public final class Reporter implements AutoCloseable {
 
   /** Queues the trace's spans and returns at once; the trace stays the caller's. */
   public void report(Trace trace) {
-    QENPerformanceLoggerException.check(Native.reporterReport(handle, trace.handle), "report");
+    QENPerformanceLoggerException.check(Native.reporterReport(this, handle, trace, trace.handle), "report");
   }
 
   /** Sends what is queued within the limit, then stops; whether everything was delivered. */
@@ -206,25 +206,25 @@ public final class Reporter implements AutoCloseable {
     boolean[] delivered = new boolean[1];
     int milliseconds = (int) Math.min(Integer.MAX_VALUE, Math.max(0, unit.toMillis(limit)));
     QENPerformanceLoggerException.check(
-        Native.reporterShutdown(handle, milliseconds, delivered), "shutdown");
+        Native.reporterShutdown(this, handle, milliseconds, delivered), "shutdown");
     return delivered[0];
   }
 
   public void setConsent(Consent consent) {
     QENPerformanceLoggerException.check(
-        Native.reporterSetConsent(handle, consent.ordinal()), "setConsent");
+        Native.reporterSetConsent(this, handle, consent.ordinal()), "setConsent");
   }
 
   public void setDeviceConditions(DeviceConditions conditions) {
     QENPerformanceLoggerException.check(
-        Native.reporterSetDeviceConditions(handle, conditions.online, conditions.metered,
+        Native.reporterSetDeviceConditions(this, handle, conditions.online, conditions.metered,
             conditions.powerSave, conditions.batteryLevel, conditions.charging),
         "setDeviceConditions");
   }
 
   public Counters counters() {
     long[] counts = new long[4];
-    QENPerformanceLoggerException.check(Native.reporterCounters(handle, counts), "counters");
+    QENPerformanceLoggerException.check(Native.reporterCounters(this, handle, counts), "counters");
     return new Counters(counts[0], counts[1], counts[2], counts[3]);
   }
 

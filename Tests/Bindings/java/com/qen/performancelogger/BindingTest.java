@@ -9,6 +9,7 @@ import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
 import java.util.*;
 import java.util.concurrent.*;
+import java.util.concurrent.atomic.AtomicInteger;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 
@@ -101,24 +102,72 @@ class BindingTest {
     forgotten.onCompletion(valid -> forgotten.shouldUpload());
   }
 
+  /** Collects, then waits until the releaser has handled what that collection found. */
+  private static void collectAndRelease() throws InterruptedException {
+    System.gc();
+    // A sentinel collected after what went before: once the releaser has run it, it had its turn.
+    CountDownLatch releaserTurn = new CountDownLatch(1);
+    NativeReleaser.register(new Object(), 0, handle -> {
+      releaserTurn.countDown();
+      return 0;
+    });
+    System.gc();
+    assertTrue(releaserTurn.await(30, TimeUnit.SECONDS));
+  }
+
   @Test
   void aMetricLeftToTheGarbageCollectorIsReleasedByTheReleaser() throws InterruptedException {
     long before = Metric.handleCount();
     forget();
     assertEquals(before + 1, Metric.handleCount());
-    // The releaser runs on its own thread once a collection found the metric unreachable.
     for (int rounds = 0; Metric.handleCount() > before && rounds < 10; ++rounds) {
-      System.gc();
-      // A sentinel collected after the metric: once the releaser has run it, it had its turn.
-      CountDownLatch nextCleanerTurn = new CountDownLatch(1);
-      NativeReleaser.register(new Object(), 0, handle -> {
-        nextCleanerTurn.countDown();
-        return 0;
-      });
-      System.gc();
-      assertTrue(nextCleanerTurn.await(30, TimeUnit.SECONDS));
+      collectAndRelease();
     }
     assertEquals(before, Metric.handleCount());
+  }
+
+  private static boolean reportAndShutDown(
+      Reporter.Options options, Trace trace, List<java.lang.ref.WeakReference<Reporter>> made) {
+    Reporter reporter = new Reporter(options);
+    made.add(0, new java.lang.ref.WeakReference<>(reporter));
+    reporter.report(trace);
+    return reporter.shutdown(30, TimeUnit.SECONDS);  // its last use
+  }
+
+  /**
+   * A reporter its caller drops as its shutdown starts stays reachable until the shutdown returns,
+   * however the JIT compiled the caller: collections forced while the native call runs (from the
+   * transport it calls) never find it gone. The early rounds only warm the JIT up.
+   */
+  @Test
+  void anObjectStaysReachableForTheLengthOfANativeCallOnIt() throws Exception {
+    final int rounds = 1000, checked = 40;
+    AtomicInteger round = new AtomicInteger();
+    List<java.lang.ref.WeakReference<Reporter>> current = new CopyOnWriteArrayList<>();
+    AtomicInteger lost = new AtomicInteger();
+    Reporter.Options options = new Reporter.Options();
+    options.collectorURL = "http://unused.test/";
+    options.transport = (body, headers) -> {
+      if (round.get() >= rounds - checked) {
+        try {
+          collectAndRelease();
+        } catch (InterruptedException interrupted) {
+          throw new IllegalStateException(interrupted);
+        }
+        lost.addAndGet(current.get(0).get() == null ? 1 : 0);
+      }
+      return new Reporter.Answer(202, null);
+    };
+    try (Metric metric = new Metric("sent")) {
+      metric.start();
+      metric.stop();
+      try (Trace trace = metric.export(null, "android")) {
+        for (; round.get() < rounds; round.incrementAndGet()) {
+          assertTrue(reportAndShutDown(options, trace, current));
+        }
+      }
+    }
+    assertEquals(0, lost.get(), "reporters found unreachable during their own shutdown");
   }
 
   @Test
