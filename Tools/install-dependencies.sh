@@ -69,11 +69,12 @@ if [ ! -d "$readers/node_modules/@opentelemetry/otlp-transformer" ]; then
 fi
 
 # The Java binding's build, its tests on OkHttp 4 and 5, the example app that builds against it,
-# and ProGuard, which shrinks that app in a test: their plugins and libraries from Maven Central, once, into the local repository (the builds
+# ProGuard, which shrinks that app in a test, and the peer benchmark (JMH, the OpenTelemetry SDK):
+# their plugins and libraries from Maven Central, once, into the local repository (the builds
 # then run offline). The stamp names the pom files' contents, so a changed pom fetches again.
 project=$(cd "$(dirname "$0")/.." && pwd)
 poms=("$project/Bindings/Java/pom.xml" "$project/Examples/JavaConsumer/pom.xml"
-  "$project/Tests/Bindings/shrinker/pom.xml")
+  "$project/Tests/Bindings/shrinker/pom.xml" "$project/Benchmarks/peer/pom.xml")
 stamp="$HOME/.m2/qen-fetched-$(cat "${poms[@]}" | sha256sum | cut -c1-16)"
 if [ ! -f "$stamp" ]; then
   scratch=$(mktemp -d)
@@ -85,6 +86,7 @@ if [ ! -f "$stamp" ]; then
   done
   mvn -B -q -f "${poms[1]}" -Dqen.build.directory="$scratch/consumer" package
   mvn -B -q -f "${poms[2]}" dependency:build-classpath -Dmdep.outputFile=/dev/null >/dev/null
+  mvn -B -q -f "${poms[3]}" -Dqen.build.directory="$scratch/peer" package
   rm -rf "$scratch"
   touch "$stamp"
 fi
