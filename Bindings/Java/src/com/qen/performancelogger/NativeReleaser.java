@@ -2,9 +2,6 @@ package com.qen.performancelogger;
 
 import java.lang.ref.PhantomReference;
 import java.lang.ref.ReferenceQueue;
-import java.util.Set;
-import java.util.concurrent.ConcurrentHashMap;
-import java.util.concurrent.atomic.AtomicBoolean;
 
 /**
  * Releases the native handle of an object the app let go of without closing it. Android lacks the
@@ -19,11 +16,17 @@ final class NativeReleaser {
     int release(long handle);
   }
 
-  /** One object's handle, released once: by close, or after the object became unreachable. */
+  /**
+   * One object's handle, released once: by close, or after the object became unreachable. Until
+   * then it sits in a list of the live ones, which keeps it reachable (a phantom reference must
+   * be, to be enqueued): linked in place under one lock, as the JDK's Cleaner keeps its own, with
+   * no allocation beyond the registration itself.
+   */
   static final class Registration extends PhantomReference<Object> {
     private final long handle;
     private final Release release;
-    private final AtomicBoolean released = new AtomicBoolean();
+    private Registration previous;  // guarded by LIVE
+    private Registration next;  // guarded by LIVE; null once released
 
     private Registration(Object owner, long handle, Release release) {
       super(owner, QUEUE);
@@ -32,18 +35,26 @@ final class NativeReleaser {
     }
 
     void release() {
-      if (released.compareAndSet(false, true)) {
-        LIVE.remove(this);
-        release.release(handle);
+      synchronized (LIVE) {
+        if (next == null) {
+          return;
+        }
+        previous.next = next;
+        next.previous = previous;
+        next = null;
+        previous = null;
       }
+      release.release(handle);
     }
   }
 
   private static final ReferenceQueue<Object> QUEUE = new ReferenceQueue<>();
-  // A phantom reference must itself stay reachable until it is enqueued.
-  private static final Set<Registration> LIVE = ConcurrentHashMap.newKeySet();
+  // The head of a ring of live registrations; a registration of nothing, never released.
+  private static final Registration LIVE = new Registration(null, 0, handle -> 0);
 
   static {
+    LIVE.previous = LIVE;
+    LIVE.next = LIVE;
     Thread drainer = new Thread(NativeReleaser::drain, "QENPerformanceLogger releaser");
     drainer.setDaemon(true);
     drainer.start();
@@ -54,7 +65,12 @@ final class NativeReleaser {
   /** {@code release} must not hold {@code owner}, or the owner never becomes unreachable. */
   static Registration register(Object owner, long handle, Release release) {
     Registration registration = new Registration(owner, handle, release);
-    LIVE.add(registration);
+    synchronized (LIVE) {
+      registration.previous = LIVE;
+      registration.next = LIVE.next;
+      LIVE.next.previous = registration;
+      LIVE.next = registration;
+    }
     return registration;
   }
 
