@@ -16,11 +16,14 @@ import org.junit.jupiter.api.Test;
 class OkHttpTracingTest {
   /** The X-B3-SpanId each path was requested with ("none" without one), recorded before it answers. */
   private final Map<String, String> sentSpanIds = new ConcurrentHashMap<>();
+  /** Run by the server's thread as each request arrives, while the call is under way. */
+  private volatile Runnable duringRequest = () -> {};
 
   private HttpServer serve(HttpServer server) {
     server.createContext("/", exchange -> {
       String spanId = exchange.getRequestHeaders().getFirst("X-B3-SpanId");
       sentSpanIds.put(exchange.getRequestURI().getPath(), spanId == null ? "none" : spanId);
+      duringRequest.run();
       if (exchange.getRequestURI().getPath().equals("/redirect")) {
         exchange.getResponseHeaders().add("Location", exchange.getRequestURI().getQuery());
         exchange.sendResponseHeaders(302, -1);
@@ -51,7 +54,9 @@ class OkHttpTracingTest {
 
   /**
    * A listed host that redirects to a third party sends it no trace id; a call whose parent
-   * metric is closed goes on untraced and counted, never throwing into OkHttp.
+   * metric is closed goes on untraced and counted, never throwing into OkHttp. The app's current
+   * metric changing on another thread mid-call does not move the call's span out of the trace
+   * its headers named.
    */
   @Test
   void aCallOverTlsToAListedHostBecomesAnEndpointSpanWithTheIdItsHeadersSentAndOthersGetNone()
@@ -66,14 +71,19 @@ class OkHttpTracingTest {
     HttpsServer https = HttpsServer.create(new InetSocketAddress("127.0.0.1", 0), 0);
     https.setHttpsConfigurator(new HttpsConfigurator(server.sslContext()));
     serve(https);
-    try (Metric screen = new Metric("screen")) {
+    try (Metric screen = new Metric("screen"); Metric next = new Metric("next_screen")) {
       screen.start();
       Metric.setPropagationHosts(List.of("API.Test"));
-      OkHttpTracing tracing = new OkHttpTracing(() -> screen);
+      java.util.concurrent.atomic.AtomicReference<Metric> current =
+          new java.util.concurrent.atomic.AtomicReference<>(screen);
+      duringRequest = () -> current.set(next);
+      OkHttpTracing tracing = new OkHttpTracing(current::get);
       OkHttpClient okHttp =
           client(tracing).sslSocketFactory(client.sslSocketFactory(), client.trustManager()).build();
       String port = ":" + https.getAddress().getPort();
       get(okHttp, "https://v2.api.test" + port + "/v3/feed");
+      duringRequest = () -> {};
+      current.set(screen);
       get(okHttp, "https://v2.api.test" + port + "/redirect?https://third.test" + port + "/landing");
       assertEquals("none", sentSpanIds.get("/landing"));
       Metric closed = Metric.leaf("closed_screen");
