@@ -277,6 +277,11 @@ jint metricAddAnnotation(JNIEnv* env, jclass, jobject, jlong id, jstring name, j
   return QENCMetricAddAnnotation(metric(id), text.data(), text.size(), time);
 }
 
+jint metricAddAnnotationNow(JNIEnv* env, jclass, jobject, jlong id, jstring name) {
+  const Text text(env, name);
+  return QENCMetricAddAnnotation(metric(id), text.data(), text.size(), QENCMonotonicTimeNow());
+}
+
 jint metricAddStringTag(JNIEnv* env, jclass, jobject, jlong id, jstring key, jstring value) {
   const Text keyText(env, key);
   const Text valueText(env, value);
@@ -665,6 +670,7 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(metricInvalidateWithTime, "(Ljava/lang/Object;JJD)I"),
     QENJ_METHOD(metricAddChild, "(Ljava/lang/Object;JLjava/lang/Object;J)I"),
     QENJ_METHOD(metricAddAnnotation, "(Ljava/lang/Object;JLjava/lang/String;D)I"),
+    QENJ_METHOD(metricAddAnnotationNow, "(Ljava/lang/Object;JLjava/lang/String;)I"),
     QENJ_METHOD(metricAddStringTag, "(Ljava/lang/Object;JLjava/lang/String;Ljava/lang/String;)I"),
     QENJ_METHOD(metricAddBoolTag, "(Ljava/lang/Object;JLjava/lang/String;Z)I"),
     QENJ_METHOD(metricAddInt16Tag, "(Ljava/lang/Object;JLjava/lang/String;S)I"),

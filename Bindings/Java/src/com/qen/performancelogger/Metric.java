@@ -97,6 +97,13 @@ public final class Metric implements AutoCloseable {
         "addChild");
   }
 
+  /** An annotation at this moment, with the clock read in the same native call. */
+  public void addAnnotation(String name) {
+    QENPerformanceLoggerException.check(
+        Native.metricAddAnnotationNow(this, handle, Arguments.required(name, "name")),
+        "addAnnotation");
+  }
+
   public void addAnnotation(String name, double time) {
     QENPerformanceLoggerException.check(
         Native.metricAddAnnotation(this, handle, Arguments.required(name, "name"), time), "addAnnotation");

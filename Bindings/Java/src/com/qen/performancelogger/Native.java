@@ -95,6 +95,7 @@ final class Native {
   static native int metricInvalidateWithTime(Object owner, long metric, long stopReason, double time);
   static native int metricAddChild(Object parentOwner, long parent, Object childOwner, long child);
   static native int metricAddAnnotation(Object owner, long metric, String name, double time);
+  static native int metricAddAnnotationNow(Object owner, long metric, String name);
   static native int metricAddStringTag(Object owner, long metric, String key, String value);
   static native int metricAddBoolTag(Object owner, long metric, String key, boolean value);
   static native int metricAddInt16Tag(Object owner, long metric, String key, short value);
