@@ -127,12 +127,12 @@ void QENBatchDelivery::deliverFromSpool() {
       reshapeSpooled(*batch, outcome)) {
     return;
   }
-  const bool retries = isWorthRetrying(outcome) && batch->attempts < options_.maximumRetries;
-  if (retries || outcome == Outcome::kCutOff || outcome == Outcome::kHeldBack) {
+  const bool triesAgain = isWorthRetrying(outcome) && batch->attempts < options_.maximumRetries;
+  if (triesAgain || outcome == Outcome::kCutOff || outcome == Outcome::kHeldBack) {
     const std::lock_guard guard(state_.mutex);
     if (outcome == Outcome::kCutOff) {
       spoolNotBefore_ = Clock::time_point::max();
-    } else if (retries) {
+    } else if (triesAgain) {
       spoolNotBefore_ = Clock::now() + pauseAfter(outcome, spoolBackoff_);
     }
     return;

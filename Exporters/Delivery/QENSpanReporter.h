@@ -60,7 +60,7 @@ class QENSpanReporter {
   bool queueCanMove() const;
   // Takes the spans of the next batch off the queue, each encoded (once) to size the batch.
   std::vector<std::string> takeBatch(std::unique_lock<std::mutex>& lock);
-  void persist(const std::vector<std::string>& encodedSpans, std::uint64_t ticket);
+  void persist(const std::vector<std::string>& encodedSpans, QENDeliveryGate::Ticket ticket);
   void reportStop();
 
   const QENSpanReporterOptions options_;
