@@ -19,20 +19,41 @@ jmethodID runCompletion = nullptr;  // static void runCompletion(Object, boolean
 jmethodID postThroughTransport = nullptr;
 jmethodID filterTag = nullptr;  // static String filterTag(Object, String, String)
 
-// A Java string as UTF-8, read from its UTF-16 without a copy on the Java side; a lone surrogate
-// becomes U+FFFD, as ill-formed UTF-8 does in the C interface. Absent for null.
+// A Java string as UTF-8; a lone surrogate becomes U+FFFD, as ill-formed UTF-8 does in the C
+// interface. Absent for null. A short string (a metric's name, a tag's key) is copied into the
+// stack: the JVM keeps most strings in one byte a character, and lending them as UTF-16
+// (GetStringCritical) would allocate a copy on its side anyway.
 struct Text {
+  static constexpr jsize kOnStack = 128;
+
   Text(JNIEnv* env, jstring string) : present(string != nullptr) {
     if (!present) {
       return;
     }
     const jsize length = env->GetStringLength(string);
+    if (length <= kOnStack) {
+      jchar units[kOnStack];
+      env->GetStringRegion(string, 0, length, units);
+      convert(units, length);
+      return;
+    }
     const jchar* units = env->GetStringCritical(string, nullptr);
     if (units == nullptr) {  // out of memory: the call is refused as for a missing string
       env->ExceptionClear();
       present = false;
       return;
     }
+    convert(units, length);
+    env->ReleaseStringCritical(string, units);
+  }
+  const char* data() const { return present ? text.data() : nullptr; }
+  std::size_t size() const { return text.size(); }
+
+  bool present;
+  std::string text;
+
+ private:
+  void convert(const jchar* units, jsize length) {
     text.reserve(static_cast<std::size_t>(length));
     for (jsize index = 0; index < length; ++index) {
       char32_t point = units[index];
@@ -44,15 +65,8 @@ struct Text {
       }
       append(point);
     }
-    env->ReleaseStringCritical(string, units);
   }
-  const char* data() const { return present ? text.data() : nullptr; }
-  std::size_t size() const { return text.size(); }
 
-  bool present;
-  std::string text;
-
- private:
   void append(char32_t point) {
     if (point < 0x80) {
       text += static_cast<char>(point);
