@@ -162,7 +162,7 @@ TEST_P(BatchOutcomes, EachOutcomeEndsInItsCounterFromTheQueueAndFromTheSpool) {
   const OutcomeCase& row = GetParam();
   const auto answering = collector(row.answer);
   auto settings = options(answering);
-  settings.maximumRetries = 1;
+  settings.maximumRetries = settings.maximumSpooledRetries = 1;
   char folder[] = "/tmp/qen-outcome-XXXXXX";
   if (row.spooled)
     settings.spool = std::make_shared<QENSpanSpool>(

@@ -796,6 +796,8 @@ QENCStatus setLimit(QENSpanReporterOptions& options, QENCReporterLimit limit, st
       return duration(options.requestTimeout, 1);
     case QENCLimitShutdownMilliseconds:
       return duration(options.destructionShutdownLimit, 0);
+    case QENCLimitMaximumSpooledRetries:
+      return number(options.maximumSpooledRetries, 0, INT32_MAX);
   }
   return invalidArgument(function, "limit");
 }

@@ -297,7 +297,8 @@ typedef QENC_ENUM(QENCReporterLimit){
     QENCLimitMaximumBackoffMilliseconds = 10,    /* 5000, at least the initial back-off */
     QENCLimitMaximumRetryAfterMilliseconds = 11, /* ten minutes */
     QENCLimitRequestTimeoutMilliseconds = 12,    /* 5000, at least 1 */
-    QENCLimitShutdownMilliseconds = 13           /* 5000: what a release gives the shutdown */
+    QENCLimitShutdownMilliseconds = 13,          /* 5000: what a release gives the shutdown */
+    QENCLimitMaximumSpooledRetries = 14          /* 100, at most 2^31 - 1 */
 } QENCReporterLimit;
 QENC_EXPORT QENCStatus QENCReporterOptionsSetLimit(QENCReporterOptions options,
                                                    QENCReporterLimit limit, uint64_t value);

@@ -102,7 +102,7 @@ void QENBatchDelivery::deliver(std::span<const std::string> encodedSpans,
 
 // A batch stays in the spool while it may still go: cut off by the deadline (for a later
 // process), held back (until the gate opens, or the spool's clearing takes it), or worth a retry
-// within maximumRetries. Otherwise it leaves, counted by the table.
+// within maximumSpooledRetries. Otherwise it leaves, counted by the table.
 void QENBatchDelivery::deliverFromSpool() {
   const QENDeliveryGate::Ticket ticket = [this] {
     const std::lock_guard guard(state_.mutex);
@@ -127,7 +127,8 @@ void QENBatchDelivery::deliverFromSpool() {
       reshapeSpooled(*batch, outcome)) {
     return;
   }
-  const bool triesAgain = isWorthRetrying(outcome) && batch->attempts < options_.maximumRetries;
+  const bool triesAgain =
+      isWorthRetrying(outcome) && batch->attempts < options_.maximumSpooledRetries;
   if (triesAgain || outcome == Outcome::kCutOff || outcome == Outcome::kHeldBack) {
     const std::lock_guard guard(state_.mutex);
     if (outcome == Outcome::kCutOff) {

@@ -13,7 +13,8 @@
 
 // What becomes of a batch the gate lets go: the transport's outcome decides whether it is sent
 // again (in halves after a 413, uncompressed after a 415 to gzip, after a pause for a connection
-// error, a 5xx or a 429, up to maximumRetries times) or ends, and one table says which counter
+// error, a 5xx or a 429, up to maximumRetries times, or maximumSpooledRetries from the spool) or
+// ends, and one table says which counter
 // each ending lands in, for a queued batch and a spooled one alike. A spooled batch is tried once
 // per call and waits out its pause in the spool while new spans are persisted.
 //

@@ -32,6 +32,7 @@ QENSpanReporterOptions QENSpanReporterOptions::validated() const {
   raiseToFloor<std::size_t>(options.maximumBatchBytes, 1, "maximumBatchBytes >= 1");
   raiseToFloor(options.flushInterval, milliseconds(0), "flushInterval >= 0");
   raiseToFloor(options.maximumRetries, 0, "maximumRetries >= 0");
+  raiseToFloor(options.maximumSpooledRetries, 0, "maximumSpooledRetries >= 0");
   raiseToFloor(options.initialBackoff, milliseconds(0), "initialBackoff >= 0");
   raiseToFloor(options.maximumBackoff, options.initialBackoff, "maximumBackoff >= initialBackoff");
   raiseToFloor(options.maximumRetryAfter, milliseconds(0), "maximumRetryAfter >= 0");

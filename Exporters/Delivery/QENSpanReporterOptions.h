@@ -46,6 +46,10 @@ struct QENSpanReporterOptions {
   std::chrono::milliseconds flushInterval{1000};
   // Attempts after the first, for connection errors, 429 and 5xx answers. At least 0.
   int maximumRetries = 4;
+  // The same for a batch in the spool, which is there to outlive an outage: with the default
+  // back-off, 100 retries span minutes of failures (and any number of the app's launches), while a
+  // batch the collector never takes still leaves. At least 0.
+  int maximumSpooledRetries = 100;
   // The first wait before a retry, doubled each time up to maximumBackoff. Each wait is drawn
   // between half of that and all of it, so that the apps a collector's outage hit at once do not
   // all come back at once. At least 0, and maximumBackoff at least initialBackoff.
@@ -66,9 +70,9 @@ struct QENSpanReporterOptions {
   // leaves it only once the collector answered 2xx (or refused it with 3xx/4xx but 429), so that a
   // killed process loses no persisted span: the next reporter on the same spool sends what is
   // left, first. Connection errors, 429 and 5xx answers are retried, with the back-off or the
-  // collector's Retry-After, maximumRetries times after the first attempt as a queued batch is
-  // (attempts count across processes), unless the spool's age bound takes the batch first. Shared
-  // with the host, which may also watch unfinished trees with it (QENUnfinishedTraceWatcher).
+  // collector's Retry-After, maximumSpooledRetries times after the first attempt (attempts count
+  // across processes), unless the spool's age bound takes the batch first. Shared with the host,
+  // which may also watch unfinished trees with it (QENUnfinishedTraceWatcher).
   std::shared_ptr<QENSpanSpool> spool;
   // Consent at construction; setConsent changes it. Granted by default, as the reporter cannot
   // tell whether the app asks its users: an app that does starts with kPending, so that nothing

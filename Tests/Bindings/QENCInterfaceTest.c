@@ -235,6 +235,7 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   OK(QENCReporterOptionsSetConsent(options, QENCConsentPending));
   OK(QENCReporterOptionsAddKeptQueryKey(options, TEXT("size")));
   OK(QENCReporterOptionsSetLimit(options, QENCLimitMaximumTagsPerSpan, 3));
+  OK(QENCReporterOptionsSetLimit(options, QENCLimitMaximumSpooledRetries, 2));
   OK(QENCReporterOptionsSetDeviceThresholds(options, 0.2, true));
   struct Filter filter = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, 0};
   OK(QENCReporterOptionsSetTagFilter(options, rewritePath, releaseFilter, &filter));
@@ -244,7 +245,7 @@ static void checkDelivery(QENCTrace trace, const char* spoolPath) {
         QENCStatusInvalidArgument);
   CHECK(QENCReporterOptionsSetLimit(options, QENCLimitFlushIntervalMilliseconds, UINT64_MAX) ==
         QENCStatusInvalidArgument);
-  CHECK(QENCReporterOptionsSetLimit(options, (QENCReporterLimit)14, 1) ==
+  CHECK(QENCReporterOptionsSetLimit(options, (QENCReporterLimit)15, 1) ==
         QENCStatusInvalidArgument);
   CHECK(QENCReporterOptionsAddHeader(options, TEXT("X-Bad:"), TEXT("1")) ==
         QENCStatusInvalidArgument);
