@@ -451,6 +451,35 @@ QENCStatus QENCMetricIdentifiers(QENCMetric metric, int64_t* traceId, int64_t* s
   });
 }
 
+// MARK: - App start
+
+QENCStatus QENCMetricTagAppStart(QENCMetric startMetric, double processStartTime,
+                                 double firstScreenTime, uint32_t flags, QENCAppStartType* type) {
+  const char* const function = __func__;
+  return withMetric(startMetric, function, [&](Metric& target) {
+    const bool screen = !std::isnan(firstScreenTime);
+    if (type == nullptr || flags >= 32 || !std::isfinite(processStartTime) ||
+        (screen && !(std::isfinite(firstScreenTime) && firstScreenTime >= processStartTime))) {
+      return invalidArgument(function, type == nullptr ? "type" : flags >= 32 ? "flags" : "time");
+    }
+    const QENAppStartFacts facts{
+        .processStartTime = processStartTime,
+        .firstScreenTime = screen ? std::optional(firstScreenTime) : std::nullopt,
+        .processWasRunning = (flags & QENCAppStartProcessWasRunning) != 0,
+        .screenWasCreated = (flags & QENCAppStartScreenBroughtToFront) == 0,
+        .restoredFromSavedState = (flags & QENCAppStartRestoredFromSavedState) != 0,
+        .prewarmedBySystem = (flags & QENCAppStartPrewarmedBySystem) != 0,
+        .startedForForeground = (flags & QENCAppStartStartedInBackground) == 0};
+    *type = QENCAppStartNone;
+    if (const auto started = QENTagAppStart(target, facts)) {
+      constexpr QENCAppStartType kTypes[] = {QENCAppStartCold, QENCAppStartWarm, QENCAppStartHot,
+                                             QENCAppStartPrewarmed};  // in QENAppStartType's order
+      *type = kTypes[static_cast<int>(*started)];
+    }
+    return QENCStatusOK;
+  });
+}
+
 // MARK: - Propagation headers
 
 namespace {

@@ -137,6 +137,35 @@ QENC_EXPORT QENCStatus QENCMetricAddCompletion(QENCMetric metric, QENCCompletion
 QENC_EXPORT QENCStatus QENCMetricShouldUpload(QENCMetric metric, bool* shouldUpload);
 QENC_EXPORT QENCStatus QENCMetricIdentifiers(QENCMetric metric, int64_t* traceId, int64_t* spanId);
 
+/* ==== App start ==== */
+
+/* What the host knows of how its start began, or'ed; 0 is a new process started for the user,
+ * its first screen made anew. */
+typedef enum QENCAppStartFlag {
+    QENCAppStartProcessWasRunning = 1,      /* the process was there before this start */
+    QENCAppStartScreenBroughtToFront = 2,   /* an existing screen only came back to the front */
+    QENCAppStartRestoredFromSavedState = 4, /* the screen was restored from saved state */
+    QENCAppStartPrewarmedBySystem = 8,      /* the system started the process ahead of the user */
+    QENCAppStartStartedInBackground = 16    /* the process began for a push, a broadcast, a job */
+} QENCAppStartFlag;
+typedef enum QENCAppStartType {
+    QENCAppStartNone = 0, /* no user sat through it: no screen yet, or one long after its process */
+    QENCAppStartCold = 1,
+    QENCAppStartWarm = 2,
+    QENCAppStartHot = 3,
+    QENCAppStartPrewarmed = 4
+} QENCAppStartType;
+
+/* Tells the start's type from the process's start time and its first screen's (seconds on
+ * QENCMonotonicTimeNow's clock; NaN for the screen while there is none) and tags startMetric with
+ * app.start.type ("cold", "warm", "hot", "prewarmed"). A cold start is one whose screen came within
+ * 60 s of its process. With QENCAppStartNone nothing is tagged: the host invalidates its start-up
+ * metric rather than upload it. A time that is not finite, a screen before its process, or an
+ * unknown flag: QENCStatusInvalidArgument. */
+QENC_EXPORT QENCStatus QENCMetricTagAppStart(QENCMetric startMetric, double processStartTime,
+                                             double firstScreenTime, uint32_t flags,
+                                             QENCAppStartType* type);
+
 /* ==== Propagation headers ==== */
 
 /* Called once per header, with strings valid only during the call. */

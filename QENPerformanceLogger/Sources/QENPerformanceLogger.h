@@ -5,6 +5,7 @@
 
 // Measuring what the user waits for.
 #include "QENAnimationMetric.h"  // an animation or a stretch of scrolling
+#include "QENAppStartType.h"     // cold, warm, hot or prewarmed, for the start-up metric
 #include "QENContentTypePerformanceSignal.h"
 #include "QENDefaultContentTypePerformanceSignal.h"
 #include "QENEndpointPerformanceMetric.h"  // one network request

@@ -371,6 +371,24 @@ static void checkEndpointAndApplicationEvents(void) {
 }
 
 // Zero, released and wrong-kind handles are refused, and nothing happens.
+// The start's type from its times and flags; impossible facts are refused.
+static void checkAppStart(void) {
+  QENCMetric start;
+  OK(QENCMetricCreate(TEXT("app_cold_start"), 1.0, &start));
+  QENCAppStartType type = QENCAppStartCold;
+  const uint32_t backToFront = QENCAppStartProcessWasRunning | QENCAppStartScreenBroughtToFront;
+  CHECK(QENCMetricTagAppStart(start, 100, 100.5, backToFront, &type) == QENCStatusOK &&
+        type == QENCAppStartHot);
+  CHECK(QENCMetricTagAppStart(start, 100, 400, QENCAppStartStartedInBackground, &type) ==
+            QENCStatusOK &&
+        type == QENCAppStartWarm);
+  CHECK(QENCMetricTagAppStart(start, 100, NAN, 0, &type) == QENCStatusOK &&
+        type == QENCAppStartNone);
+  CHECK(QENCMetricTagAppStart(start, 100, 99, 0, &type) == QENCStatusInvalidArgument);
+  CHECK(QENCMetricTagAppStart(start, 100, 101, 32, &type) == QENCStatusInvalidArgument);
+  OK(QENCMetricRelease(start));
+}
+
 static void checkBadHandles(QENCMetric released, QENCTrace trace) {
   const QENCMetric zero = {0};
   CHECK(QENCMetricStart(zero) == QENCStatusInvalidHandle);
@@ -432,6 +450,7 @@ int main(int argc, char** argv) {
   checkHostTransport(trace);
   checkBadHandles(root, trace);
   checkEndpointAndApplicationEvents();
+  checkAppStart();
   checkRefusedArguments();
   OK(QENCTraceRelease(trace));
   if (failures != 0) {

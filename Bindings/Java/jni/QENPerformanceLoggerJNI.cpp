@@ -452,6 +452,18 @@ jint postApplicationEvent(JNIEnv*, jclass, jint event) {
   return QENCPostApplicationEvent(static_cast<QENCApplicationEvent>(event));
 }
 
+jint metricTagAppStart(JNIEnv* env, jclass, jobject, jlong id, jdouble processStartTime,
+                       jdouble firstScreenTime, jint flags, jintArray out) {
+  QENCAppStartType type = QENCAppStartNone;
+  const QENCStatus status = QENCMetricTagAppStart(metric(id), processStartTime, firstScreenTime,
+                                                  static_cast<std::uint32_t>(flags), &type);
+  if (status == QENCStatusOK) {
+    const jint value = type;
+    env->SetIntArrayRegion(out, 0, 1, &value);
+  }
+  return status;
+}
+
 jint metricObserveApplicationEvents(JNIEnv*, jclass, jobject, jlong id) {
   return QENCMetricObserveApplicationEvents(metric(id));
 }
@@ -700,6 +712,7 @@ const JNINativeMethod kMethods[] = {
                 "(Ljava/lang/Object;JLjava/lang/String;[J[Ljava/lang/Object;)I"),
     QENJ_METHOD(endpointMetricCreate, "(Ljava/lang/String;Ljava/lang/String;[D[JJ[J)I"),
     QENJ_METHOD(postApplicationEvent, "(I)I"),
+    QENJ_METHOD(metricTagAppStart, "(Ljava/lang/Object;JDDI[I)I"),
     QENJ_METHOD(metricObserveApplicationEvents, "(Ljava/lang/Object;J)I"),
     QENJ_METHOD(traceCreate, "(Ljava/lang/Object;JLjava/lang/String;Ljava/lang/String;[J)I"),
     QENJ_METHOD(traceRelease, "(J)I"),

@@ -209,6 +209,22 @@ public final class Metric implements AutoCloseable {
     return Collections.unmodifiableMap(headers);
   }
 
+  private static final String[] APP_START_TYPES = {null, "cold", "warm", "hot", "prewarmed"};
+
+  /**
+   * Tags this start-up metric with {@code app.start.type} and returns the type: "cold", "warm",
+   * "hot" or "prewarmed". Null, and nothing tagged, when no user sat through the start (no screen
+   * yet, or one that came more than 60 s after its process): invalidate the metric rather than
+   * upload it.
+   */
+  public String tagAppStart(AppStart start) {
+    java.util.Objects.requireNonNull(start, "start");
+    int[] type = new int[1];
+    QENPerformanceLoggerException.check(Native.metricTagAppStart(this, handle,
+        start.processStartTime, start.firstScreenTime, start.flags(), type), "tagAppStart");
+    return APP_START_TYPES[type[0]];
+  }
+
   /** The finished tree's spans, for the signed-in user (null: nobody) and the platform label. */
   public Trace export(String userId, String platform) {
     return new Trace(this, userId, platform);

@@ -111,6 +111,8 @@ final class Native {
   static native int endpointMetricCreate(String url, String method, double[] phaseTimes,
       long[] statusBytesAndReuse, long requestSpanId, long[] metric);
   static native int postApplicationEvent(int event);
+  static native int metricTagAppStart(Object owner, long metric, double processStartTime,
+      double firstScreenTime, int flags, int[] type);
   static native int metricObserveApplicationEvents(Object owner, long metric);
   static native int traceCreate(Object owner, long metric, String userId, String platform, long[] trace);
   static native int traceRelease(long trace);

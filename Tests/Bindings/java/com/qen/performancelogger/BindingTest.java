@@ -38,6 +38,10 @@ class BindingTest {
       Map<String, String> headers = request.propagationHeaders("https://api.example.com/feed");
       assertEquals(String.format("%016x", root.spanId()), headers.get("X-B3-ParentSpanId"));
       request.stop(now - 0.1);
+      AppStart start = new AppStart();
+      start.processStartTime = now - 1.5;
+      start.firstScreenTime = now - 1.2;
+      assertEquals("cold", root.tagAppStart(start));
       root.stop();
       assertTrue(root.shouldUpload());
       try (Trace trace = root.export(null, "android")) {
@@ -46,6 +50,7 @@ class BindingTest {
         assertTrue(json.contains("\"http.path\":\"/feed \u00e9 \uFFFD\""), json);
         assertTrue(json.contains("\"serviceName\":\"java-app\""), json);
         assertTrue(json.indexOf("first_byte") < json.indexOf("parsed"), json);
+        assertTrue(json.contains("\"app.start.type\":\"cold\""), json);
         assertTrue(text(trace.encode(Format.OTLP_JSON, "java-app")).contains("resourceSpans"));
       }
     }
