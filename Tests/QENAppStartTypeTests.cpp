@@ -31,7 +31,8 @@ TEST(AppStartType, EachKindOfStartIsToldFromTheHostsFacts) {
       {"a fresh process for the user", startWith(0.8), Type::kCold},
       {"restored from saved state", startWith(0.8, {&Facts::restoredFromSavedState}), Type::kWarm},
       {"for a push, a screen later", startWith(300, {&Facts::startedForForeground}), Type::kWarm},
-      {"a screen past the longest cold start", startWith(61), std::nullopt},
+      {"a screen at the longest cold start", startWith(60), Type::kCold},
+      {"a screen past the longest cold start", startWith(60.001), std::nullopt},
       {"no screen: a background task", Facts{.processStartTime = 100}, std::nullopt},
       {"a running process, a new screen", startWith(500, {&Facts::processWasRunning}), Type::kWarm},
       {"a running process, its screen to the front",
@@ -47,7 +48,9 @@ TEST(AppStartType, ImpossibleFactsAreReportedAndGiveNone) {
   QENCapturedAssertions captured;
   EXPECT_EQ(QENClassifyAppStart(startWith(-1)), std::nullopt);
   EXPECT_EQ(QENClassifyAppStart(startWith(NAN)), std::nullopt);
-  EXPECT_EQ(captured.messages().size(), 2u);
+  EXPECT_EQ(QENClassifyAppStart({.processStartTime = INFINITY, .firstScreenTime = 1}),
+            std::nullopt);
+  EXPECT_EQ(captured.messages().size(), 3u);
 }
 
 TEST(AppStartType, TheStartMetricCarriesItsTypeAndANonStartNoTag) {
