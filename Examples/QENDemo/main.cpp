@@ -1,11 +1,12 @@
 // The demo measurement: a cold start of a feed app played through the library, exported as
 // spans, drawn as a text waterfall and written in the four wire formats.
 //
-//   QENDemo [--output FOLDER] [--collector URL]
+//   QENDemo [--output FOLDER] [--send URL [--format zipkin-v2|zipkin-v1-thrift|otlp]]
 //
-// FOLDER defaults to qen-demo-output. With a collector (for example
-// http://localhost:9411/api/v2/spans for Zipkin, Jaeger or Tempo) the spans are also sent there
-// through the reporter, as Zipkin v2 JSON.
+// FOLDER defaults to qen-demo-output. With --send, the spans are also sent through the reporter
+// to a running collector: Zipkin v2 JSON by default (http://localhost:9411/api/v2/spans for
+// Zipkin, Jaeger or Tempo), Zipkin v1 Thrift (http://localhost:9411/api/v1/spans) or OTLP JSON
+// (http://localhost:4318/v1/traces).
 //
 // Apart from ids and times, its output is the same on every run.
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -192,6 +194,30 @@ void printWaterfall(const Metric::SpanList& spans) {
   }
 }
 
+// The reporter's wire format named on the command line, or nullopt for a name it does not know.
+std::optional<QENSpanEncodingFormat> formatNamed(const std::string& name) {
+  static const std::map<std::string, QENSpanEncodingFormat> formats{
+      {"zipkin-v2", QENSpanEncodingFormat::kZipkinV2JSON},
+      {"zipkin-v1-thrift", QENSpanEncodingFormat::kZipkinV1Thrift},
+      {"otlp", QENSpanEncodingFormat::kOTLPJSON}};
+  const auto found = formats.find(name);
+  return found == formats.end() ? std::nullopt : std::optional(found->second);
+}
+
+// Sends the spans to the collector through a reporter; true when all of them were delivered.
+bool send(const Metric::SpanList& spans, const QENSpanReporterOptions& options) {
+  QENSpanReporter reporter(options);
+  reporter.report(spans);
+  const bool delivered = reporter.shutdown(std::chrono::seconds(10));
+  const QENSpanReporterCounters counters = reporter.counters();
+  std::printf("\nsent to %s: %llu of %llu spans (%llu retried, %llu dropped)\n",
+              options.collectorURL.c_str(), static_cast<unsigned long long>(counters.delivered),
+              static_cast<unsigned long long>(counters.accepted),
+              static_cast<unsigned long long>(counters.retried),
+              static_cast<unsigned long long>(counters.dropped()));
+  return delivered;
+}
+
 void write(const std::filesystem::path& file, const std::string& bytes) {
   std::ofstream(file, std::ios::binary) << bytes;
   std::printf("  %s (%zu bytes)\n", file.c_str(), bytes.size());
@@ -201,15 +227,24 @@ void write(const std::filesystem::path& file, const std::string& bytes) {
 
 int main(int argc, char** argv) {
   std::filesystem::path output = "qen-demo-output";
-  std::string collector;
+  QENSpanReporterOptions sending;
   for (int index = 1; index < argc; ++index) {
     const std::string argument = argv[index];
-    if (argument == "--output" && index + 1 < argc) {
+    const bool hasValue = index + 1 < argc;
+    const auto format =
+        argument == "--format" && hasValue ? formatNamed(argv[index + 1]) : std::nullopt;
+    if (argument == "--output" && hasValue) {
       output = argv[++index];
-    } else if (argument == "--collector" && index + 1 < argc) {
-      collector = argv[++index];
+    } else if (argument == "--send" && hasValue) {
+      sending.collectorURL = argv[++index];
+    } else if (format) {
+      sending.encoding.format = *format;
+      ++index;
     } else {
-      std::fprintf(stderr, "usage: %s [--output FOLDER] [--collector URL]\n", argv[0]);
+      std::fprintf(stderr,
+                   "usage: %s [--output FOLDER] "
+                   "[--send URL [--format zipkin-v2|zipkin-v1-thrift|otlp]]\n",
+                   argv[0]);
       return 2;
     }
   }
@@ -258,20 +293,6 @@ int main(int argc, char** argv) {
   write(output / "spans-chrome-trace.json", QENChromeTraceEncoder::encodeSpans(spans, service));
   write(output / "spans-otlp.json", QENOTLPJSONEncoder::encodeSpans(spans, service));
 
-  if (!collector.empty()) {
-    QENSpanReporterOptions options;
-    options.collectorURL = collector;
-    options.encoding.reading = service;
-    QENSpanReporter reporter(options);
-    reporter.report(spans);
-    const bool delivered = reporter.shutdown(std::chrono::seconds(10));
-    const QENSpanReporterCounters counters = reporter.counters();
-    std::printf("\nsent to %s: %llu of %llu spans (%llu retried, %llu dropped)\n",
-                collector.c_str(), static_cast<unsigned long long>(counters.delivered),
-                static_cast<unsigned long long>(counters.accepted),
-                static_cast<unsigned long long>(counters.retried),
-                static_cast<unsigned long long>(counters.dropped()));
-    return delivered ? 0 : 1;
-  }
-  return 0;
+  sending.encoding.reading = service;
+  return sending.collectorURL.empty() || send(spans, sending) ? 0 : 1;
 }

@@ -182,13 +182,15 @@ void writeReadTags(Writer& writer, const QENSpanReading& reading) {
   writer.writeFieldBegin(Writer::kList, 8);
   writer.writeListBegin(Writer::kStruct,
                         static_cast<std::int32_t>(reading.tags().size() + (isClient ? 1 : 0)));
+  std::string scratch;
   for (const auto* tag : reading.tags()) {
     writer.writeFieldBegin(Writer::kString, 1);
     writer.writeString(tag->key());
+    // As text, the v2 tag's value: a v1 backend keeps string binary annotations only.
     writer.writeFieldBegin(Writer::kString, 2);
-    writer.writeBinary(tag->value()->data(), tag->value()->size());
+    writer.writeString(QENSpanReading::tagText(*tag, scratch));
     writer.writeFieldBegin(Writer::kI32, 3);
-    writer.writeI32(static_cast<std::int32_t>(tag->annotation_type()));
+    writer.writeI32(static_cast<std::int32_t>(QENThrift::AnnotationType::STRING));
     if (tag->key() == Constants::LOCAL_COMPONENT()) {
       writeEndpointNamed(writer, 4, reading.serviceName());
     }

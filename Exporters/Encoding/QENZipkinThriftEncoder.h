@@ -24,9 +24,11 @@ class QENZipkinThriftEncoder {
     // The spans as QENSpanReading reads them, written so that a v1 backend converts them to the
     // same v2 spans the v2 JSON encoder writes: timestamp and duration always set (0 where the
     // reading has none), the events with the service as their host, tags in place of the binary
-    // annotations (the local component with the service as its host), and for a network span a
-    // client-send and a client-receive at its real start and end and a server-address annotation
-    // naming the request's host. The saturated client-send and client-receive are left out.
+    // annotations (the local component with the service as its host), each a string binary
+    // annotation holding the v2 tag's text, as a v1 backend drops binary annotations of any other
+    // type; and for a network span a client-send and a client-receive at its real start and end
+    // and a server-address annotation naming the request's host. The saturated client-send and
+    // client-receive are left out.
     kBackendSafe,
   };
 
