@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs, from Debian's packages, everything the build, the tests and the benchmarks need: the
 # build machine's toolchain, clang with libc++ (14 and 19), the ARM64 cross toolchain with qemu
-# and Debian's arm64 libraries; and, from the npm registry, the OpenTelemetry JS packages the
-# OTLP interop test reads with. Does nothing when everything is already there, so it is cheap to
+# and Debian's arm64 libraries; from the npm registry, the OpenTelemetry JS packages the OTLP
+# interop test reads with; from Maven Central, the Java side's libraries and the Zipkin server;
+# from the Go module proxy, Jaeger. Does nothing when everything is already there, so it is cheap to
 # run before each build.
 set -euo pipefail
 
@@ -10,8 +11,7 @@ packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   liburiparser-dev nlohmann-json3-dev libcurl4-openssl-dev libsqlite3-dev zlib1g-dev
-  python3 python3-thrift thrift-compiler python3-py-zipkin
-  golang-go golang-github-openzipkin-zipkin-go-dev
+  python3
   locales
   clang-14 clang-19 libc++-19-dev libc++abi-19-dev
   g++-aarch64-linux-gnu qemu-user
@@ -74,7 +74,8 @@ fi
 # then run offline). The stamp names the pom files' contents, so a changed pom fetches again.
 project=$(cd "$(dirname "$0")/.." && pwd)
 poms=("$project/Bindings/Java/pom.xml" "$project/Examples/JavaConsumer/pom.xml"
-  "$project/Tests/Bindings/shrinker/pom.xml" "$project/Benchmarks/peer/pom.xml")
+  "$project/Tests/Bindings/shrinker/pom.xml" "$project/Benchmarks/peer/pom.xml"
+  "$project/Tests/Interop/backends/pom.xml")
 stamp="$HOME/.m2/qen-fetched-$(cat "${poms[@]}" | sha256sum | cut -c1-16)"
 if [ ! -f "$stamp" ]; then
   scratch=$(mktemp -d)
@@ -87,8 +88,22 @@ if [ ! -f "$stamp" ]; then
   mvn -B -q -f "${poms[1]}" -Dqen.build.directory="$scratch/consumer" package
   mvn -B -q -f "${poms[2]}" dependency:build-classpath -Dmdep.outputFile=/dev/null >/dev/null
   mvn -B -q -f "${poms[3]}" -Dqen.build.directory="$scratch/peer" package
+  mvn -B -q -f "${poms[4]}" dependency:resolve >/dev/null
   rm -rf "$scratch"
   touch "$stamp"
+fi
+
+# Jaeger, the tracing server the OTLP backend test posts to, built from the Go module proxy at the
+# versions its go.sum pins, with the machine's Go (1.24 or later: Debian's is too old). The first
+# build takes minutes; Go's caches and the stamp keep later runs to nothing.
+jaeger_module="$project/Tests/Interop/backends/jaeger"
+jaeger_stamp="/opt/qen-jaeger/built-$(cat "$jaeger_module/go.sum" | sha256sum | cut -c1-16)"
+if [ ! -f "$jaeger_stamp" ]; then
+  go=$(command -v /usr/local/go/bin/go || command -v go)
+  $sudo mkdir -p /opt/qen-jaeger
+  $sudo "$go" build -C "$jaeger_module" -o /opt/qen-jaeger/jaeger \
+    github.com/jaegertracing/jaeger/cmd/jaeger
+  $sudo touch "$jaeger_stamp"
 fi
 
 # A Latin-1 locale, for the test that span names are lower-cased the same under any locale.

@@ -1,10 +1,11 @@
-// Exports a small measured tree and writes, into the folder given as argument:
-//   spans-safe.thrift  the Zipkin v1 Thrift encoding, in the backend-safe form a reporter sends
+// Exports a small measured tree and a recovered unfinished trace, and writes, into the folder
+// given as argument:
 //   spans-v2.json      the Zipkin v2 JSON encoding
 //   spans-otlp.json    the OTLP/HTTP JSON encoding
 //   headers.json       propagation headers with the ids and decisions they carry
-// for check_zipkin_interop.py (Apache Thrift, py_zipkin) and check_otlp_interop.js
-// (OpenTelemetry JS's OTLP protobuf types and propagators) to read back.
+// for check_otlp_interop.js (OpenTelemetry JS's OTLP protobuf types and propagators) to read
+// back. With --send URL FORMAT (zipkin-v2, zipkin-v1-thrift or otlp) it also sends the spans
+// there through a reporter, two to a batch, for check_backends.py to read back from a server.
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -16,8 +17,9 @@
 #include "QENOTLPJSONEncoder.h"
 #include "QENPerformanceMetric.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
+#include "QENSpanReporter.h"
 #include "QENTracePropagationHeaders.h"
-#include "QENZipkinThriftEncoder.h"
+#include "QENUnfinishedTraceWatcher.h"
 #include "QENZipkinV2JSONEncoder.h"
 
 namespace {
@@ -30,7 +32,11 @@ QENPerformanceMetric::SpanList exportTree() {
       QENNetworkingReachabilityStatusCellular);
   QENNetworkingReachabilityManager::prohibitedManager().setCarrierNames({"Carrier \xc3\xa9"});
   const double now = QENMonotonicTimeGetCurrent();
-  const auto root = QENPerformanceMetric::initWithName("home_feed_render", 1.0);
+  // Random ids with the top bit set (negative as the library holds them), so that each run
+  // makes a trace of its own.
+  const auto random = QENPerformanceMetric::initWithName("ids");
+  const auto root = QENPerformanceMetric::initWithName(
+      "home_feed_render", random->traceId() | INT64_MIN, random->spanId() | INT64_MIN);
   root->setMetricCause(1);
   root->startMetricWithTime(now - 1);
   const auto fetch =
@@ -46,8 +52,43 @@ QENPerformanceMetric::SpanList exportTree() {
       QENPerformanceMetric::initLeafMetricWithName("image_load", now - 0.3, now - 0.1);
   image->addBinaryAnnotation(Vocabulary::annotationWithKeyInt32("net.speed_kbps", -7));
   root->addChildMetric(image);
+  root->addChildMetric(
+      QENPerformanceMetric::initLeafMetricWithName("d\xc3\xa9"
+                                                   "codage_\xe7\x94\xbb\xe5\x83\x8f",
+                                                   now - 0.1, now - 0.1));
   root->stopMetricWithTime(now);
   return root->spansWithAppContext(QENPerformanceMetricAppContext("1234", "linux"));
+}
+
+// A tree the app was killed in, as the next launch reads it back from the spool.
+QENPerformanceMetric::SpanList recoveredTree() {
+  const double now = QENMonotonicTimeGetCurrent();
+  const auto root = QENPerformanceMetric::initWithName("profile_render", 1.0);
+  root->startMetricWithTime(now - 2);
+  root->addChildMetric(
+      QENPerformanceMetric::initLeafMetricWithName("profile_fetch", now - 2, now - 1));
+  auto spans =
+      root->snapshotSpansWithAppContext(QENPerformanceMetricAppContext("1234", "linux"), now);
+  for (const auto& span : spans) {
+    auto tags = span->binary_annotations();
+    tags.push_back(Vocabulary::annotationWithKeyBoolean(kQENRecoveredAnnotationKey, true));
+    span->setBinary_annotations(std::move(tags));
+  }
+  return spans;
+}
+
+// Sends the spans through a reporter, two to a batch, so that each trace arrives in parts.
+bool send(const QENPerformanceMetric::SpanList& spans, const std::string& url,
+          const std::string& format) {
+  QENSpanReporterOptions options;
+  options.collectorURL = url;
+  options.maximumBatchSpans = 2;
+  options.encoding.format = format == "otlp"               ? QENSpanEncodingFormat::kOTLPJSON
+                            : format == "zipkin-v1-thrift" ? QENSpanEncodingFormat::kZipkinV1Thrift
+                                                           : QENSpanEncodingFormat::kZipkinV2JSON;
+  QENSpanReporter reporter(options);
+  reporter.report(spans);
+  return reporter.shutdown(std::chrono::seconds(10));
 }
 
 nlohmann::json headerCase(const QENTracePropagationHeaders::Context& context) {
@@ -76,19 +117,16 @@ nlohmann::json headerCases() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::cerr << "usage: " << argv[0] << " OUTPUT_FOLDER\n";
+  if (argc != 2 && !(argc == 5 && std::string(argv[2]) == "--send")) {
+    std::cerr << "usage: " << argv[0] << " OUTPUT_FOLDER [--send URL FORMAT]\n";
     return 2;
   }
   const std::string folder = argv[1];
-  const auto spans = exportTree();
-  const auto thrift =
-      QENZipkinThriftEncoder::encodeSpans(spans, QENZipkinThriftEncoder::Form::kBackendSafe);
-  std::ofstream(folder + "/spans-safe.thrift", std::ios::binary)
-      .write(reinterpret_cast<const char*>(thrift.data()),
-             static_cast<std::streamsize>(thrift.size()));
+  auto spans = exportTree();
+  const auto recovered = recoveredTree();
+  spans.insert(spans.end(), recovered.begin(), recovered.end());
   std::ofstream(folder + "/spans-v2.json") << QENZipkinV2JSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/spans-otlp.json") << QENOTLPJSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/headers.json") << headerCases().dump(2);
-  return 0;
+  return argc == 2 || send(spans, argv[3], argv[4]) ? 0 : 1;
 }
