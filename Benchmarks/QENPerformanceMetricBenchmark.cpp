@@ -16,6 +16,7 @@
 #include "QENFoundation/QENLock.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENRandom.h"
+#include "QENFrameMonitor.h"
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceMetricFactories.h"
 
@@ -326,6 +327,37 @@ void BM_Random16BytesKernelGetrandom(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_Random16BytesKernelGetrandom);
+
+// The rows below report frames, after which every metric keeps a frame tally: they come last.
+
+// One frame reported while `range(0)` metrics run; one frame in four is slow.
+void BM_ReportFrameWhileMetricsRun(benchmark::State& state) {
+  std::vector<std::shared_ptr<QENPerformanceMetric>> running;
+  for (std::int64_t index = 0; index < state.range(0); ++index) {
+    running.push_back(QENPerformanceMetric::initWithName("screen"));
+    running.back()->startMetric();
+  }
+  QENFrameMonitor& monitor = QENFrameMonitor::shared();
+  const double start = QENMonotonicTimeGetCurrent();
+  std::uint64_t frame = 0;
+  const std::size_t bytesBefore = QENAllocatedBytes();
+  for (auto _ : state) {
+    const double duration = frame % 4 == 0 ? 0.030 : 0.008;
+    monitor.reportFrame(start + static_cast<double>(frame++) * 0.008, duration, 1.0 / 120);
+  }
+  reportBytesPerIteration(state, bytesBefore);
+  for (const auto& metric : running) {
+    metric->stopMetric();
+  }
+}
+BENCHMARK(BM_ReportFrameWhileMetricsRun)->Arg(1)->Arg(10)->Arg(100);
+
+// A leaf metric's life once frames are reported: its start keeps a tally, its stop reads one.
+void BM_LeafMetricLifecycleWhileFramesAreReported(benchmark::State& state) {
+  QENFrameMonitor::shared().reportFrame(QENMonotonicTimeGetCurrent(), 0.008, 1.0 / 120);
+  BM_LeafMetricLifecycle(state);
+}
+BENCHMARK(BM_LeafMetricLifecycleWhileFramesAreReported);
 
 }  // namespace
 

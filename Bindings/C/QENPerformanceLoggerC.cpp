@@ -653,6 +653,31 @@ QENCStatus QENCMetricObserveApplicationEvents(QENCMetric metric) {
   });
 }
 
+// MARK: - Frames
+
+QENCStatus QENCReportFrame(double startTime, double duration, double expectedInterval) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    if (!(std::isfinite(startTime) && std::isfinite(duration) && std::isfinite(expectedInterval) &&
+          duration > 0 && expectedInterval > 0)) {
+      return invalidArgument(function, "frame");
+    }
+    QENFrameMonitor::shared().reportFrame(startTime, duration, expectedInterval);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCSetSlowFrameTolerance(double seconds) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    if (!(std::isfinite(seconds) && seconds >= 0)) {
+      return invalidArgument(function, "seconds");
+    }
+    QENFrameMonitor::shared().setSlowFrameTolerance(seconds);
+    return QENCStatusOK;
+  });
+}
+
 // MARK: - Export
 
 QENCStatus QENCTraceCreate(QENCMetric metric, const char* userId, size_t userIdLength,

@@ -243,6 +243,19 @@ QENC_EXPORT QENCStatus QENCPostApplicationEvent(QENCApplicationEvent event);
 /* Annotates the metric with every application event from now on ("app.enter.background", ...). */
 QENC_EXPORT QENCStatus QENCMetricObserveApplicationEvents(QENCMetric metric);
 
+/* ==== Frames ==== */
+
+/* One frame the host drew (from its frame-metrics or display-link callback): its start in seconds
+ * on QENCMonotonicTimeNow's clock, how long it took, and the interval the display expected of it
+ * then (1 / its refresh rate at that frame), in seconds. Slow past that interval by more than the
+ * tolerance, frozen from 700 ms. Each metric running tags itself at its stop with what it saw:
+ * frames.total, frames.slow, frames.frozen, frames.delay_ms (time past the intervals). A time that
+ * is not finite, or a duration or interval not above 0: QENCStatusInvalidArgument, left out. */
+QENC_EXPORT QENCStatus QENCReportFrame(double startTime, double duration, double expectedInterval);
+/* How far past its interval a frame may run and still not be slow: at least 0 seconds (0.001 by
+ * default); otherwise QENCStatusInvalidArgument, and it stays. */
+QENC_EXPORT QENCStatus QENCSetSlowFrameTolerance(double seconds);
+
 /* ==== Export ==== */
 
 typedef QENC_ENUM(QENCFormat){

@@ -10,6 +10,7 @@
 #include "QENDefaultContentTypePerformanceSignal.h"
 #include "QENEndpointPerformanceMetric.h"  // one network request
 #include "QENExecutableTask.h"
+#include "QENFrameMonitor.h"  // the frames the host draws: slow, frozen, their delay
 #include "QENImageDownloadPerformanceMetric.h"  // one image, loaded and shown
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "QENImagePerformanceDelegate.h"

@@ -9,6 +9,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "BinaryAnnotation+QENAdditions.h"
 #include "QENAssert.h"
 #include "QENCommandLineOptions/QENCommandLineOptions.h"
 #include "QENDeepTreeTrampoline.h"
@@ -142,6 +143,9 @@ void QENPerformanceMetric::startMetricWithTime(double startTime) {
   const QENLockGuard guard(propertyLock_);
   if (startTime_ == kUnsetTime || startTime_ == startTime) {
     startTime_ = startTime;
+    if (framesAtStart_ == nullptr && QENFrameMonitor::shared().isReporting()) {
+      framesAtStart_ = std::make_unique<QENFrameTally>(QENFrameMonitor::shared().tally());
+    }
   }
 }
 
@@ -152,6 +156,9 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
   // Taken out under the lock, released or run after it.
   std::shared_ptr<const CompletionBlockList> completions;
   std::unique_ptr<Deciders> clearedDeciders;
+  std::unique_ptr<QENFrameTally> framesAtStart;
+  double startedAt = 0;
+  double stoppedAt = 0;
   bool valid = false;
   {
     const QENLockGuard guard(propertyLock_);
@@ -161,6 +168,9 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
       return;  // never started, already stopped, or invalidated after starting
     }
     stopTime_ = startTime_ <= stopTime ? stopTime : startTime_;
+    startedAt = startTime_;
+    stoppedAt = stopTime_;
+    framesAtStart = std::move(framesAtStart_);
     // Children are stopped at the current clock reading, under this metric's lock. Indexing
     // keeps the walk valid should a child's stop add to this list on this thread.
     for (std::size_t index = 0; index < childMetrics_.size(); ++index) {
@@ -173,9 +183,31 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
     valid = _locked_isValid();
     clearedDeciders = std::move(deciders_);
   }
+  if (QENFrameMonitor::shared().isReporting()) {  // before the completions, which may export
+    // With no tally, no frame had been reported at the start: every one since is the metric's.
+    tagFramesSeen(framesAtStart ? *framesAtStart : QENFrameTally{}, startedAt, stoppedAt);
+  }
   if (completions) {
     dispatchCompletionBlocks(std::move(completions), valid);
   }
+}
+
+void QENPerformanceMetric::tagFramesSeen(const QENFrameTally& atStart, double startTime,
+                                         double stopTime) {
+  const QENFrameStatistics seen =
+      QENFrameMonitor::shared().statisticsSince(atStart, startTime, stopTime);
+  if (seen.total == 0) {
+    return;
+  }
+  using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+  const auto count = [](std::uint64_t value) {
+    return static_cast<std::int64_t>(std::min<std::uint64_t>(value, INT64_MAX));
+  };
+  addBinaryAnnotations(std::array{
+      Vocabulary::annotationWithKeyInt64("frames.total", count(seen.total)),
+      Vocabulary::annotationWithKeyInt64("frames.slow", count(seen.slow)),
+      Vocabulary::annotationWithKeyInt64("frames.frozen", count(seen.frozen)),
+      Vocabulary::annotationWithKeyInt64("frames.delay_ms", std::llround(seen.delay * 1000))});
 }
 
 void QENPerformanceMetric::invalidate() {

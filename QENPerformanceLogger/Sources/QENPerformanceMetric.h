@@ -20,6 +20,7 @@
 #include "QENFoundation/QENNotification.h"
 #include "QENFoundation/QENObject.h"
 #include "QENFoundation/QENThreadSafetyAnnotations.h"
+#include "QENFrameMonitor.h"
 #include "QENPerformanceMetricAppContext.h"
 #include "QENPerformanceMetricFactories.h"
 #include "QENPerformanceSendsTraceInHeader.h"
@@ -388,6 +389,8 @@ class QENPerformanceMetric : public QENObject,
 
   void didFinishConstruction();
   void postMetricWillStart();
+  // Tags the metric with the frames drawn between its start and stop, if any were reported.
+  void tagFramesSeen(const QENFrameTally& atStart, double startTime, double stopTime);
   // Under the tree-structure mutex alone, which every change to a child list or parent link holds.
   bool wouldCloseACycle(const QENPerformanceMetric& child) const QEN_NO_THREAD_SAFETY_ANALYSIS;
 
@@ -412,6 +415,8 @@ class QENPerformanceMetric : public QENObject,
     ShouldInvalidateBlock shouldInvalidate;
   };
   std::unique_ptr<Deciders> deciders_ QEN_GUARDED_BY(propertyLock_);
+  // The frame tally at the start, once the host reports frames (none before the first frame).
+  std::unique_ptr<QENFrameTally> framesAtStart_ QEN_GUARDED_BY(propertyLock_);
   mutable QENLock propertyLock_;
 
   // Fixed after construction.

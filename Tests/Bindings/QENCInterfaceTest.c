@@ -370,7 +370,6 @@ static void checkEndpointAndApplicationEvents(void) {
   OK(QENCMetricRelease(screen));
 }
 
-// Zero, released and wrong-kind handles are refused, and nothing happens.
 // The start's type from its times and flags; impossible facts are refused.
 static void checkAppStart(void) {
   QENCMetric start;
@@ -389,6 +388,28 @@ static void checkAppStart(void) {
   OK(QENCMetricRelease(start));
 }
 
+// A frame drawn while a metric runs is among its tags; a frame of no duration is refused.
+static void checkFrames(void) {
+  QENCMetric screen;
+  QENCTrace trace;
+  QENCBuffer json = {NULL, 0};
+  OK(QENCMetricCreate(TEXT("profile_render"), 1.0, &screen));
+  const double now = QENCMonotonicTimeNow();
+  OK(QENCMetricStartWithTime(screen, now));
+  OK(QENCReportFrame(now + 0.1, 0.05, 1.0 / 120));  // 41.7 ms late
+  CHECK(QENCReportFrame(now + 0.2, 0, 1.0 / 60) == QENCStatusInvalidArgument);
+  CHECK(QENCSetSlowFrameTolerance(-1) == QENCStatusInvalidArgument);
+  OK(QENCMetricStopWithTime(screen, now + 1));
+  OK(QENCTraceCreate(screen, NULL, 0, TEXT("c"), &trace));
+  OK(QENCTraceEncode(trace, QENCFormatZipkinV2JSON, TEXT("c-app"), &json));
+  CHECK(contains(&json, "\"frames.total\":\"1\",\"frames.slow\":\"1\"") &&
+        contains(&json, "\"frames.delay_ms\":\"42\""));
+  QENCBufferRelease(&json);
+  OK(QENCTraceRelease(trace));
+  OK(QENCMetricRelease(screen));
+}
+
+// Zero, released and wrong-kind handles are refused, and nothing happens.
 static void checkBadHandles(QENCMetric released, QENCTrace trace) {
   const QENCMetric zero = {0};
   CHECK(QENCMetricStart(zero) == QENCStatusInvalidHandle);
@@ -451,6 +472,7 @@ int main(int argc, char** argv) {
   checkBadHandles(root, trace);
   checkEndpointAndApplicationEvents();
   checkAppStart();
+  checkFrames();
   checkRefusedArguments();
   OK(QENCTraceRelease(trace));
   if (failures != 0) {

@@ -452,6 +452,14 @@ jint postApplicationEvent(JNIEnv*, jclass, jint event) {
   return QENCPostApplicationEvent(static_cast<QENCApplicationEvent>(event));
 }
 
+jint reportFrame(JNIEnv*, jclass, jdouble startTime, jdouble duration, jdouble expectedInterval) {
+  return QENCReportFrame(startTime, duration, expectedInterval);
+}
+
+jint setSlowFrameTolerance(JNIEnv*, jclass, jdouble seconds) {
+  return QENCSetSlowFrameTolerance(seconds);
+}
+
 jint metricTagAppStart(JNIEnv* env, jclass, jobject, jlong id, jdouble processStartTime,
                        jdouble firstScreenTime, jint flags, jintArray out) {
   QENCAppStartType type = QENCAppStartNone;
@@ -712,6 +720,8 @@ const JNINativeMethod kMethods[] = {
                 "(Ljava/lang/Object;JLjava/lang/String;[J[Ljava/lang/Object;)I"),
     QENJ_METHOD(endpointMetricCreate, "(Ljava/lang/String;Ljava/lang/String;[D[JJ[J)I"),
     QENJ_METHOD(postApplicationEvent, "(I)I"),
+    QENJ_METHOD(reportFrame, "(DDD)I"),
+    QENJ_METHOD(setSlowFrameTolerance, "(D)I"),
     QENJ_METHOD(metricTagAppStart, "(Ljava/lang/Object;JDDI[I)I"),
     QENJ_METHOD(metricObserveApplicationEvents, "(Ljava/lang/Object;J)I"),
     QENJ_METHOD(traceCreate, "(Ljava/lang/Object;JLjava/lang/String;Ljava/lang/String;[J)I"),

@@ -64,7 +64,8 @@ def check_indexes(server, ours, sent_as):
     parents = {span.get("parentId") for span in ours}
     called = {span["remoteEndpoint"]["serviceName"] for span in ours
               if "remoteEndpoint" in span and span["id"] not in parents}
-    links = query(f"{server}/api/v2/dependencies", endTs=int(time.time() * 1000), lookback=86_400_000)
+    links = query(f"{server}/api/v2/dependencies", endTs=int(time.time() * 1000),
+                  lookback=86_400_000)
     linked = {link["child"] for link in links if link["parent"] == service}
     check(called <= linked, f"{sent_as}: dependency links {links}")
 
@@ -88,7 +89,7 @@ def as_jaeger_gives(span):
     attributes = dict(span["attributes"])
     notes = attributes.pop("@jaeger@warnings", {"arrayValue": {"values": []}})["arrayValue"]
     check(all(note["stringValue"].startswith(JAEGER_WARNINGS) for note in notes["values"]), notes)
-    events = sorted(span.get("events", []), key=lambda event: (event["name"], event["timeUnixNano"]))
+    events = sorted(span.get("events", []), key=lambda e: (e["name"], e["timeUnixNano"]))
     start, end = int(span["startTimeUnixNano"]), int(span["endTimeUnixNano"])
     return {**span, "attributes": attributes, "status": span.get("status", {}),
             "endTimeUnixNano": str(max(end, start + 1)), **({"events": events} if events else {})}
@@ -96,8 +97,9 @@ def as_jaeger_gives(span):
 
 def check_jaeger_traces(query_url, ours, sent_as):
     mine = spans_by_id(ours)
-    stored = {id: span for trace_id in {span["traceId"] for span in mine.values()}
-              for id, span in spans_by_id(query(f"{query_url}/api/v3/traces/{trace_id}")["result"]).items()}
+    stored = {}
+    for trace_id in {span["traceId"] for span in mine.values()}:
+        stored.update(spans_by_id(query(f"{query_url}/api/v3/traces/{trace_id}")["result"]))
     return check_stored(mine, stored, as_jaeger_gives, sent_as)
 
 
@@ -110,7 +112,8 @@ def v2_facts(span):
     return {"trace": span["traceId"], "parent": span.get("parentId"), "name": span["name"],
             "client": span.get("kind") == "CLIENT", "start": span["timestamp"],
             "duration": span.get("duration", 0), "service": span["localEndpoint"]["serviceName"],
-            "remote": span.get("remoteEndpoint", {}).get("serviceName"), "tags": span.get("tags", {}),
+            "remote": span.get("remoteEndpoint", {}).get("serviceName"),
+            "tags": span.get("tags", {}),
             "events": sorted((a["timestamp"], a["value"]) for a in span.get("annotations", []))}
 
 
@@ -122,7 +125,8 @@ def otlp_facts(span):
             "name": span["name"], "client": span.get("kind") == 3, "start": start / 1000,
             "duration": (end - start) // 1000, "service": text(span["resource"]["service.name"]),
             "remote": tags.pop("server.address", None), "tags": tags,
-            "events": sorted((int(e["timeUnixNano"]) / 1000, e["name"]) for e in span.get("events", []))}
+            "events": sorted((int(e["timeUnixNano"]) / 1000, e["name"])
+                             for e in span.get("events", []))}
 
 
 def check_one_measurement(v2_spans, otlp_spans, sent_as):

@@ -111,6 +111,8 @@ final class Native {
   static native int endpointMetricCreate(String url, String method, double[] phaseTimes,
       long[] statusBytesAndReuse, long requestSpanId, long[] metric);
   static native int postApplicationEvent(int event);
+  static native int reportFrame(double startTime, double duration, double expectedInterval);
+  static native int setSlowFrameTolerance(double seconds);
   static native int metricTagAppStart(Object owner, long metric, double processStartTime,
       double firstScreenTime, int flags, int[] type);
   static native int metricObserveApplicationEvents(Object owner, long metric);

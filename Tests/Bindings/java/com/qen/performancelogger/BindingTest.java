@@ -38,6 +38,7 @@ class BindingTest {
       Map<String, String> headers = request.propagationHeaders("https://api.example.com/feed");
       assertEquals(String.format("%016x", root.spanId()), headers.get("X-B3-ParentSpanId"));
       request.stop(now - 0.1);
+      Frames.reportFrameMetrics((long) ((now - 0.8) * 1e9), 50_000_000L, 120f);  // 41.7 ms late
       AppStart start = new AppStart();
       start.processStartTime = now - 1.5;
       start.firstScreenTime = now - 1.2;
@@ -51,6 +52,8 @@ class BindingTest {
         assertTrue(json.contains("\"serviceName\":\"java-app\""), json);
         assertTrue(json.indexOf("first_byte") < json.indexOf("parsed"), json);
         assertTrue(json.contains("\"app.start.type\":\"cold\""), json);
+        assertTrue(json.contains(
+            "\"frames.slow\":\"1\",\"frames.frozen\":\"0\",\"frames.delay_ms\":\"42\""), json);
         assertTrue(text(trace.encode(Format.OTLP_JSON, "java-app")).contains("resourceSpans"));
       }
     }
