@@ -12,7 +12,8 @@ enum class QENCHandleKind : std::uint8_t {
   kTrace,
   kSpool,
   kReporter,
-  kReporterOptions
+  kReporterOptions,
+  kScreenDisplay
 };
 
 // The objects the C interface has handed out, by id. An id holds a slot's index and the slot's

@@ -59,6 +59,10 @@ template <>
 constexpr QENCHandleKind kindOf<ReporterOptions>() {
   return QENCHandleKind::kReporterOptions;
 }
+template <>
+constexpr QENCHandleKind kindOf<QENScreenDisplay>() {
+  return QENCHandleKind::kScreenDisplay;
+}
 
 void reportInvalidHandle(std::uint64_t id, const char* function) {
   QENAssertionFailure(function, "Invalid handle %llu: zero, released, or of another kind",
@@ -676,6 +680,41 @@ QENCStatus QENCSetSlowFrameTolerance(double seconds) {
     QENFrameMonitor::shared().setSlowFrameTolerance(seconds);
     return QENCStatusOK;
   });
+}
+
+QENCStatus QENCScreenDisplayCreate(QENCMetric screen, double creationTime,
+                                   double fullDisplayTimeout, QENCScreenDisplay* display) {
+  const char* const function = __func__;
+  return withMetric(screen, function, [&](Metric& target) {
+    if (display == nullptr || !std::isfinite(creationTime) ||
+        !(std::isfinite(fullDisplayTimeout) && fullDisplayTimeout >= 0)) {
+      return invalidArgument(function, display == nullptr ? "display" : "time");
+    }
+    const double timeout =
+        fullDisplayTimeout == 0 ? QENScreenDisplay::kDefaultFullDisplayTimeout : fullDisplayTimeout;
+    auto made = QENScreenDisplay::track(target.shared_from_this(), creationTime, timeout);
+    return handOut<QENScreenDisplay>(std::move(made), display->id, function);
+  });
+}
+
+QENCStatus QENCScreenDisplayReportFullyDrawn(QENCScreenDisplay display, double time) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto pinned = pin<QENScreenDisplay>(display.id, function);
+    if (!pinned) {
+      return QENCStatusInvalidHandle;
+    }
+    if (!std::isfinite(time)) {
+      return invalidArgument(function, "time");
+    }
+    static_cast<QENScreenDisplay*>(pinned.object())->reportFullyDrawn(time);
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCScreenDisplayRelease(QENCScreenDisplay display) {
+  const char* const function = __func__;
+  return guarded(function, [&] { return release<QENScreenDisplay>(display.id, function); });
 }
 
 // MARK: - Export

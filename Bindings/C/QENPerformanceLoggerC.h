@@ -65,6 +65,9 @@ typedef struct QENCSpool {
 typedef struct QENCReporter {
   uint64_t id;
 } QENCReporter;
+typedef struct QENCScreenDisplay {
+  uint64_t id;
+} QENCScreenDisplay;
 
 /* Bytes the library made for the caller, who owns them until QENCBufferRelease. */
 typedef struct QENCBuffer {
@@ -255,6 +258,18 @@ QENC_EXPORT QENCStatus QENCReportFrame(double startTime, double duration, double
 /* How far past its interval a frame may run and still not be slow: at least 0 seconds (0.001 by
  * default); otherwise QENCStatusInvalidArgument, and it stays. */
 QENC_EXPORT QENCStatus QENCSetSlowFrameTolerance(double seconds);
+
+/* A screen's time to initial and full display, as two child spans of its metric from its creation
+ * (creationTime, on QENCMonotonicTimeNow's clock): "ui.load.initial_display" ends with the first
+ * frame begun once it was created, "ui.load.full_display" with the first frame begun once the app
+ * says it is fully drawn (with the initial display if said before it), or at fullDisplayTimeout
+ * seconds (0: 30 s) tagged "ui.load.stop_reason" = "timeout". The caller owns the handle, which
+ * only reports; releasing it stops nothing: the spans still come with the frames. */
+QENC_EXPORT QENCStatus QENCScreenDisplayCreate(QENCMetric screen, double creationTime,
+                                               double fullDisplayTimeout,
+                                               QENCScreenDisplay* display);
+QENC_EXPORT QENCStatus QENCScreenDisplayReportFullyDrawn(QENCScreenDisplay display, double time);
+QENC_EXPORT QENCStatus QENCScreenDisplayRelease(QENCScreenDisplay display);
 
 /* ==== Export ==== */
 

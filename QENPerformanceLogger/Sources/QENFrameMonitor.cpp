@@ -19,7 +19,23 @@ void QENFrameMonitor::reportFrame(double startTime, double duration, double expe
     return;
   }
   reporting_.store(true, std::memory_order_relaxed);
-  const std::lock_guard guard(mutex_);
+  std::vector<std::shared_ptr<QENFrameListener>> listeners;
+  {
+    const std::lock_guard guard(mutex_);
+    count(startTime, duration, expectedInterval);
+    listeners.swap(listeners_);
+  }
+  if (listeners.empty()) {
+    return;
+  }
+  std::erase_if(listeners, [&](const auto& listener) {
+    return !listener->frameDrawn(startTime, startTime + duration);
+  });
+  const std::lock_guard guard(mutex_);  // beside any listener added meanwhile
+  listeners_.insert(listeners_.end(), listeners.begin(), listeners.end());
+}
+
+void QENFrameMonitor::count(double startTime, double duration, double expectedInterval) {
   ++tally_.total;
   const bool frozen = duration >= kFrozenFrameDuration;
   if (!frozen && duration <= expectedInterval + slowFrameTolerance_) {
@@ -29,6 +45,13 @@ void QENFrameMonitor::reportFrame(double startTime, double duration, double expe
   tally_.delay += duration - expectedInterval;
   longFrames_[tally_.longFrames++ % kLongFrameRecordSize] = {startTime, startTime + duration,
                                                              startTime + expectedInterval, frozen};
+}
+
+void QENFrameMonitor::addListener(std::shared_ptr<QENFrameListener> listener) {
+  if (listener != nullptr) {
+    const std::lock_guard guard(mutex_);
+    listeners_.push_back(std::move(listener));
+  }
 }
 
 void QENFrameMonitor::setSlowFrameTolerance(double seconds) {

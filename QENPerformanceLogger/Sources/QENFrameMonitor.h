@@ -3,7 +3,11 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
+#include <vector>
+
+#include "QENFrameListener.h"
 
 // Counts of the frames reported so far, in the order they were reported. A metric keeps the tally
 // of its start and reads the one of its stop: what came between is what it saw.
@@ -50,6 +54,10 @@ class QENFrameMonitor {
   // the assertion facility and left out.
   void reportFrame(double startTime, double duration, double expectedInterval);
 
+  // Tells the listener of every frame reported from now on, until it says it waits no more.
+  // Frames cost nothing more while no listener waits.
+  void addListener(std::shared_ptr<QENFrameListener> listener);
+
   // At least 0; 1 ms by default, so that a frame a hair over its interval (timing jitter) is not
   // counted as slow.
   void setSlowFrameTolerance(double seconds);
@@ -69,6 +77,7 @@ class QENFrameMonitor {
     bool frozen = false;
   };
 
+  void count(double startTime, double duration, double expectedInterval);  // under mutex_
   static void correctForEdge(const LongFrame& frame, double startTime, double stopTime,
                              QENFrameStatistics& statistics);
 
@@ -77,4 +86,5 @@ class QENFrameMonitor {
   QENFrameTally tally_;
   double slowFrameTolerance_ = kDefaultSlowFrameTolerance;
   std::array<LongFrame, kLongFrameRecordSize> longFrames_{};  // the n-th at n % size
+  std::vector<std::shared_ptr<QENFrameListener>> listeners_;
 };

@@ -20,6 +20,7 @@
 #include "QENPerformanceMetric.h"            // a named interval, nested into trees
 #include "QENPerformanceMetricAppContext.h"  // what span export is told about the app
 #include "QENPerformanceSignal.h"            // one video preload
+#include "QENScreenDisplay.h"                // a screen's time to initial and full display
 #include "QENScrollVelocityEventObserver.h"
 #include "QENScrollVelocityUtility.h"
 #include "QENUnmeasuredTask.h"

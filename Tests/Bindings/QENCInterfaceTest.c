@@ -388,22 +388,30 @@ static void checkAppStart(void) {
   OK(QENCMetricRelease(start));
 }
 
-// A frame drawn while a metric runs is among its tags; a frame of no duration is refused.
+// A frame drawn while a metric runs is among its tags, and shows the screen it measures; a frame
+// of no duration is refused.
 static void checkFrames(void) {
   QENCMetric screen;
+  QENCScreenDisplay display;
   QENCTrace trace;
   QENCBuffer json = {NULL, 0};
   OK(QENCMetricCreate(TEXT("profile_render"), 1.0, &screen));
   const double now = QENCMonotonicTimeNow();
   OK(QENCMetricStartWithTime(screen, now));
+  OK(QENCScreenDisplayCreate(screen, now, 0, &display));
+  OK(QENCScreenDisplayReportFullyDrawn(display, now + 0.05));
+  OK(QENCScreenDisplayRelease(display));
   OK(QENCReportFrame(now + 0.1, 0.05, 1.0 / 120));  // 41.7 ms late
   CHECK(QENCReportFrame(now + 0.2, 0, 1.0 / 60) == QENCStatusInvalidArgument);
   CHECK(QENCSetSlowFrameTolerance(-1) == QENCStatusInvalidArgument);
+  CHECK(QENCScreenDisplayReportFullyDrawn(display, now) == QENCStatusInvalidHandle);
   OK(QENCMetricStopWithTime(screen, now + 1));
   OK(QENCTraceCreate(screen, NULL, 0, TEXT("c"), &trace));
   OK(QENCTraceEncode(trace, QENCFormatZipkinV2JSON, TEXT("c-app"), &json));
   CHECK(contains(&json, "\"frames.total\":\"1\",\"frames.slow\":\"1\"") &&
         contains(&json, "\"frames.delay_ms\":\"42\""));
+  CHECK(contains(&json, "\"name\":\"ui.load.initial_display\",\"timestamp\"") &&
+        contains(&json, "\"name\":\"ui.load.full_display\",\"timestamp\""));
   QENCBufferRelease(&json);
   OK(QENCTraceRelease(trace));
   OK(QENCMetricRelease(screen));

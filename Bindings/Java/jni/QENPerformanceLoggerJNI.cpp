@@ -460,6 +460,25 @@ jint setSlowFrameTolerance(JNIEnv*, jclass, jdouble seconds) {
   return QENCSetSlowFrameTolerance(seconds);
 }
 
+jint screenDisplayCreate(JNIEnv* env, jclass, jobject, jlong screen, jdouble creationTime,
+                         jdouble fullDisplayTimeout, jlongArray out) {
+  QENCScreenDisplay made{};
+  const QENCStatus status =
+      QENCScreenDisplayCreate(metric(screen), creationTime, fullDisplayTimeout, &made);
+  if (status == QENCStatusOK) {
+    setLong(env, out, static_cast<std::int64_t>(made.id));
+  }
+  return status;
+}
+
+jint screenDisplayReportFullyDrawn(JNIEnv*, jclass, jobject, jlong id, jdouble time) {
+  return QENCScreenDisplayReportFullyDrawn(QENCScreenDisplay{static_cast<std::uint64_t>(id)}, time);
+}
+
+jint screenDisplayRelease(JNIEnv*, jclass, jlong id) {
+  return QENCScreenDisplayRelease(QENCScreenDisplay{static_cast<std::uint64_t>(id)});
+}
+
 jint metricTagAppStart(JNIEnv* env, jclass, jobject, jlong id, jdouble processStartTime,
                        jdouble firstScreenTime, jint flags, jintArray out) {
   QENCAppStartType type = QENCAppStartNone;
@@ -722,6 +741,9 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(postApplicationEvent, "(I)I"),
     QENJ_METHOD(reportFrame, "(DDD)I"),
     QENJ_METHOD(setSlowFrameTolerance, "(D)I"),
+    QENJ_METHOD(screenDisplayCreate, "(Ljava/lang/Object;JDD[J)I"),
+    QENJ_METHOD(screenDisplayReportFullyDrawn, "(Ljava/lang/Object;JD)I"),
+    QENJ_METHOD(screenDisplayRelease, "(J)I"),
     QENJ_METHOD(metricTagAppStart, "(Ljava/lang/Object;JDDI[I)I"),
     QENJ_METHOD(metricObserveApplicationEvents, "(Ljava/lang/Object;J)I"),
     QENJ_METHOD(traceCreate, "(Ljava/lang/Object;JLjava/lang/String;Ljava/lang/String;[J)I"),

@@ -113,6 +113,10 @@ final class Native {
   static native int postApplicationEvent(int event);
   static native int reportFrame(double startTime, double duration, double expectedInterval);
   static native int setSlowFrameTolerance(double seconds);
+  static native int screenDisplayCreate(Object screenOwner, long screen, double creationTime,
+      double fullDisplayTimeout, long[] display);
+  static native int screenDisplayReportFullyDrawn(Object owner, long display, double time);
+  static native int screenDisplayRelease(long display);
   static native int metricTagAppStart(Object owner, long metric, double processStartTime,
       double firstScreenTime, int flags, int[] type);
   static native int metricObserveApplicationEvents(Object owner, long metric);

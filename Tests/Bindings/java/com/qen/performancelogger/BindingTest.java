@@ -38,6 +38,9 @@ class BindingTest {
       Map<String, String> headers = request.propagationHeaders("https://api.example.com/feed");
       assertEquals(String.format("%016x", root.spanId()), headers.get("X-B3-ParentSpanId"));
       request.stop(now - 0.1);
+      try (ScreenDisplay display = new ScreenDisplay(root, now - 1.0, 30)) {
+        display.reportFullyDrawn();  // before any frame: both displays end with the first
+      }
       Frames.reportFrameMetrics((long) ((now - 0.8) * 1e9), 50_000_000L, 120f);  // 41.7 ms late
       AppStart start = new AppStart();
       start.processStartTime = now - 1.5;
@@ -46,7 +49,7 @@ class BindingTest {
       root.stop();
       assertTrue(root.shouldUpload());
       try (Trace trace = root.export(null, "android")) {
-        assertEquals(2, trace.spanCount());
+        assertEquals(4, trace.spanCount());
         String json = text(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"));
         assertTrue(json.contains("\"http.path\":\"/feed \u00e9 \uFFFD\""), json);
         assertTrue(json.contains("\"serviceName\":\"java-app\""), json);
@@ -54,6 +57,7 @@ class BindingTest {
         assertTrue(json.contains("\"app.start.type\":\"cold\""), json);
         assertTrue(json.contains(
             "\"frames.slow\":\"1\",\"frames.frozen\":\"0\",\"frames.delay_ms\":\"42\""), json);
+        assertTrue(json.contains("\"name\":\"ui.load.full_display\""), json);
         assertTrue(text(trace.encode(Format.OTLP_JSON, "java-app")).contains("resourceSpans"));
       }
     }
