@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "QENApplication/QENApplicationLifecycle.h"
+#include "QENFatalHangRecording.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENSpanSpool.h"
@@ -60,6 +61,32 @@ class SpanSpool : public testing::Test {
 
 // A child reporting through a spooled reporter is killed with SIGKILL after a random number of its
 // "persisted N" lines; a fresh reporter on the same spool then drains it.
+TEST_F(SpanSpool, AKillDuringAHangLeavesAFatalHangForTheNextLaunchAndAHangThatEndsNothing) {
+  QENSpanEncoding encoding;
+  encoding.gzip = false;
+  const double now = QENMonotonicTimeGetCurrent();
+  for (const bool killed : {true, false}) {
+    const auto observer =
+        QENFatalHangRecording(std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{.path = path()}),
+                              encoding, QENPerformanceMetricAppContext("1234", "linux"));
+    observer({{now - 3, now - 1}, ""}, true);
+    observer({{now - 3, now - 0.5}, "main: Feed.layout"}, true);
+    if (!killed) {
+      observer({{now - 3, now - 0.4}, "main: Feed.layout"}, false);
+    }
+  }
+  QENSpanSpool nextLaunch(QENSpanSpoolOptions{.path = path()});
+  const auto batch = nextLaunch.oldest();
+  ASSERT_TRUE(batch);
+  for (const char* text :
+       {"\"name\":\"app.hang\"", "\"duration\":2500000", "\"app.hang.fatal\":\"true\"",
+        "\"app.hang.stack\":\"main: Feed.layout\""}) {
+    EXPECT_NE(batch->body.find(text), std::string::npos) << text << " in " << batch->body;
+  }
+  nextLaunch.remove(batch->id);
+  EXPECT_FALSE(nextLaunch.oldest());  // the hang that ended left nothing
+}
+
 TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart) {
   const auto seed = std::random_device()();
   SCOPED_TRACE("seed " + std::to_string(seed));
@@ -97,14 +124,13 @@ TEST_F(SpanSpool, EverySpanPersistedBeforeAKillReachesTheCollectorAfterARestart)
 // next process finds is the other, whole.
 TEST_F(SpanSpool, AnAbandonedColdStartIsRecoveredWholeAndACompletedTreeIsNot) {
   QENLoopbackHTTPServer server([](int) { return Answer{}; });
-  std::vector<std::thread::id> snapshotThreads;  // where each snapshot was written, in turn
+  std::vector<std::thread::id> snapshotThreads;     // where each snapshot was written, in turn
   std::shared_ptr<QENPerformanceMetric> completed;  // held by the app past the last snapshot
   {
-    QENUnfinishedTraceWatcher watcher(std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{path()}),
-                                      {}, QENPerformanceMetricAppContext("1", "x"), 0ms,
-                                      [&](std::size_t) {
-                                        snapshotThreads.push_back(std::this_thread::get_id());
-                                      });
+    QENUnfinishedTraceWatcher watcher(
+        std::make_shared<QENSpanSpool>(QENSpanSpoolOptions{path()}), {},
+        QENPerformanceMetricAppContext("1", "x"), 0ms,
+        [&](std::size_t) { snapshotThreads.push_back(std::this_thread::get_id()); });
     const double now = QENMonotonicTimeGetCurrent();
     const auto coldStart = QENPerformanceMetric::initWithName("abandoned_cold_start", 1.0);
     coldStart->startMetricWithTime(now - 1);

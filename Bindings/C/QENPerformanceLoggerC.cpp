@@ -717,6 +717,48 @@ QENCStatus QENCScreenDisplayRelease(QENCScreenDisplay display) {
   return guarded(function, [&] { return release<QENScreenDisplay>(display.id, function); });
 }
 
+// MARK: - Hangs
+
+QENCStatus QENCHangMonitorStart(double thresholdSeconds, QENCStackCapture capture,
+                                QENCRelease release, void* userData) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    if (!(thresholdSeconds == 0 || thresholdSeconds >= QENHangDetector::kMinimumThreshold) ||
+        std::isinf(thresholdSeconds)) {
+      return invalidArgument(function, "thresholdSeconds");
+    }
+    QENHangMonitor::Options options;
+    if (thresholdSeconds != 0) {
+      options.threshold = thresholdSeconds;
+    }
+    if (capture != nullptr) {
+      options.captureMainThreadStack = [capture, data = releasedOnceOf(userData, release)] {
+        std::string stack(16 * 1024, '\0');
+        stack.resize(std::min(capture(data.get(), stack.data(), stack.size()), stack.size()));
+        return stack;
+      };
+    } else if (release != nullptr) {
+      release(userData);
+    }
+    QENHangMonitor::shared().start(std::move(options));
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCHeartbeat(void) {
+  return guarded(__func__, [] {
+    QENHangMonitor::shared().heartbeat();
+    return QENCStatusOK;
+  });
+}
+
+QENCStatus QENCHangMonitorStop(void) {
+  return guarded(__func__, [] {
+    QENHangMonitor::shared().stop();
+    return QENCStatusOK;
+  });
+}
+
 // MARK: - Export
 
 QENCStatus QENCTraceCreate(QENCMetric metric, const char* userId, size_t userIdLength,

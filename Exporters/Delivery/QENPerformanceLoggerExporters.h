@@ -13,6 +13,7 @@
 // unfinished trees, and the transport a host may replace.
 #include "QENCollectorTransport.h"
 #include "QENCurlCollectorTransport.h"
+#include "QENFatalHangRecording.h"
 #include "QENHostCollectorTransport.h"
 #include "QENSpanReporter.h"
 #include "QENSpanSpool.h"

@@ -11,6 +11,7 @@
 #include "QENEndpointPerformanceMetric.h"  // one network request
 #include "QENExecutableTask.h"
 #include "QENFrameMonitor.h"  // the frames the host draws: slow, frozen, their delay
+#include "QENHangMonitor.h"   // the main thread's hangs, from its heartbeats
 #include "QENImageDownloadPerformanceMetric.h"  // one image, loaded and shown
 #include "QENImageDownloadPerformanceMetricManager.h"
 #include "QENImagePerformanceDelegate.h"

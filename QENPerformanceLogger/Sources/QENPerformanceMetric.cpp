@@ -21,6 +21,7 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNotificationCenter.h"
 #include "QENFoundation/QENRandom.h"
+#include "QENHangMonitor.h"
 
 namespace {
 
@@ -187,6 +188,9 @@ void QENPerformanceMetric::stopMetricWithTime(double stopTime) {
     // With no tally, no frame had been reported at the start: every one since is the metric's.
     tagFramesSeen(framesAtStart ? *framesAtStart : QENFrameTally{}, startedAt, stoppedAt);
   }
+  if (QENHangMonitor::shared().isWatching() && parentMetric() == nullptr) {
+    addHangsSeen(startedAt, stoppedAt);
+  }
   if (completions) {
     dispatchCompletionBlocks(std::move(completions), valid);
   }
@@ -208,6 +212,18 @@ void QENPerformanceMetric::tagFramesSeen(const QENFrameTally& atStart, double st
       Vocabulary::annotationWithKeyInt64("frames.slow", count(seen.slow)),
       Vocabulary::annotationWithKeyInt64("frames.frozen", count(seen.frozen)),
       Vocabulary::annotationWithKeyInt64("frames.delay_ms", std::llround(seen.delay * 1000))});
+}
+
+void QENPerformanceMetric::addHangsSeen(double startTime, double stopTime) {
+  using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
+  for (const QENRecordedHang& hang : QENHangMonitor::shared().hangsDuring(startTime, stopTime)) {
+    auto span = initLeafMetricWithName("app.hang", hang.start, hang.end);
+    if (!hang.mainThreadStack.empty()) {
+      span->addBinaryAnnotation(
+          Vocabulary::annotationWithKeyString("app.hang.stack", hang.mainThreadStack));
+    }
+    addChildMetric(std::move(span));
+  }
 }
 
 void QENPerformanceMetric::invalidate() {

@@ -391,6 +391,8 @@ class QENPerformanceMetric : public QENObject,
   void postMetricWillStart();
   // Tags the metric with the frames drawn between its start and stop, if any were reported.
   void tagFramesSeen(const QENFrameTally& atStart, double startTime, double stopTime);
+  // A top-level metric's child span "app.hang" for each hang of its run.
+  void addHangsSeen(double startTime, double stopTime);
   // Under the tree-structure mutex alone, which every change to a child list or parent link holds.
   bool wouldCloseACycle(const QENPerformanceMetric& child) const QEN_NO_THREAD_SAFETY_ANALYSIS;
 

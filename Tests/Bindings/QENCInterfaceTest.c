@@ -417,6 +417,26 @@ static void checkFrames(void) {
   OK(QENCMetricRelease(screen));
 }
 
+static size_t captureNothing(void* userData, char* buffer, size_t capacity) {
+  (void)userData, (void)buffer, (void)capacity;
+  return 0;
+}
+
+static void countCall(void* calls) {
+  ++*(int*)calls;
+}
+
+// The watchdog starts, hears heartbeats and stops, letting go of the host's data once; a threshold
+// under 100 ms is refused.
+static void checkHangMonitor(void) {
+  int released = 0;
+  CHECK(QENCHangMonitorStart(0.05, NULL, NULL, NULL) == QENCStatusInvalidArgument);
+  OK(QENCHangMonitorStart(0, captureNothing, countCall, &released));
+  OK(QENCHeartbeat());
+  OK(QENCHangMonitorStop());
+  CHECK(released == 1);
+}
+
 // Zero, released and wrong-kind handles are refused, and nothing happens.
 static void checkBadHandles(QENCMetric released, QENCTrace trace) {
   const QENCMetric zero = {0};
@@ -481,6 +501,7 @@ int main(int argc, char** argv) {
   checkEndpointAndApplicationEvents();
   checkAppStart();
   checkFrames();
+  checkHangMonitor();
   checkRefusedArguments();
   OK(QENCTraceRelease(trace));
   if (failures != 0) {

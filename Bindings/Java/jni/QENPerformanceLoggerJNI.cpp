@@ -479,6 +479,18 @@ jint screenDisplayRelease(JNIEnv*, jclass, jlong id) {
   return QENCScreenDisplayRelease(QENCScreenDisplay{static_cast<std::uint64_t>(id)});
 }
 
+jint hangMonitorStart(JNIEnv*, jclass, jdouble thresholdSeconds) {
+  return QENCHangMonitorStart(thresholdSeconds, nullptr, nullptr, nullptr);
+}
+
+jint heartbeat(JNIEnv*, jclass) {
+  return QENCHeartbeat();
+}
+
+jint hangMonitorStop(JNIEnv*, jclass) {
+  return QENCHangMonitorStop();
+}
+
 jint metricTagAppStart(JNIEnv* env, jclass, jobject, jlong id, jdouble processStartTime,
                        jdouble firstScreenTime, jint flags, jintArray out) {
   QENCAppStartType type = QENCAppStartNone;
@@ -744,6 +756,9 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(screenDisplayCreate, "(Ljava/lang/Object;JDD[J)I"),
     QENJ_METHOD(screenDisplayReportFullyDrawn, "(Ljava/lang/Object;JD)I"),
     QENJ_METHOD(screenDisplayRelease, "(J)I"),
+    QENJ_METHOD(hangMonitorStart, "(D)I"),
+    QENJ_METHOD(heartbeat, "()I"),
+    QENJ_METHOD(hangMonitorStop, "()I"),
     QENJ_METHOD(metricTagAppStart, "(Ljava/lang/Object;JDDI[I)I"),
     QENJ_METHOD(metricObserveApplicationEvents, "(Ljava/lang/Object;J)I"),
     QENJ_METHOD(traceCreate, "(Ljava/lang/Object;JLjava/lang/String;Ljava/lang/String;[J)I"),

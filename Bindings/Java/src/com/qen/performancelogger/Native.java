@@ -117,6 +117,9 @@ final class Native {
       double fullDisplayTimeout, long[] display);
   static native int screenDisplayReportFullyDrawn(Object owner, long display, double time);
   static native int screenDisplayRelease(long display);
+  static native int hangMonitorStart(double thresholdSeconds);
+  static native int heartbeat();
+  static native int hangMonitorStop();
   static native int metricTagAppStart(Object owner, long metric, double processStartTime,
       double firstScreenTime, int flags, int[] type);
   static native int metricObserveApplicationEvents(Object owner, long metric);

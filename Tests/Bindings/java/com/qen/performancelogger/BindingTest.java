@@ -64,6 +64,14 @@ class BindingTest {
   }
 
   @Test
+  void theHangWatchdogStartsHearsHeartbeatsAndStopsAndRefusesAThresholdUnder100Ms() {
+    assertEquals(Status.INVALID_ARGUMENT, thrown(() -> Hangs.start(0.05)));
+    Hangs.start(0);
+    Hangs.heartbeat();
+    Hangs.stop();
+  }
+
+  @Test
   void misuseIsAClearErrorAndNothingCrashes() {
     Metric metric = Metric.leaf("closed");
     metric.start();
