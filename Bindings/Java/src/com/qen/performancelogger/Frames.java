@@ -8,14 +8,8 @@ package com.qen.performancelogger;
  * than the slow-frame tolerance; frozen from 700 ms. Reporting costs the same however many
  * metrics run, and blocks on no I/O.
  *
- * <p>On Android (API 24 and up), from a {@code Window.OnFrameMetricsAvailableListener} added on a
- * background {@code Handler}:
- *
- * <pre>{@code
- * Frames.reportFrameMetrics(metrics.getMetric(FrameMetrics.INTENDED_VSYNC_TIMESTAMP),
- *     metrics.getMetric(FrameMetrics.TOTAL_DURATION),
- *     window.getDecorView().getDisplay().getRefreshRate());
- * }</pre>
+ * <p>On Android, {@link AndroidFrameMetricsListener} reports a window's frames, and {@link
+ * AndroidActivityVitals} adds it to each activity in the foreground.
  */
 public final class Frames {
   private Frames() {}
@@ -33,9 +27,9 @@ public final class Frames {
   }
 
   /**
-   * One frame as Android's {@code FrameMetrics} gives it: the intended vsync and total duration
-   * in nanoseconds ({@code System.nanoTime()}'s clock, which is {@link Metric#now()}'s), and the
-   * display's refresh rate at that frame, in hertz.
+   * One frame as Android's {@code FrameMetrics} gives it: its start (the intended vsync, from API
+   * 26) and total duration in nanoseconds ({@code System.nanoTime()}'s clock, which is {@link
+   * Metric#now()}'s), and the display's refresh rate at that frame, in hertz.
    */
   public static void reportFrameMetrics(
       long intendedVsyncNanos, long totalDurationNanos, float refreshRate) {

@@ -64,6 +64,31 @@ class BindingTest {
   }
 
   @Test
+  void anActivityTheAppMeasuresGetsItsDisplaySpansAndTheFirstActivityDatesTheStart() {
+    AndroidActivityVitals vitals = new AndroidActivityVitals(activity -> null, null);
+    try (Metric screen = new Metric("profile_screen")) {
+      double now = Metric.now();
+      screen.start(now - 1.0);
+      Object measured = new Object();  // activities, as keys: no Activity can be made on a JVM
+      vitals.screenCreated(new Object(), null, now - 2.0, true);
+      vitals.screenCreated(measured, screen, now - 1.0, false);
+      vitals.screenFullyDrawn(measured);
+      AndroidFrameMetricsListener.report((long) ((now - 0.9) * 1e9), 16_000_000L, 60f);
+      AndroidFrameMetricsListener.report(0, 16_000_000L, 0f);  // refused, and not thrown
+      vitals.screenGone(measured);
+      screen.stop();
+      AppStart start = vitals.appStart(now - 3.0);
+      assertEquals(now - 2.0, start.firstScreenTime);
+      assertTrue(start.restoredFromSavedState);
+      try (Trace trace = screen.export(null, "android")) {
+        String json = text(trace.encode(Format.ZIPKIN_V2_JSON, "java-app"));
+        assertTrue(json.contains("\"name\":\"ui.load.initial_display\"")
+            && json.contains("\"name\":\"ui.load.full_display\""), json);
+      }
+    }
+  }
+
+  @Test
   void theHangWatchdogStartsHearsHeartbeatsAndStopsAndRefusesAThresholdUnder100Ms() {
     assertEquals(Status.INVALID_ARGUMENT, thrown(() -> Hangs.start(0.05)));
     Hangs.start(0);
