@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Installs, from Debian's packages, everything the build, the tests and the benchmarks need: the
+# Installs everything the build, the tests and the benchmarks need: from Debian's packages, the
 # build machine's toolchain, clang with libc++ (14 and 19), the ARM64 cross toolchain with qemu
 # and Debian's arm64 libraries; from the npm registry, the OpenTelemetry JS packages the OTLP
 # interop test reads with; from Maven Central, the Java side's libraries and the Zipkin server;
-# from the Go module proxy, Jaeger. Does nothing when everything is already there, so it is cheap to
-# run before each build.
+# from the Go module proxy, Jaeger. Does nothing when everything is already there, so it is cheap
+# to run before each build.
 set -euo pipefail
 
 packages=(
