@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Installs everything the build, the tests and the benchmarks need: from Debian's packages, the
 # build machine's toolchain, clang with libc++ (14 and 19), the ARM64 cross toolchain with qemu
-# and Debian's arm64 libraries; from the npm registry, the OpenTelemetry JS packages the OTLP
-# interop test reads with; from Maven Central, the Java side's libraries and the Zipkin server;
-# from the Go module proxy, Jaeger. Does nothing when everything is already there, so it is cheap
-# to run before each build.
+# and Debian's arm64 libraries; from the npm registry, the OpenTelemetry JS packages the
+# propagation-header test reads with; from Maven Central, the Java side's libraries and the Zipkin
+# server; from the Go module proxy, Jaeger. Does nothing when everything is already there, so it
+# is cheap to run before each build.
 set -euo pipefail
 
 packages=(
@@ -57,14 +57,14 @@ if [ ! -f "$libcxx14/usr/lib/llvm-14/include/c++/v1/vector" ]; then
   rm -rf "$downloads"
 fi
 
-# Node, for the OTLP interop test's readers: Debian's, unless the machine already has one.
+# Node, for the propagation-header test's readers: Debian's, unless the machine already has one.
 if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
   $sudo apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends nodejs npm
 fi
 # Those readers, at the versions the lock file pins, from the npm registry.
-readers="$(dirname "$0")/../Tests/Interop/otlp"
-if [ ! -d "$readers/node_modules/@opentelemetry/otlp-transformer" ]; then
+readers="$(dirname "$0")/../Tests/Interop/propagation"
+if [ ! -d "$readers/node_modules/@opentelemetry/propagator-b3" ]; then
   (cd "$readers" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
 fi
 

@@ -3,9 +3,9 @@
 //   spans-v2.json      the Zipkin v2 JSON encoding
 //   spans-otlp.json    the OTLP/HTTP JSON encoding
 //   headers.json       propagation headers with the ids and decisions they carry
-// for check_otlp_interop.js (OpenTelemetry JS's OTLP protobuf types and propagators) to read
-// back. With --send URL FORMAT (zipkin-v2, zipkin-v1-thrift or otlp) it also sends the spans
-// there through a reporter, two to a batch, for check_backends.py to read back from a server.
+// for check_propagation_headers.js (OpenTelemetry JS's propagators) to read back. With --send URL
+// FORMAT (zipkin-v2, zipkin-v1-thrift or otlp) it also sends the spans there through a reporter,
+// two to a batch, for check_backends.py to compare with what a tracing server gives back.
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
