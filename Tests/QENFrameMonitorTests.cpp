@@ -19,9 +19,10 @@ struct Frame {
   double expectedInterval;
 };
 
-using Tags = std::vector<std::pair<std::string, std::int64_t>>;
+// The values of frames.total, frames.slow, frames.frozen and frames.delay_ms, those there, of a
+// metric that ran for `length` seconds while the frames were reported.
+using Tags = std::vector<std::int64_t>;
 
-// The frame tags of a metric that ran for `length` seconds while the frames were reported.
 Tags frameTagsOfAMetricThatSaw(const std::vector<Frame>& frames, double length = 2) {
   QENFrameMonitor& monitor = QENFrameMonitor::shared();
   const double start = QENMonotonicTimeGetCurrent();
@@ -34,17 +35,10 @@ Tags frameTagsOfAMetricThatSaw(const std::vector<Frame>& frames, double length =
   Tags tags;
   for (const char* key : {"frames.total", "frames.slow", "frames.frozen", "frames.delay_ms"}) {
     if (const auto value = QENTest::integerFor(metric->binaryAnnotations(), key)) {
-      tags.emplace_back(key, *value);
+      tags.push_back(*value);
     }
   }
   return tags;
-}
-
-Tags counted(std::int64_t total, std::int64_t slow, std::int64_t frozen, std::int64_t delayMs) {
-  return {{"frames.total", total},
-          {"frames.slow", slow},
-          {"frames.frozen", frozen},
-          {"frames.delay_ms", delayMs}};
 }
 
 TEST(FrameMonitor, AMetricCountsSlowAndFrozenFramesAgainstEachFramesOwnRefreshRate) {
@@ -59,20 +53,17 @@ TEST(FrameMonitor, AMetricCountsSlowAndFrozenFramesAgainstEachFramesOwnRefreshRa
       {"at 120 Hz",
        {{0.1, 0.008, k120Hz}, {0.2, 0.012, k120Hz}, {0.3, 0.020, k120Hz}, {0.5, 0.8, k120Hz}},
        2,
-       counted(4, 2, 1, 807)},
+       {4, 2, 1, 807}},
       {"the same frames as the display goes from 60 to 120 Hz",
        {{0.1, 0.008, k60Hz}, {0.2, 0.012, k60Hz}, {0.3, 0.020, k120Hz}, {0.5, 0.8, k120Hz}},
        2,
-       counted(4, 1, 1, 803)},
-      {"a hair over the interval, within the tolerance",
-       {{0.1, 0.0088, k120Hz}},
-       2,
-       counted(1, 0, 0, 0)},
-      {"frozen from 700 ms", {{0.1, 0.7, k60Hz}}, 2, counted(1, 0, 1, 683)},
+       {4, 1, 1, 803}},
+      {"a hair over the interval, within the tolerance", {{0.1, 0.0088, k120Hz}}, 2, {1, 0, 0, 0}},
+      {"frozen from 700 ms", {{0.1, 0.7, k60Hz}}, 2, {1, 0, 1, 683}},
       // Late from 0.9167 s to 1.2 s: 83 ms of it before the stop at 1 s.
-      {"a slow frame straddling the stop", {{0.9, 0.3, k60Hz}}, 1, counted(1, 1, 0, 83)},
+      {"a slow frame straddling the stop", {{0.9, 0.3, k60Hz}}, 1, {1, 1, 0, 83}},
       // Late from -0.483 s to 0.3 s: 300 ms of it after the start.
-      {"a frozen frame straddling the start", {{-0.5, 0.8, k60Hz}}, 1, counted(1, 0, 1, 300)},
+      {"a frozen frame straddling the start", {{-0.5, 0.8, k60Hz}}, 1, {1, 0, 1, 300}},
       {"a slow frame reported late, all before the start", {{-0.3, 0.1, k60Hz}}, 1, {}},
   };
   for (const auto& row : table) {

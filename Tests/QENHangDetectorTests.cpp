@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+#include <mutex>
+
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENHangDetector.h"
 #include "QENHangMonitor.h"
@@ -70,6 +73,9 @@ TEST(HangDetector, OnlyAGapTheWatchdogSawInTheForegroundIsAHang) {
       {"back in the foreground, the count starts again",
        inBackground(checks(0.5, 2.5, {{kForeground, 2.6}, {kCheck, 3}, {kHeartbeat, 3.1}})),
        {}},
+      {"a check twice its period after the last is no suspension",
+       {{kCheck, 0.5}, {kCheck, 1.5}, {kCheck, 2}, {kHeartbeat, 2.6}},
+       {{0, 2.6}}},
       {"a check long after the last: the process was suspended",
        {{kCheck, 0.5}, {kCheck, 5}, {kCheck, 5.5}, {kHeartbeat, 5.6}},
        {}},
@@ -119,6 +125,23 @@ TEST(HangMonitor, ATopLevelMetricRunningThroughAHangGetsItAsAChildWithTheMainThr
   EXPECT_EQ(QENTest::Vocabulary::stringValueFromBinaryAnnotation(stack),
             std::optional<std::string>("main: Feed.layout"));
   EXPECT_EQ(child->childMetrics().size(), 0u);  // a hang goes to the top of each tree only
+}
+
+TEST(HangMonitor, ItsOwnThreadFindsAHangWhenNoHeartbeatComes) {
+  std::mutex mutex;
+  std::condition_variable heard;
+  bool ongoing = false;
+  QENHangMonitor::shared().start({.threshold = 0.2,
+                                  .captureMainThreadStack = nullptr,
+                                  .observer = [&](const QENRecordedHang&, bool going) {
+                                    const std::lock_guard guard(mutex);
+                                    ongoing = ongoing || going;
+                                    heard.notify_all();
+                                  }});
+  std::unique_lock lock(mutex);
+  EXPECT_TRUE(heard.wait_for(lock, std::chrono::seconds(60), [&] { return ongoing; }));
+  lock.unlock();
+  QENHangMonitor::shared().stop();
 }
 
 }  // namespace

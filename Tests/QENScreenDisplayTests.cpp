@@ -53,8 +53,8 @@ TEST(ScreenDisplay, EachDisplayEndsWithTheFirstFrameThatCouldShowIt) {
     Spans spans;
   } table[] = {
       {"a frame begun before the creation shows nothing of the screen",
-       {{-0.005, 0.016}, {0.010, 0.020}, {0.400, 0.016}, {0.6, 0.016, 0.5}},
-       {{initial, 30, false}, {full, 616, false}}},
+       {{-0.005, 0.016}, {0, 0.020}, {0.400, 0.016}, {0.6, 0.016, 0.5}},
+       {{initial, 20, false}, {full, 616, false}}},
       {"fully drawn said before the first frame: both end with it",
        {{0.010, 0.020, 0.005}, {0.040, 0.016}},
        {{initial, 30, false}, {full, 30, false}}},

@@ -1,8 +1,8 @@
 // Exports a small measured tree and a recovered unfinished trace, and writes, into the folder
 // given as argument:
-//   spans-v2.json      the Zipkin v2 JSON encoding
-//   spans-otlp.json    the OTLP/HTTP JSON encoding
-//   headers.json       propagation headers with the ids and decisions they carry
+//   spans-zipkin-v2.json  the Zipkin v2 JSON encoding
+//   spans-otlp.json       the OTLP/HTTP JSON encoding
+//   headers.json          propagation headers with the ids and decisions they carry
 // for check_propagation_headers.js (OpenTelemetry JS's propagators) to read back. With --send URL
 // FORMAT (zipkin-v2, zipkin-v1-thrift or otlp) it also sends the spans there through a reporter,
 // two to a batch, for check_backends.py to compare with what a tracing server gives back.
@@ -125,7 +125,7 @@ int main(int argc, char** argv) {
   auto spans = exportTree();
   const auto recovered = recoveredTree();
   spans.insert(spans.end(), recovered.begin(), recovered.end());
-  std::ofstream(folder + "/spans-v2.json") << QENZipkinV2JSONEncoder::encodeSpans(spans);
+  std::ofstream(folder + "/spans-zipkin-v2.json") << QENZipkinV2JSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/spans-otlp.json") << QENOTLPJSONEncoder::encodeSpans(spans);
   std::ofstream(folder + "/headers.json") << headerCases().dump(2);
   return argc == 2 || send(spans, argv[3], argv[4]) ? 0 : 1;

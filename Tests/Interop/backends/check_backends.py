@@ -5,8 +5,7 @@
 # through the server's query API and compares them with what the library wrote of the same spans:
 #   zipkin  a Zipkin server, sent v2 JSON and v1 Thrift, compared with the v2 JSON
 #   jaeger  Jaeger, sent OTLP JSON, compared with the OTLP JSON, resource and scope included
-# Usage: check_backends.py zipkin|jaeger STATE_FILE DEMO WRITER   (STATE_FILE: serve.py's)
-# Prints "N passed, M failed".
+# Usage: check_backends.py zipkin|jaeger STATE_FILE DEMO WRITER   Prints "N passed, M failed".
 import json
 import subprocess
 import sys
@@ -79,13 +78,13 @@ def spans_by_id(otlp):
             for span in scoped["spans"]}
 
 
-# The notes Jaeger adds to a span it found odd, and changed at most by a nanosecond.
 JAEGER_WARNINGS = ("clock skew adjustment disabled", "Negative duration detected")
 
 
 def as_jaeger_gives(span):
     """Jaeger gives every span a status, empty where none was set, its events in any order, and a
-    nanosecond to a span of no duration, with a note among its attributes."""
+    nanosecond to a span of no duration, with a note among its attributes (JAEGER_WARNINGS: the
+    notes it adds to a span it found odd, and changed at most by a nanosecond)."""
     attributes = dict(span["attributes"])
     notes = attributes.pop("@jaeger@warnings", {"arrayValue": {"values": []}})["arrayValue"]
     check(all(note["stringValue"].startswith(JAEGER_WARNINGS) for note in notes["values"]), notes)
@@ -139,33 +138,29 @@ def check_one_measurement(v2_spans, otlp_spans, sent_as):
         check(otlp.get(span["id"]) == facts, f"{sent_as}: {facts} in OTLP: {otlp.get(span['id'])}")
 
 
-def sent(sender, url, form, *spans_files):
-    """What the library wrote of the spans the sender sent, in each format asked."""
+def sent(sender, url, form):
+    """What the library wrote of the spans the sender sent: its v2 JSON and its OTLP."""
     with tempfile.TemporaryDirectory() as folder:
         subprocess.run(sender(folder, url, form), check=True, stdout=subprocess.DEVNULL)
-        return [json.load(open(f"{folder}/{spans_file}")) for spans_file in spans_files]
-
-
-def senders(demo, writer):
-    return [(lambda folder, url, form: [demo, "--output", folder, "--send", url, "--format", form],
-             "demo's spans", "spans-zipkin-v2.json", "spans-otlp.json"),
-            (lambda folder, url, form: [writer, folder, "--send", url, form],
-             "writer's spans", "spans-v2.json", "spans-otlp.json")]
+        return [json.load(open(f"{folder}/spans-{name}.json")) for name in ("zipkin-v2", "otlp")]
 
 
 def main():
     backend, state_file, demo, writer = sys.argv[1:]
     ports = open(state_file).read().split()
     server = f"http://127.0.0.1:{ports[0]}"
-    for sender, what, v2_file, otlp_file in senders(demo, writer):
+    senders = {"demo's spans": lambda folder, url, form: [demo, "--output", folder, "--send", url,
+                                                          "--format", form],
+               "writer's spans": lambda folder, url, form: [writer, folder, "--send", url, form]}
+    for what, sender in senders.items():
         if backend == "zipkin":
             for form, path in (("zipkin-v2", "api/v2/spans"), ("zipkin-v1-thrift", "api/v1/spans")):
-                ours, otlp = sent(sender, f"{server}/{path}", form, v2_file, otlp_file)
+                ours, otlp = sent(sender, f"{server}/{path}", form)
                 stored = check_zipkin_traces(server, ours, f"{what} as {form}")
                 check_one_measurement(stored, list(spans_by_id(otlp).values()), f"{what} as {form}")
                 check_indexes(server, ours, f"{what} as {form}")
         else:
-            ours, v2 = sent(sender, f"{server}/v1/traces", "otlp", otlp_file, v2_file)
+            v2, ours = sent(sender, f"{server}/v1/traces", "otlp")
             stored = check_jaeger_traces(f"http://127.0.0.1:{ports[1]}", ours, f"{what} as OTLP")
             check_one_measurement(v2, stored, f"{what} as OTLP")
     print(f"{checks['passed']} passed, {checks['failed']} failed")

@@ -5,8 +5,7 @@
 #       and as QEN_PORT_0 and QEN_PORT_1 in its environment; starts COMMAND in the background and
 #       waits for the line of its output that READY_PATTERN matches; then writes the two ports and
 #       the server's process id into STATE_FILE. The server's output goes to STATE_FILE.log.
-#   serve.py stop STATE_FILE
-#       Stops the server and what it started.
+#   serve.py stop STATE_FILE    stops the server and what it started.
 import os
 import random
 import re
@@ -16,23 +15,25 @@ import subprocess
 import sys
 
 
-def free_port(taken):
-    """A port no one holds, below Linux's ephemeral range, so that no socket another test binds
-    to port 0 takes it before the server does."""
-    for port in random.sample(range(20000, 32768), 200):
-        with socket.socket() as probe:
-            try:
-                probe.bind(("127.0.0.1", port))
-            except OSError:
-                continue
-        if port not in taken:
-            return port
-    raise RuntimeError("no free loopback port")
+def bindable(port):
+    with socket.socket() as probe:
+        try:
+            return probe.bind(("127.0.0.1", port)) is None
+        except OSError:
+            return False
+
+
+def free_ports(count):
+    """Ports no one holds, below Linux's ephemeral range, so that no socket another test binds
+    to port 0 takes one before the server does."""
+    ports = [port for port in random.sample(range(20000, 32768), 100) if bindable(port)][:count]
+    if len(ports) < count:
+        raise RuntimeError("no free loopback port")
+    return ports
 
 
 def start(state_file, pattern, command):
-    ports = [free_port([])]
-    ports.append(free_port(ports))
+    ports = free_ports(2)
     command = [argument.format(port0=ports[0], port1=ports[1]) for argument in command]
     environment = {**os.environ, "QEN_PORT_0": str(ports[0]), "QEN_PORT_1": str(ports[1])}
     # The server and what drains its output hold none of this process's streams, or the test
