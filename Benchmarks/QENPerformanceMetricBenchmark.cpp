@@ -17,6 +17,7 @@
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENRandom.h"
 #include "QENFrameMonitor.h"
+#include "QENHangMonitor.h"
 #include "QENPerformanceMetric.h"
 #include "QENPerformanceMetricFactories.h"
 
@@ -358,6 +359,17 @@ void BM_LeafMetricLifecycleWhileFramesAreReported(benchmark::State& state) {
   BM_LeafMetricLifecycle(state);
 }
 BENCHMARK(BM_LeafMetricLifecycleWhileFramesAreReported);
+
+// The main thread's heartbeat to a watching hang monitor (its own thread left out: checked here).
+void BM_Heartbeat(benchmark::State& state) {
+  QENHangMonitor::shared().start(
+      {.captureMainThreadStack = nullptr, .observer = nullptr, .startsThread = false});
+  for (auto _ : state) {
+    QENHangMonitor::shared().heartbeat();
+  }
+  QENHangMonitor::shared().stop();
+}
+BENCHMARK(BM_Heartbeat);
 
 }  // namespace
 
