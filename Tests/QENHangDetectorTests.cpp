@@ -26,19 +26,12 @@ Hangs hangsOf(const std::vector<std::pair<Event, double>>& timeline, double thre
     }
   };
   for (const auto& [event, time] : timeline) {
-    switch (event) {
-      case Event::kHeartbeat:
-        note(detector.heartbeat(time));
-        break;
-      case Event::kCheck:
-        note(detector.check(time).ended);
-        break;
-      case Event::kBackground:
-        note(detector.enterBackground(time));
-        break;
-      case Event::kForeground:
-        detector.enterForeground(time);
-        break;
+    if (event == Event::kForeground) {
+      detector.enterForeground(time);
+    } else {
+      note(event == Event::kHeartbeat ? detector.heartbeat(time)
+           : event == Event::kCheck   ? detector.check(time).ended
+                                      : detector.enterBackground(time));
     }
   }
   return hangs;

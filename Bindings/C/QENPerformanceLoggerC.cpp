@@ -745,6 +745,30 @@ QENCStatus QENCHangMonitorStart(double thresholdSeconds, QENCStackCapture captur
   });
 }
 
+QENCStatus QENCHangMonitorKeepOngoingHangs(QENCSpool spool, QENCFormat format, const char* service,
+                                           size_t serviceLength, const char* platform,
+                                           size_t platformLength) {
+  const char* const function = __func__;
+  return guarded(function, [&] {
+    const auto serviceText = stringOf(service, serviceLength);
+    const auto platformText = stringOf(platform, platformLength);
+    if (!isFormat(format) || format == QENCFormatChromeTrace || !serviceText || !platformText) {
+      return invalidArgument(function, !serviceText || !platformText ? "text" : "format");
+    }
+    auto kept = resolve<QENSpanSpool>(spool.id, function);
+    if (kept == nullptr) {
+      return QENCStatusInvalidHandle;
+    }
+    QENSpanEncoding encoding;
+    encoding.format = encodingFormatOf(format);
+    encoding.reading.serviceName = *serviceText;
+    QENHangMonitor::shared().setObserver(
+        QENFatalHangRecording(std::move(kept), std::move(encoding),
+                              QENPerformanceMetricAppContext(std::nullopt, *platformText)));
+    return QENCStatusOK;
+  });
+}
+
 QENCStatus QENCHeartbeat(void) {
   return guarded(__func__, [] {
     QENHangMonitor::shared().heartbeat();

@@ -271,24 +271,6 @@ QENC_EXPORT QENCStatus QENCScreenDisplayCreate(QENCMetric screen, double creatio
 QENC_EXPORT QENCStatus QENCScreenDisplayReportFullyDrawn(QENCScreenDisplay display, double time);
 QENC_EXPORT QENCStatus QENCScreenDisplayRelease(QENCScreenDisplay display);
 
-/* ==== Hangs ==== */
-
-/* Writes the main thread's stack as text into `buffer` (at most `capacity` bytes, no terminator
- * needed) and returns the bytes written; called on the watchdog's thread as a hang begins. */
-typedef size_t (*QENCStackCapture)(void* userData, char* buffer, size_t capacity);
-/* Starts the process's hang watchdog, or starts it anew: the main thread calls QENCHeartbeat
- * often (every few hundred milliseconds), and a library thread checks every quarter of
- * `thresholdSeconds` (0: 2 s; at least 0.1 s, else QENCStatusInvalidArgument) that one came. A gap
- * of the threshold, in the foreground and not across a suspension of the process, is a hang; each
- * top-level metric running through it gets a child span "app.hang", tagged "app.hang.stack" with
- * what `capture` (may be NULL) wrote. `release` (may be NULL) runs once with `userData` when the
- * watchdog is started anew or stopped. */
-QENC_EXPORT QENCStatus QENCHangMonitorStart(double thresholdSeconds, QENCStackCapture capture,
-                                            QENCRelease release, void* userData);
-QENC_EXPORT QENCStatus QENCHeartbeat(void);
-/* Stops the watchdog's thread; ended hangs not yet given to a metric are forgotten. */
-QENC_EXPORT QENCStatus QENCHangMonitorStop(void);
-
 /* ==== Export ==== */
 
 typedef QENC_ENUM(QENCFormat){
@@ -463,6 +445,30 @@ typedef struct QENCDeviceConditions {
 } QENCDeviceConditions;
 QENC_EXPORT QENCStatus QENCReporterSetDeviceConditions(QENCReporter reporter,
                                                        const QENCDeviceConditions* conditions);
+
+/* ==== Hangs ==== */
+
+/* Writes the main thread's stack as text into `buffer` (at most `capacity` bytes, no terminator
+ * needed) and returns the bytes written; called on the watchdog's thread as a hang begins. */
+typedef size_t (*QENCStackCapture)(void* userData, char* buffer, size_t capacity);
+/* Starts the process's hang watchdog, or starts it anew: the main thread calls QENCHeartbeat
+ * often (every few hundred milliseconds), and a library thread checks every quarter of
+ * `thresholdSeconds` (0: 2 s; at least 0.1 s, else QENCStatusInvalidArgument) that one came. A gap
+ * of the threshold, in the foreground and not across a suspension of the process, is a hang; each
+ * top-level metric running through it gets a child span "app.hang", tagged "app.hang.stack" with
+ * what `capture` (may be NULL) wrote. `release` (may be NULL) runs once with `userData` when the
+ * watchdog is started anew or stopped. */
+QENC_EXPORT QENCStatus QENCHangMonitorStart(double thresholdSeconds, QENCStackCapture capture,
+                                            QENCRelease release, void* userData);
+/* Keeps the hang going on in `spool` from now on (after a start: a start forgets it), so that a
+ * kill during a hang is sent by the next launch's reporter as a span "app.hang" tagged
+ * "app.hang.fatal" = true, in `format` (not Chrome trace) for `service` on `platform`. */
+QENC_EXPORT QENCStatus QENCHangMonitorKeepOngoingHangs(QENCSpool spool, QENCFormat format,
+                                                       const char* service, size_t serviceLength,
+                                                       const char* platform, size_t platformLength);
+QENC_EXPORT QENCStatus QENCHeartbeat(void);
+/* Stops the watchdog's thread; ended hangs not yet given to a metric are forgotten. */
+QENC_EXPORT QENCStatus QENCHangMonitorStop(void);
 
 #ifdef __cplusplus
 }

@@ -77,6 +77,12 @@ void QENHangMonitor::stop() {
   }
 }
 
+void QENHangMonitor::setObserver(std::function<void(const QENRecordedHang&, bool)> observer) {
+  std::unique_lock lock(mutex_);
+  auto replaced = std::exchange(options_.observer, std::move(observer));
+  lock.unlock();  // the host's callback goes outside the lock
+}
+
 void QENHangMonitor::heartbeat() {
   heartbeat(QENMonotonicTimeGetCurrent());
 }

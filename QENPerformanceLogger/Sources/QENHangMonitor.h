@@ -49,6 +49,8 @@ class QENHangMonitor {
   void start(Options options);
   // Stops the watchdog's thread and forgets the hangs; heartbeats do nothing until a start.
   void stop();
+  // Hears of the hangs from now on in place of the options' observer, until the next start.
+  void setObserver(std::function<void(const QENRecordedHang&, bool ongoing)> observer);
   bool isWatching() const noexcept { return watching_.load(std::memory_order_relaxed); }
 
   void heartbeat();

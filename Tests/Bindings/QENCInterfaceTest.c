@@ -225,6 +225,9 @@ static int onDisk(const char* path, const char* text) {
 static void checkDelivery(QENCTrace trace, const char* spoolPath) {
   QENCSpool spool;
   OK(QENCSpoolCreate(spoolPath, strlen(spoolPath), 0, 60, &spool));
+  OK(QENCHangMonitorKeepOngoingHangs(spool, QENCFormatZipkinV2JSON, TEXT("c-app"), TEXT("c")));
+  CHECK(QENCHangMonitorKeepOngoingHangs(spool, QENCFormatChromeTrace, TEXT("c-app"), TEXT("c")) ==
+        QENCStatusInvalidArgument);
   QENCReporterOptions options;
   // Nothing listens on port 9 of loopback: every attempt fails, and the spool keeps the spans.
   OK(QENCReporterOptionsCreate(TEXT("http://127.0.0.1:9/api/v2/spans"), &options));

@@ -14,9 +14,12 @@
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENFoundation/QENMonotonicTime.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
+#include "QENFrameMonitor.h"
+#include "QENHangMonitor.h"
 #include "QENOTLPJSONEncoder.h"
 #include "QENPerformanceMetric.h"
 #include "QENReachability/QENNetworkingReachabilityManager.h"
+#include "QENScreenDisplay.h"
 #include "QENSpanReporter.h"
 #include "QENTracePropagationHeaders.h"
 #include "QENUnfinishedTraceWatcher.h"
@@ -52,11 +55,23 @@ QENPerformanceMetric::SpanList exportTree() {
       QENPerformanceMetric::initLeafMetricWithName("image_load", now - 0.3, now - 0.1);
   image->addBinaryAnnotation(Vocabulary::annotationWithKeyInt32("net.speed_kbps", -7));
   root->addChildMetric(image);
+  // The vitals: the screen's display spans, a slow frame, a hang of the main thread.
+  QENScreenDisplay::track(root, now - 1, 30)->reportFullyDrawn(now - 0.95);
+  QENFrameMonitor::shared().reportFrame(now - 0.9, 0.05, 1.0 / 120);
+  QENHangMonitor& hangs = QENHangMonitor::shared();
+  hangs.start({.threshold = 0.5,
+               .captureMainThreadStack = [] { return std::string("main: Feed.layout"); },
+               .observer = nullptr,
+               .startsThread = false});
+  for (double after = 0.1; after < 0.65; after += 0.1) {  // no heartbeat since a moment after now
+    hangs.check(now + after);
+  }
+  hangs.heartbeat(now + 0.7);
   root->addChildMetric(
       QENPerformanceMetric::initLeafMetricWithName("d\xc3\xa9"
                                                    "codage_\xe7\x94\xbb\xe5\x83\x8f",
                                                    now - 0.1, now - 0.1));
-  root->stopMetricWithTime(now);
+  root->stopMetricWithTime(now + 1);
   return root->spansWithAppContext(QENPerformanceMetricAppContext("1234", "linux"));
 }
 

@@ -483,6 +483,15 @@ jint hangMonitorStart(JNIEnv*, jclass, jdouble thresholdSeconds) {
   return QENCHangMonitorStart(thresholdSeconds, nullptr, nullptr, nullptr);
 }
 
+jint hangMonitorKeepOngoingHangs(JNIEnv* env, jclass, jobject, jlong spoolId, jint format,
+                                 jstring service, jstring platform) {
+  const Text serviceText(env, service);
+  const Text platformText(env, platform);
+  return QENCHangMonitorKeepOngoingHangs(spool(spoolId), static_cast<QENCFormat>(format),
+                                         serviceText.data(), serviceText.size(),
+                                         platformText.data(), platformText.size());
+}
+
 jint heartbeat(JNIEnv*, jclass) {
   return QENCHeartbeat();
 }
@@ -757,6 +766,8 @@ const JNINativeMethod kMethods[] = {
     QENJ_METHOD(screenDisplayReportFullyDrawn, "(Ljava/lang/Object;JD)I"),
     QENJ_METHOD(screenDisplayRelease, "(J)I"),
     QENJ_METHOD(hangMonitorStart, "(D)I"),
+    QENJ_METHOD(hangMonitorKeepOngoingHangs,
+                "(Ljava/lang/Object;JILjava/lang/String;Ljava/lang/String;)I"),
     QENJ_METHOD(heartbeat, "()I"),
     QENJ_METHOD(hangMonitorStop, "()I"),
     QENJ_METHOD(metricTagAppStart, "(Ljava/lang/Object;JDDI[I)I"),

@@ -18,6 +18,18 @@ public final class Hangs {
     QENPerformanceLoggerException.check(Native.hangMonitorStart(thresholdSeconds), "Hangs.start");
   }
 
+  /**
+   * After a start: keeps the hang going on in the spool, so that the next launch's reporter on it
+   * sends a kill during a hang as a span {@code app.hang} tagged {@code app.hang.fatal} = true, in
+   * the format (not Chrome trace) for the service and platform given. A start forgets it.
+   */
+  public static void keepOngoingHangsIn(Spool spool, Format format, String service, String platform) {
+    java.util.Objects.requireNonNull(spool, "spool");
+    QENPerformanceLoggerException.check(Native.hangMonitorKeepOngoingHangs(spool, spool.handle,
+        Arguments.required(format, "format").ordinal(), Arguments.required(service, "service"),
+        Arguments.required(platform, "platform")), "Hangs.keepOngoingHangsIn");
+  }
+
   public static void heartbeat() {
     QENPerformanceLoggerException.check(Native.heartbeat(), "Hangs.heartbeat");
   }

@@ -118,6 +118,8 @@ final class Native {
   static native int screenDisplayReportFullyDrawn(Object owner, long display, double time);
   static native int screenDisplayRelease(long display);
   static native int hangMonitorStart(double thresholdSeconds);
+  static native int hangMonitorKeepOngoingHangs(Object spoolOwner, long spool, int format,
+      String service, String platform);
   static native int heartbeat();
   static native int hangMonitorStop();
   static native int metricTagAppStart(Object owner, long metric, double processStartTime,

@@ -11,6 +11,7 @@ import java.util.*;
 import java.util.concurrent.*;
 import java.util.concurrent.atomic.AtomicInteger;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.api.function.Executable;
 
 class BindingTest {
@@ -89,9 +90,15 @@ class BindingTest {
   }
 
   @Test
-  void theHangWatchdogStartsHearsHeartbeatsAndStopsAndRefusesAThresholdUnder100Ms() {
+  void theHangWatchdogStartsKeepsHangsHearsHeartbeatsAndStopsAndRefusesAThresholdUnder100Ms(
+      @TempDir java.nio.file.Path temporaryFolder) {
     assertEquals(Status.INVALID_ARGUMENT, thrown(() -> Hangs.start(0.05)));
     Hangs.start(0);
+    try (Spool spool = new Spool(temporaryFolder.resolve("hangs.sqlite").toString(), 0, 0)) {
+      Hangs.keepOngoingHangsIn(spool, Format.OTLP_JSON, "java-app", "android");
+      assertEquals(Status.INVALID_ARGUMENT,
+          thrown(() -> Hangs.keepOngoingHangsIn(spool, Format.CHROME_TRACE, "java-app", "android")));
+    }
     Hangs.heartbeat();
     Hangs.stop();
   }
