@@ -46,31 +46,46 @@ void QENHangMonitor::start(Options options) {
     options.threshold = std::isnan(options.threshold) ? QENHangDetector::kDefaultThreshold
                                                       : QENHangDetector::kMinimumThreshold;
   }
-  stop();
-  const std::lock_guard guard(mutex_);
-  detector_.emplace(options.threshold, options.threshold / 4, QENMonotonicTimeGetCurrent());
-  options_ = std::move(options);
-  stopRequested_ = false;
-  watching_.store(true, std::memory_order_relaxed);
-  if (options_.startsThread) {
-    checker_ = std::thread([this] { runChecks(); });
-  }
-}
-
-void QENHangMonitor::stop() {
-  std::thread checker;
+  std::thread previous;
   Options released;  // the host's callbacks, let go of outside the lock
   {
     const std::lock_guard guard(mutex_);
-    released = std::exchange(options_, Options{});
-    stopRequested_ = true;
-    watching_.store(false, std::memory_order_relaxed);
-    detector_.reset();
-    ongoing_.reset();
-    kept_.clear();
-    checker = std::move(checker_);
+    ++generation_;  // the thread of an earlier start, or of one racing this, ends
+    previous = std::move(checker_);
+    forgetHangs();
+    detector_.emplace(options.threshold, options.threshold / 4, QENMonotonicTimeGetCurrent());
+    released = std::exchange(options_, std::move(options));
+    watching_.store(true, std::memory_order_relaxed);
+    if (options_.startsThread) {
+      checker_ = std::thread([this, generation = generation_] { runChecks(generation); });
+    }
   }
   stopping_.notify_all();
+  end(std::move(previous));
+}
+
+void QENHangMonitor::stop() {
+  std::thread previous;
+  Options released;
+  {
+    const std::lock_guard guard(mutex_);
+    ++generation_;
+    previous = std::move(checker_);
+    forgetHangs();
+    detector_.reset();
+    released = std::exchange(options_, Options{});
+    watching_.store(false, std::memory_order_relaxed);
+  }
+  stopping_.notify_all();
+  end(std::move(previous));
+}
+
+void QENHangMonitor::forgetHangs() {
+  ongoing_.reset();
+  kept_.clear();
+}
+
+void QENHangMonitor::end(std::thread checker) {
   if (checker.joinable()) {
     // Stopped from its own observer, the thread ends by itself once the check returns.
     checker.get_id() == std::this_thread::get_id() ? checker.detach() : checker.join();
@@ -94,10 +109,10 @@ void QENHangMonitor::heartbeat(double now) {
   }
 }
 
-void QENHangMonitor::runChecks() {
+void QENHangMonitor::runChecks(std::uint64_t generation) {
   std::unique_lock lock(mutex_);
   const std::chrono::duration<double> interval(options_.threshold / 4);
-  while (!stopping_.wait_for(lock, interval, [this] { return stopRequested_; })) {
+  while (!stopping_.wait_for(lock, interval, [&] { return generation_ != generation; })) {
     lock.unlock();
     check(QENMonotonicTimeGetCurrent());
     lock.lock();

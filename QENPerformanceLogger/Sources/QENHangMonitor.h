@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -63,7 +64,9 @@ class QENHangMonitor {
  private:
   QENHangMonitor();
   void observeApplicationState();
-  void runChecks();
+  void runChecks(std::uint64_t generation);
+  void forgetHangs();  // under mutex_
+  static void end(std::thread checker);
   void ended(std::unique_lock<std::mutex>& lock, std::optional<QENHang> hang);
 
   mutable std::mutex mutex_;
@@ -73,6 +76,6 @@ class QENHangMonitor {
   std::optional<QENRecordedHang> ongoing_;
   std::deque<QENRecordedHang> kept_;
   std::thread checker_;
-  bool stopRequested_ = false;
+  std::uint64_t generation_ = 0;  // a start or a stop moves it on: a thread of another ends
   std::atomic<bool> watching_{false};
 };
