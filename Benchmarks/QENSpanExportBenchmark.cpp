@@ -202,15 +202,6 @@ void BM_ExportFinishedTreeHeapKept(benchmark::State& state) {
   ::mallopt(M_TRIM_THRESHOLD, kGlibcDefaultTrimThreshold);
 }
 BENCHMARK(BM_ExportFinishedTreeHeapKept)->Arg(10)->Arg(10000);
-
-// The many-tag encoding with the heap kept, for the same reason: at 10,000 tags the document and
-// the reading's key table pass 128 KiB each, and are faulted in again every iteration.
-void BM_EncodeSpanWithManyTagsHeapKept(benchmark::State& state) {
-  ::mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
-  ::mallopt(M_MMAP_THRESHOLD, 64 * 1024 * 1024);
-  BM_EncodeSpanWithManyTags(state);
-}
-BENCHMARK(BM_EncodeSpanWithManyTagsHeapKept)->Arg(100)->Arg(1000)->Arg(10000);
 #endif
 
 }  // namespace
