@@ -41,13 +41,6 @@ void QENHangDetector::enterForeground(double now) {
   lastCheck_ = std::max(lastCheck_, now);
 }
 
-std::optional<QENHang> QENHangDetector::ongoing() const {
-  if (!hangStart_) {
-    return std::nullopt;
-  }
-  return QENHang{*hangStart_, std::max(lastCheck_, lastHeartbeat_)};
-}
-
 std::optional<QENHang> QENHangDetector::endHang(double end) {
   if (!hangStart_) {
     return std::nullopt;

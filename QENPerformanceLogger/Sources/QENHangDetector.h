@@ -37,10 +37,6 @@ class QENHangDetector {
   std::optional<QENHang> enterBackground(double now);
   void enterForeground(double now);
 
-  // The hang going on, up to the latest check or heartbeat.
-  std::optional<QENHang> ongoing() const;
-  double threshold() const noexcept { return threshold_; }
-
  private:
   std::optional<QENHang> endHang(double end);
 

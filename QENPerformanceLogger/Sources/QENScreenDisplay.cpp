@@ -52,16 +52,6 @@ bool QENScreenDisplay::frameDrawn(double startTime, double endTime) {
   return !(initialDisplayEnded_ && fullDisplayEnded_);
 }
 
-bool QENScreenDisplay::initialDisplayEnded() const {
-  const std::lock_guard guard(mutex_);
-  return initialDisplayEnded_;
-}
-
-bool QENScreenDisplay::fullDisplayEnded() const {
-  const std::lock_guard guard(mutex_);
-  return fullDisplayEnded_;
-}
-
 void QENScreenDisplay::timeOutFullDisplayIfDue(double now) {
   if (!fullDisplayEnded_ && now > fullDisplayDeadline_) {
     endFullDisplay(fullDisplayDeadline_, true);

@@ -39,10 +39,6 @@ class QENScreenDisplay : public QENFrameListener,
 
   bool frameDrawn(double startTime, double endTime) override;
 
-  // Whether the spans were made (tests and hosts that wait for them).
-  bool initialDisplayEnded() const;
-  bool fullDisplayEnded() const;
-
   QENScreenDisplay(const std::shared_ptr<QENPerformanceMetric>& screen, double creationTime,
                    double fullDisplayTimeout);
 
