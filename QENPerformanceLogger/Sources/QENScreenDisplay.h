@@ -18,8 +18,7 @@ class QENPerformanceMetric;
 //     the app has not said so by the timeout, at the timeout, tagged "ui.load.stop_reason" =
 //     "timeout" (seen at the first frame or report after it).
 // Frames come from the frame monitor; a display waits for them only until both spans are made.
-class QENScreenDisplay : public QENFrameListener,
-                         public std::enable_shared_from_this<QENScreenDisplay> {
+class QENScreenDisplay : public QENFrameListener {
  public:
   static constexpr double kDefaultFullDisplayTimeout = 30;
   static constexpr std::string_view kInitialDisplayName = "ui.load.initial_display";
