@@ -204,8 +204,8 @@ TEST(SpanReading, TagsPastTheCapsAreLeftOutOrCutAtACharacterAndCounted) {
        std::make_shared<const BinaryAnnotation>("blob", BinaryAnnotation::Bytes(20, std::byte{7}),
                                                 AnnotationType::BYTES, nullptr),
        Vocabulary::annotationWithKeyInt64("n", 1), Vocabulary::annotationWithKeyInt64("late", 2),
-       Vocabulary::annotationWithKeyInt64("later", 3),
-       Vocabulary::annotationWithKeyString("lc", "feed")});  // the library's own: it stays
+       Vocabulary::annotationWithKeyString("later", accents),  // left out, so not cut
+       Vocabulary::annotationWithKeyString("lc", "feed")});    // the library's own: it stays
   const auto reading = readingOf(span, options);
   EXPECT_EQ(keysOf(reading), (std::vector<std::string>{"text", "blob", "lc", "qen.dropped_tags",
                                                        "qen.truncated_values"}))
@@ -216,6 +216,10 @@ TEST(SpanReading, TagsPastTheCapsAreLeftOutOrCutAtACharacterAndCounted) {
   EXPECT_EQ(reading.tags()[1]->value()->size(), 16u);
   EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[3], scratch), "3");
   EXPECT_EQ(QENSpanReading::tagText(*reading.tags()[4], scratch), "3") << "the name too";
+  options.maximumTagsPerSpan = 6;  // room for every tag
+  const auto roomy = readingOf(span, options);
+  EXPECT_EQ(QENSpanReading::tagText(*roomy.tags()[4], scratch), accents.substr(0, 15));
+  EXPECT_EQ(QENSpanReading::tagText(*roomy.tags().back(), scratch), "4");
   options.maximumTagsPerSpan = 0;  // read as 1, which "lc" takes
   EXPECT_EQ(keysOf(readingOf(span, options))[0], "lc");
 }

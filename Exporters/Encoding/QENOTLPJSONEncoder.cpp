@@ -11,6 +11,7 @@
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENJSONSpanFragments.h"
 #include "QENPerformanceLoggerVersion.h"
+#include "QENTagPrefetch.h"
 
 namespace {
 
@@ -93,19 +94,22 @@ void writeAttributes(QENJSONWriter& json, const QENSpanReading& reading, std::st
                            });
   if (tags.empty() && !namesServer)
     return;
+  // {"key":"key","value":{"stringValue":"value"}},
+  constexpr std::size_t kTypicalAttributeBytes = 64;
   json.key("attributes");
+  json.reserveMore(tags.size() * kTypicalAttributeBytes);
   json.beginArray();
   if (namesServer) {
     writeStringAttribute(json, kServerAddressKey, reading.remoteServiceName());
   }
-  for (const auto* tag : tags) {
+  QENVisitTagsPrefetching(tags, [&](const QENThrift::BinaryAnnotation& tag) {
     json.beginObject();
     json.key("key");
-    json.string(tag->key());
+    json.string(tag.key());
     json.key("value");
-    writeTypedValue(json, *tag, scratch);
+    writeTypedValue(json, tag, scratch);
     json.endObject();
-  }
+  });
   json.endArray();
 }
 

@@ -10,6 +10,7 @@
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENUTF8Validation.h"
+#include "QENTagPrefetch.h"
 #include "QENThrift/tracing_clientConstants.h"
 #include "QENThrift/zipkin_spanConstants.h"
 #include "QENURLLoading/QENURL.h"
@@ -244,70 +245,123 @@ void QENSpanReading::readEvents(const QENThrift::Span& span) {
 void QENSpanReading::readTags(const QENThrift::Span& span) {
   tags_.clear();
   ownTags_.clear();
+  requestURL_ = nullptr;
+  truncatedValues_ = 0;
   const auto& annotations = span.binary_annotations();
+  tags_.reserve(annotations.size());
+  // With no more tags than the cap, none is dropped: values are cut as they are kept.
+  cutsValuesAsKept_ = annotations.size() <= maximumTags_;
   if (annotations.size() > kLargestPairwiseTagList) {
     keepLastOfEachKey(annotations);
-  } else {
-    for (std::size_t index = 0; index < annotations.size(); ++index) {
-      const BinaryAnnotation* annotation = annotations[index].get();
-      if (!hasTagValue(annotation))
-        continue;
-      const bool overriddenLater = std::any_of(
-          annotations.begin() + static_cast<std::ptrdiff_t>(index) + 1, annotations.end(),
-          [&](const auto& later) {
-            return hasTagValue(later.get()) && sameKeyAsWritten(later->key(), annotation->key());
-          });
-      if (!overriddenLater) {
-        tags_.push_back(annotation);
-      }
-    }
+    return;
   }
-  if (scrubber_.isActive()) {
-    scrubber_.scrubEach(tags_, ownTags_);
+  for (std::size_t index = 0; index < annotations.size(); ++index) {
+    const BinaryAnnotation* annotation = annotations[index].get();
+    if (!hasTagValue(annotation))
+      continue;
+    const bool overriddenLater = std::any_of(
+        annotations.begin() + static_cast<std::ptrdiff_t>(index) + 1, annotations.end(),
+        [&](const auto& later) {
+          return hasTagValue(later.get()) && sameKeyAsWritten(later->key(), annotation->key());
+        });
+    if (!overriddenLater) {
+      keepTag(*annotation);
+    }
   }
 }
 
-// Walks from the end: a key met again is an earlier tag's, which the later one overrides. The
-// keys seen go in an open-addressing table the reading keeps, so that a span of thousands of tags
-// costs no allocation per tag and stays linear.
+// Walks from the end: a key met again is an earlier tag's, which the later one overrides. Each
+// key is hashed a few tags before the walk reaches it, and its slot asked for then: a table of
+// thousands of keys does not stay in the core's nearest caches, and every probe would otherwise
+// wait on memory.
 void QENSpanReading::keepLastOfEachKey(const QENThrift::Span::BinaryAnnotationList& annotations) {
-  const std::size_t slots = std::bit_ceil(annotations.size() * 2);
-  seenKeys_.assign(slots, std::nullopt);
-  writtenKeys_.clear();
-  const auto firstSighting = [&](std::string_view key) {
-    std::size_t slot = std::hash<std::string_view>{}(key) & (slots - 1);
-    for (; seenKeys_[slot]; slot = (slot + 1) & (slots - 1)) {
-      if (*seenKeys_[slot] == key) {
-        return false;
-      }
+  constexpr std::size_t kHashedAhead = 8;
+  const std::size_t mask = std::bit_ceil(annotations.size() * 2) - 1;  // half full at most
+  keySlots_.assign(mask + 1, 0);
+  keyHashes_.resize(annotations.size());
+  for (std::size_t index = annotations.size() - std::min(kHashedAhead, annotations.size());
+       index < annotations.size(); ++index) {
+    hashKey(annotations, index);
+  }
+  for (std::size_t index = annotations.size(); index-- > 0;) {
+    if (index >= 2 * kHashedAhead) {
+      QENPrefetchTag(annotations[index - 2 * kHashedAhead].get());
     }
-    seenKeys_[slot] = key;
-    return true;
-  };
-  for (auto annotation = annotations.rbegin(); annotation != annotations.rend(); ++annotation) {
-    if (!hasTagValue(annotation->get())) {
-      continue;
+    if (index >= kHashedAhead) {
+      hashKey(annotations, index - kHashedAhead);
+      QENPrefetch(&keySlots_[keyHashes_[index - kHashedAhead] & mask]);
     }
-    std::string_view key = (*annotation)->key();
-    if (!QENIsValidUTF8(key)) {  // compared as written: ill-formed bytes become U+FFFD
-      key = writtenKeys_.emplace_back(keyAsWritten(key));
-    }
-    if (firstSighting(key)) {
-      tags_.push_back(annotation->get());
+    if (hasTagValue(annotations[index].get()) && isFirstSighting(annotations, index, mask)) {
+      keepTag(*annotations[index]);
     }
   }
   std::reverse(tags_.begin(), tags_.end());
 }
 
+// Keys that are one once written are hashed alike: ill-formed bytes as U+FFFD. The tag's value is
+// asked for too, for the scrubbing soon after.
+void QENSpanReading::hashKey(const QENThrift::Span::BinaryAnnotationList& annotations,
+                             std::size_t index) {
+  const BinaryAnnotation* annotation = annotations[index].get();
+  if (annotation == nullptr) {
+    keyHashes_[index] = 0;
+    return;
+  }
+  if (annotation->value()) {
+    QENPrefetch(annotation->value()->data());
+  }
+  const std::string& key = annotation->key();
+  keyHashes_[index] =
+      static_cast<std::uint32_t>(QENIsValidUTF8(key) ? std::hash<std::string_view>{}(key)
+                                                     : std::hash<std::string>{}(keyAsWritten(key)));
+}
+
+bool QENSpanReading::isFirstSighting(const QENThrift::Span::BinaryAnnotationList& annotations,
+                                     std::size_t index, std::size_t mask) {
+  const std::uint32_t hash = keyHashes_[index];
+  const std::string& key = annotations[index]->key();
+  std::size_t slot = hash & mask;
+  for (; keySlots_[slot] != 0; slot = (slot + 1) & mask) {
+    const std::size_t seen = keySlots_[slot] - 1;
+    if (keyHashes_[seen] == hash && sameKeyAsWritten(annotations[seen]->key(), key)) {
+      return false;
+    }
+  }
+  keySlots_[slot] = static_cast<std::uint32_t>(index + 1);
+  return true;
+}
+
+// Keeps the last tag of a key as it may leave, scrubbed in the same visit to its memory. Of the
+// tags kept, one at most has the request URL's key.
+void QENSpanReading::keepTag(const BinaryAnnotation& tag) {
+  const BinaryAnnotation* kept = scrubber_.isActive() ? scrubber_.scrubbed(tag, ownTags_) : &tag;
+  if (kept == nullptr)
+    return;
+  if (kept->key() == performance_tracing_clientConstants::ENDPOINT_ID() &&
+      kept->annotation_type() == AnnotationType::STRING) {
+    requestURL_ = kept;  // whole: a cut URL still names its host
+  }
+  tags_.push_back(cutsValuesAsKept_ ? withValueCut(kept) : kept);
+}
+
+// The tag, or its copy with the value cut to the cap, counted.
+const QENSpanReading::BinaryAnnotation* QENSpanReading::withValueCut(const BinaryAnnotation* tag) {
+  const std::ptrdiff_t length = cappedLength(*tag, maximumValueBytes_);
+  if (length == 0) {
+    return tag;
+  }
+  ++truncatedValues_;
+  const auto& bytes = *tag->value();
+  return &ownTags_.emplace_back(tag->key(),
+                                BinaryAnnotation::Bytes(bytes.begin(), bytes.begin() + length),
+                                tag->annotation_type(), tag->host());
+}
+
 void QENSpanReading::readRemoteService() {
   remoteServiceName_.clear();
-  const auto requestURL = std::find_if(tags_.begin(), tags_.end(), [](const auto* tag) {
-    return tag->key() == performance_tracing_clientConstants::ENDPOINT_ID() &&
-           tag->annotation_type() == AnnotationType::STRING;
-  });
-  if (requestURL == tags_.end())
+  if (requestURL_ == nullptr)
     return;
-  const auto& bytes = *(*requestURL)->value();
+  const auto& bytes = *requestURL_->value();
   const auto url =
       QENURL::URLWithString({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   if (url != nullptr) {
@@ -315,7 +369,6 @@ void QENSpanReading::readRemoteService() {
   }
 }
 
-// After the remote service is read, so that a cut URL still names its host.
 void QENSpanReading::capTags() {
   using Vocabulary = QENThrift::BinaryAnnotationQENAdditions;
   std::size_t dropped = 0;
@@ -335,16 +388,11 @@ void QENSpanReading::capTags() {
       return true;
     });
   }
-  std::int64_t truncated = truncatedName_ ? 1 : 0;
-  for (const BinaryAnnotation*& tag : tags_) {
-    if (const std::ptrdiff_t length = cappedLength(*tag, maximumValueBytes_); length > 0) {
-      const auto& bytes = *tag->value();
-      tag = &ownTags_.emplace_back(tag->key(),
-                                   BinaryAnnotation::Bytes(bytes.begin(), bytes.begin() + length),
-                                   tag->annotation_type(), tag->host());
-      ++truncated;
-    }
+  if (!cutsValuesAsKept_) {
+    std::transform(tags_.begin(), tags_.end(), tags_.begin(),
+                   [this](const BinaryAnnotation* tag) { return withValueCut(tag); });
   }
+  const std::int64_t truncated = truncatedValues_ + (truncatedName_ ? 1 : 0);
   for (const auto& [key, count] :
        {std::pair{"qen.dropped_tags", static_cast<std::int64_t>(dropped)},
         std::pair{"qen.truncated_values", truncated}}) {

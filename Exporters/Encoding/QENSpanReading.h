@@ -113,6 +113,11 @@ class QENSpanReading {
   // Up to this many, tags are compared pair by pair: no allocation, and faster than hashing.
   static constexpr std::size_t kLargestPairwiseTagList = 32;
   void keepLastOfEachKey(const QENThrift::Span::BinaryAnnotationList& annotations);
+  void hashKey(const QENThrift::Span::BinaryAnnotationList& annotations, std::size_t index);
+  bool isFirstSighting(const QENThrift::Span::BinaryAnnotationList& annotations, std::size_t index,
+                       std::size_t mask);
+  void keepTag(const BinaryAnnotation& tag);
+  const BinaryAnnotation* withValueCut(const BinaryAnnotation* tag);
   void readRemoteService();
   void capTags();
 
@@ -129,9 +134,14 @@ class QENSpanReading {
   std::string remoteServiceName_;
   std::vector<const Annotation*> events_;
   std::vector<const BinaryAnnotation*> tags_;
-  // For spans of many tags: the keys seen, and the written forms of ill-formed ones.
-  std::vector<std::optional<std::string_view>> seenKeys_;
-  std::deque<std::string> writtenKeys_;
+  const BinaryAnnotation* requestURL_ = nullptr;  // the kept tag of the request's URL
+  bool cutsValuesAsKept_ = false;
+  std::int64_t truncatedValues_ = 0;
+  // For spans of many tags: 32 bits of the hash of each tag's key, and an open-addressing table of
+  // the keys seen, each slot one more than the place in the span's list of the tag that has the
+  // key (0 for a free slot). Four bytes a slot keep the table of thousands of tags in cache.
+  std::vector<std::uint32_t> keyHashes_;
+  std::vector<std::uint32_t> keySlots_;
   // What tags_ points to where scrubbing or a cap changed a tag, or a cap added one.
   std::deque<BinaryAnnotation> ownTags_;
 };

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "QENSpanReading.h"
+#include "QENTagPrefetch.h"
 
 namespace {
 
@@ -157,20 +158,27 @@ QENSpanScrubber::Outcome QENSpanScrubber::filter(const BinaryAnnotation& tag,
   return Outcome::kChanged;
 }
 
+const BinaryAnnotation* QENSpanScrubber::scrubbed(const BinaryAnnotation& tag,
+                                                  std::deque<BinaryAnnotation>& changed) const {
+  BinaryAnnotation copy;
+  switch (scrub(tag, copy)) {
+    case Outcome::kUnchanged:
+      return &tag;
+    case Outcome::kChanged:
+      return &changed.emplace_back(std::move(copy));
+    case Outcome::kDropped:
+      break;
+  }
+  return nullptr;
+}
+
 void QENSpanScrubber::scrubEach(std::vector<const BinaryAnnotation*>& tags,
                                 std::deque<BinaryAnnotation>& changed) const {
-  BinaryAnnotation scrubbed;
   std::size_t kept = 0;
-  for (const BinaryAnnotation* tag : tags) {
-    switch (scrub(*tag, scrubbed)) {
-      case Outcome::kUnchanged:
-        tags[kept++] = tag;
-        break;
-      case Outcome::kChanged:
-        tags[kept++] = &changed.emplace_back(std::move(scrubbed));
-        break;
-      case Outcome::kDropped:
-        break;
+  for (std::size_t index = 0; index < tags.size(); ++index) {
+    QENPrefetchTagsAhead(tags, index);
+    if (const BinaryAnnotation* tag = scrubbed(*tags[index], changed)) {
+      tags[kept++] = tag;
     }
   }
   tags.resize(kept);

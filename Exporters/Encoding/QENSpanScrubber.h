@@ -48,6 +48,10 @@ class QENSpanScrubber {
   bool isActive() const noexcept { return options_.scrubURLs || options_.tagFilter != nullptr; }
   // Whether `tag` may leave as it is, must leave as `changed` (then written there), or not at all.
   Outcome scrub(const BinaryAnnotation& tag, BinaryAnnotation& changed) const;
+  // `tag` as it may leave: itself, its changed copy added to `changed` (where entries stay put),
+  // or nullptr when it is dropped.
+  const BinaryAnnotation* scrubbed(const BinaryAnnotation& tag,
+                                   std::deque<BinaryAnnotation>& changed) const;
   // Scrubs a list of tags in place: a changed tag's entry then points to its copy, added to
   // `changed` (where entries stay put), and a dropped tag's entry is gone.
   void scrubEach(std::vector<const BinaryAnnotation*>& tags,

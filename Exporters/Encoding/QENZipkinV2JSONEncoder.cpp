@@ -3,6 +3,7 @@
 #include "QENFoundation/QENJSONWriter.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENJSONSpanFragments.h"
+#include "QENTagPrefetch.h"
 
 namespace {
 
@@ -51,12 +52,14 @@ void writeAnnotations(QENJSONWriter& json, const QENSpanReading& reading) {
 void writeTags(QENJSONWriter& json, const QENSpanReading& reading, std::string& scratch) {
   if (reading.tags().empty())
     return;
+  constexpr std::size_t kTypicalTagBytes = 32;  // "key":"value",
   json.key("tags");
+  json.reserveMore(reading.tags().size() * kTypicalTagBytes);
   json.beginObject();
-  for (const auto* tag : reading.tags()) {
-    json.key(tag->key());
-    json.string(QENSpanReading::tagText(*tag, scratch));
-  }
+  QENVisitTagsPrefetching(reading.tags(), [&](const QENThrift::BinaryAnnotation& tag) {
+    json.key(tag.key());
+    json.string(QENSpanReading::tagText(tag, scratch));
+  });
   json.endObject();
 }
 

@@ -1,5 +1,6 @@
 #include "QENJSONWriter.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "QENUTF8Validation.h"
@@ -71,6 +72,15 @@ void QENJSONWriter::appendQuoted(std::string& out, std::string_view text) {
     index += sequence.length;
   }
   out += '"';
+}
+
+void QENJSONWriter::reserveMore(std::size_t bytes) {
+  const std::size_t needed = out_.size() + bytes;
+  if (needed > out_.capacity()) {
+    // Doubling at least: a reserve of exactly what is needed (libc++'s) on every call would copy
+    // the whole document each time.
+    out_.reserve(std::max(needed, 2 * out_.capacity()));
+  }
 }
 
 void QENJSONWriter::separate() {

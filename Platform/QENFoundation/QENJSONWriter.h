@@ -25,6 +25,8 @@ class QENJSONWriter {
   void boolean(bool value) { literal(value ? "true" : "false"); }
   // A value the caller has already written as JSON (a number's text, say), placed as it is.
   void literal(std::string_view json);
+  // Makes room for this many more bytes at once, so that a long document grows in one step.
+  void reserveMore(std::size_t bytes);
 
   // Appends the text as a quoted JSON string.
   static void appendQuoted(std::string& out, std::string_view text);

@@ -52,6 +52,10 @@ QENUTF8Sequence QENUTF8SequenceAt(std::string_view bytes, std::size_t index) noe
 
 bool QENIsValidUTF8(std::string_view bytes) noexcept {
   for (std::size_t index = 0; index < bytes.size();) {
+    if (static_cast<unsigned char>(bytes[index]) < 0x80) {  // most keys and values are ASCII
+      ++index;
+      continue;
+    }
     const QENUTF8Sequence sequence = QENUTF8SequenceAt(bytes, index);
     if (!sequence.wellFormed) {
       return false;
