@@ -23,9 +23,10 @@ public final class Metric implements AutoCloseable {
 
   final long handle;
   private final NativeReleaser.Registration registration;
-  // Guarded by this: the completions while the metric is open, and what native code holds of them.
-  private final List<Completion> completions = new ArrayList<>();
-  private final List<HeldCompletion> held = new ArrayList<>();
+  // The completions while the metric is open, and what native code holds of them: made by the
+  // first completion, as most metrics have none, and written under this.
+  private volatile List<Completion> completions;
+  private volatile List<HeldCompletion> held;
 
   /**
    * A metric sampled at {@code uploadFraction}, whose start is announced to the native metrics that
@@ -148,6 +149,10 @@ public final class Metric implements AutoCloseable {
     synchronized (this) {
       QENPerformanceLoggerException.check(
           Native.metricAddCompletion(this, handle, holder), "onCompletion");
+      if (held == null) {
+        completions = new ArrayList<>();
+        held = new ArrayList<>();
+      }
       completions.add(completion);
       held.add(holder);
     }
@@ -233,10 +238,12 @@ public final class Metric implements AutoCloseable {
   /** Releases the native handle; later calls throw. Closing twice does nothing more. */
   @Override
   public void close() {
-    synchronized (this) {
-      held.forEach(HeldCompletion::keep);
-      held.clear();
-      completions.clear();
+    if (held != null) {
+      synchronized (this) {
+        held.forEach(HeldCompletion::keep);
+        held.clear();
+        completions.clear();
+      }
     }
     registration.release();
   }
