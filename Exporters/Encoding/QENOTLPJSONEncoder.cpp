@@ -11,7 +11,6 @@
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENJSONSpanFragments.h"
 #include "QENPerformanceLoggerVersion.h"
-#include "QENTagPrefetch.h"
 
 namespace {
 
@@ -102,14 +101,14 @@ void writeAttributes(QENJSONWriter& json, const QENSpanReading& reading, std::st
   if (namesServer) {
     writeStringAttribute(json, kServerAddressKey, reading.remoteServiceName());
   }
-  QENVisitTagsPrefetching(tags, [&](const QENThrift::BinaryAnnotation& tag) {
+  for (const auto* tag : tags) {
     json.beginObject();
     json.key("key");
-    json.string(tag.key());
+    json.string(tag->key());
     json.key("value");
-    writeTypedValue(json, tag, scratch);
+    writeTypedValue(json, *tag, scratch);
     json.endObject();
-  });
+  }
   json.endArray();
 }
 

@@ -10,7 +10,6 @@
 #include "BinaryAnnotation+QENAdditions.h"
 #include "QENDevice/QENDevice.h"
 #include "QENFoundation/QENUTF8Validation.h"
-#include "QENTagPrefetch.h"
 #include "QENThrift/tracing_clientConstants.h"
 #include "QENThrift/zipkin_spanConstants.h"
 #include "QENURLLoading/QENURL.h"
@@ -141,6 +140,29 @@ std::ptrdiff_t cappedLength(const BinaryAnnotation& tag, std::size_t maximum) {
   }
   return static_cast<std::ptrdiff_t>(type == AnnotationType::STRING ? textCut(bytes, maximum)
                                                                     : maximum);
+}
+
+// A hint that `address` will be read soon; it changes no result.
+void prefetch(const void* address) noexcept {
+#if defined(__GNUC__)  // g++ and clang
+  __builtin_prefetch(address);
+#else
+  static_cast<void>(address);
+#endif
+}
+
+// Every cache line a tag's object lies on (64 bytes a line, as most cores have; where lines are
+// longer, some asks are for the same line). A span's list may hold null tags.
+void prefetchTag(const BinaryAnnotation* tag) noexcept {
+  constexpr std::size_t kLineBytes = 64;
+  if (tag == nullptr) {
+    return;
+  }
+  const auto* bytes = reinterpret_cast<const char*>(tag);
+  for (std::size_t offset = 0; offset < sizeof(*tag); offset += kLineBytes) {
+    prefetch(bytes + offset);
+  }
+  prefetch(bytes + sizeof(*tag) - 1);
 }
 
 // The tags the library itself adds, which the tag cap never drops: they say what a span is (its
@@ -285,11 +307,11 @@ void QENSpanReading::keepLastOfEachKey(const QENThrift::Span::BinaryAnnotationLi
   }
   for (std::size_t index = annotations.size(); index-- > 0;) {
     if (index >= 2 * kHashedAhead) {
-      QENPrefetchTag(annotations[index - 2 * kHashedAhead].get());
+      prefetchTag(annotations[index - 2 * kHashedAhead].get());
     }
     if (index >= kHashedAhead) {
       hashKey(annotations, index - kHashedAhead);
-      QENPrefetch(&keySlots_[keyHashes_[index - kHashedAhead] & mask]);
+      prefetch(&keySlots_[keyHashes_[index - kHashedAhead] & mask]);
     }
     if (hasTagValue(annotations[index].get()) && isFirstSighting(annotations, index, mask)) {
       keepTag(*annotations[index]);
@@ -308,7 +330,7 @@ void QENSpanReading::hashKey(const QENThrift::Span::BinaryAnnotationList& annota
     return;
   }
   if (annotation->value()) {
-    QENPrefetch(annotation->value()->data());
+    prefetch(annotation->value()->data());
   }
   const std::string& key = annotation->key();
   keyHashes_[index] =

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "QENSpanReading.h"
-#include "QENTagPrefetch.h"
 
 namespace {
 
@@ -175,10 +174,9 @@ const BinaryAnnotation* QENSpanScrubber::scrubbed(const BinaryAnnotation& tag,
 void QENSpanScrubber::scrubEach(std::vector<const BinaryAnnotation*>& tags,
                                 std::deque<BinaryAnnotation>& changed) const {
   std::size_t kept = 0;
-  for (std::size_t index = 0; index < tags.size(); ++index) {
-    QENPrefetchTagsAhead(tags, index);
-    if (const BinaryAnnotation* tag = scrubbed(*tags[index], changed)) {
-      tags[kept++] = tag;
+  for (const BinaryAnnotation* tag : tags) {
+    if (const BinaryAnnotation* leaving = scrubbed(*tag, changed)) {
+      tags[kept++] = leaving;
     }
   }
   tags.resize(kept);

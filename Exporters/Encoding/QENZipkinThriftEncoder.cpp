@@ -4,7 +4,6 @@
 #include <deque>
 #include <optional>
 
-#include "QENTagPrefetch.h"
 #include "QENThrift/zipkin_spanConstants.h"
 #include "QENThriftBinaryWriter.h"
 
@@ -184,19 +183,19 @@ void writeReadTags(Writer& writer, const QENSpanReading& reading) {
   writer.writeListBegin(Writer::kStruct,
                         static_cast<std::int32_t>(reading.tags().size() + (isClient ? 1 : 0)));
   std::string scratch;
-  QENVisitTagsPrefetching(reading.tags(), [&](const QENThrift::BinaryAnnotation& tag) {
+  for (const auto* tag : reading.tags()) {
     writer.writeFieldBegin(Writer::kString, 1);
-    writer.writeString(tag.key());
+    writer.writeString(tag->key());
     // As text, the v2 tag's value: a v1 backend keeps string binary annotations only.
     writer.writeFieldBegin(Writer::kString, 2);
-    writer.writeString(QENSpanReading::tagText(tag, scratch));
+    writer.writeString(QENSpanReading::tagText(*tag, scratch));
     writer.writeFieldBegin(Writer::kI32, 3);
     writer.writeI32(static_cast<std::int32_t>(QENThrift::AnnotationType::STRING));
-    if (tag.key() == Constants::LOCAL_COMPONENT()) {
+    if (tag->key() == Constants::LOCAL_COMPONENT()) {
       writeEndpointNamed(writer, 4, reading.serviceName());
     }
     writer.writeFieldStop();
-  });
+  }
   if (isClient) {
     writeServerAddress(writer, reading.remoteServiceName());
   }

@@ -3,7 +3,6 @@
 #include "QENFoundation/QENJSONWriter.h"
 #include "QENFoundation/QENNetworkEndianHexString.h"
 #include "QENJSONSpanFragments.h"
-#include "QENTagPrefetch.h"
 
 namespace {
 
@@ -56,10 +55,10 @@ void writeTags(QENJSONWriter& json, const QENSpanReading& reading, std::string& 
   json.key("tags");
   json.reserveMore(reading.tags().size() * kTypicalTagBytes);
   json.beginObject();
-  QENVisitTagsPrefetching(reading.tags(), [&](const QENThrift::BinaryAnnotation& tag) {
-    json.key(tag.key());
-    json.string(QENSpanReading::tagText(tag, scratch));
-  });
+  for (const auto* tag : reading.tags()) {
+    json.key(tag->key());
+    json.string(QENSpanReading::tagText(*tag, scratch));
+  }
   json.endObject();
 }
 
